@@ -6,24 +6,25 @@
 //   (details, protected data) is heap memory of the library, released with SEK_CryptoFree.
 // Threads: every entry may be called from any thread; one handle is used by one thread at a time.
 // Units: time limits are milliseconds (-1: none); lengths are bytes.
-// Errors: 0 is success; any other value is an error code. SEK_HandshakePending and SEK_CallAgain ask the caller
+// Errors: 0 is success; any other value is an error code. SEK_HandshakePending and SEK_CallAgain ask the
+// caller
 //   to go on and are not failures: they leave no detail text. Every failure leaves one.
 #pragma once
 
-#include <cstdint>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <cstdint>
 
 extern "C" {
 
 // Results that callers act on.
 enum SEK_Result : int {
     SEK_Ok = 0,
-    SEK_TimedOut = 2,           // SEK_Poll: nothing happened within the time limit
-    SEK_Failed = -1,            // see the detail text
-    SEK_HandshakePending = -15, // SEK_Connect_Url: connected, now SEK_EstablishSecure, then connect again
-    SEK_CallAgain = -23,        // SEK_EstablishSecure: the handshake goes on, call again
-    SEK_NotSupported = -95      // this library does not offer the operation
+    SEK_TimedOut = 2,            // SEK_Poll: nothing happened within the time limit
+    SEK_Failed = -1,             // see the detail text
+    SEK_HandshakePending = -15,  // SEK_Connect_Url: connected, now SEK_EstablishSecure, then connect again
+    SEK_CallAgain = -23,         // SEK_EstablishSecure: the handshake goes on, call again
+    SEK_NotSupported = -95       // this library does not offer the operation
 };
 
 // Bits of SEK_Pollfd::events and revents.
