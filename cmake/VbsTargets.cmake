@@ -6,7 +6,7 @@ function(vbs_flags target)
     -Wcast-align -Wformat=2 -Wundef -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
     -fno-omit-frame-pointer)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    target_compile_options(${target} PRIVATE -Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wuseless-cast)
+    target_compile_options(${target} PRIVATE -Wduplicated-cond -Wduplicated-branches -Wlogical-op)
   else()
     # The locks carry capability annotations that only clang reads.
     target_compile_options(${target} PRIVATE -Wthread-safety)

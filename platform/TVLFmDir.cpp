@@ -1,0 +1,43 @@
+#include "TVLFmDir.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <system_error>
+
+namespace fs = std::filesystem;
+
+bool TVLFmDir::exists(const char* path) {
+    std::error_code error;
+    return fs::is_directory(path, error);
+}
+
+bool TVLFmDir::createWithParents(const char* path) {
+    std::error_code error;
+    fs::create_directories(path, error);
+    return exists(path);
+}
+
+std::string TVLFmDir::fullPath(const std::string& path) {
+    std::error_code error;
+    const fs::path working = fs::current_path(error);
+    if (error && !fs::path(path).is_absolute()) return {};
+    fs::path full = (working / path).lexically_normal();
+    if (!full.has_filename() && full != full.root_path()) full = full.parent_path();
+    return full.string();
+}
+
+std::string TVLFmDir::resolveByChangingInto(const char* path) {
+    std::array<char, 4096> remembered{};
+    if (getcwd(remembered.data(), remembered.size()) == nullptr) return {};
+    std::array<char, 4096> resolved{};
+    const bool known = chdir(path) == 0 && getcwd(resolved.data(), resolved.size()) != nullptr;
+    const bool back = chdir(remembered.data()) == 0;
+    return known && back ? resolved.data() : "";
+}
+
+std::string TVLFmDir::resolveEffectivePath(const std::string& fileName) {
+    return fileName;
+}

@@ -1,0 +1,61 @@
+#include "TVLIDOM_Document.h"
+
+#include <mutex>
+#include <set>
+#include <xercesc/dom/DOMDocument.hpp>
+#include <xercesc/dom/DOMElement.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+
+#include "XmlNetwork.h"
+
+namespace {
+
+struct LiveDocuments {
+    std::mutex mutex;
+    std::set<TVLIDOM_Document*> documents;
+};
+
+// Never destroyed: documents of static objects may end later than any static object here.
+LiveDocuments& live() {
+    static auto* const instance = new LiveDocuments;
+    return *instance;
+}
+
+}  // namespace
+
+TVLIDOM_Document::TVLIDOM_Document() {
+    const std::lock_guard<std::mutex> guard(live().mutex);
+    live().documents.insert(this);
+}
+
+TVLIDOM_Document::~TVLIDOM_Document() {
+    {
+        const std::lock_guard<std::mutex> guard(live().mutex);
+        live().documents.erase(this);
+    }
+    adopt(nullptr);
+}
+
+TVLIDOM_Element TVLIDOM_Document::getDocumentElement() const {
+    if (m_tree == nullptr) return {};
+    return TVLIDOM_Element(TVLIDOM_Node(m_tree->getDocumentElement()));
+}
+
+void TVLIDOM_Document::adopt(xercesc::DOMDocument* tree) {
+    if (m_tree != nullptr) m_tree->release();
+    m_tree = tree;
+}
+
+void TVLIDOM_DOMImplementation::initialize() {
+    XmlNetwork::refuse();
+    xercesc::XMLPlatformUtils::Initialize();
+}
+
+void TVLIDOM_DOMImplementation::terminate() {
+    {
+        const std::lock_guard<std::mutex> guard(live().mutex);
+        for (TVLIDOM_Document* const document : live().documents)
+            document->adopt(nullptr);
+    }
+    xercesc::XMLPlatformUtils::Terminate();
+}

@@ -1,0 +1,126 @@
+#include "TVLIDOM_Parser.h"
+
+#include <algorithm>
+#include <limits>
+#include <xercesc/framework/XMLPScanToken.hpp>
+#include <xercesc/parsers/XercesDOMParser.hpp>
+#include <xercesc/sax/EntityResolver.hpp>
+#include <xercesc/sax/ErrorHandler.hpp>
+#include <xercesc/sax/InputSource.hpp>
+#include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/util/BinInputStream.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/SecurityManager.hpp>
+#include <xercesc/util/XMLException.hpp>
+
+#include "TVLIDOM_Text.h"
+
+namespace {
+
+// Enough for any document written by hand; a document that multiplies itself stops here.
+constexpr XMLSize_t kMaxEntityExpansions = 100;
+
+// Feeds the parser from a stream.
+class StreamBytes : public xercesc::BinInputStream {
+  public:
+    explicit StreamBytes(PLXInputStream& stream) : m_stream(stream) {}
+
+    XMLFilePos curPos() const override { return m_position; }
+    const XMLCh* getContentType() const override { return nullptr; }
+
+    XMLSize_t readBytes(XMLByte* const buffer, const XMLSize_t count) override {
+        const auto most = static_cast<int>(std::min<XMLSize_t>(count, std::numeric_limits<int>::max()));
+        const int got = m_stream.read(reinterpret_cast<char*>(buffer), most);
+        if (got < 1) return 0;
+        m_position += static_cast<XMLFilePos>(got);
+        return static_cast<XMLSize_t>(got);
+    }
+
+  private:
+    PLXInputStream& m_stream;
+    XMLFilePos m_position = 0;
+};
+
+class StreamSource : public xercesc::InputSource {
+  public:
+    explicit StreamSource(PLXInputStream& stream) : m_stream(stream) {}
+    // The caller owns the result, as the interface has it.
+    xercesc::BinInputStream* makeStream() const override { return new StreamBytes(m_stream); }
+
+  private:
+    PLXInputStream& m_stream;
+};
+
+std::string oneLine(const I18NString& text) {
+    std::string line = text.str();
+    std::replace_if(
+        line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    return line;
+}
+
+// Stops at the first error, fatal or not, and keeps its place and words.
+class FirstError : public xercesc::ErrorHandler {
+  public:
+    void warning(const xercesc::SAXParseException& /*exception*/) override {}
+    void error(const xercesc::SAXParseException& exception) override { throw exception; }
+    void fatalError(const xercesc::SAXParseException& exception) override { throw exception; }
+    void resetErrors() override {}
+};
+
+// Refuses everything outside the document itself.
+class NothingOutside : public xercesc::EntityResolver {
+  public:
+    xercesc::InputSource* resolveEntity(const XMLCh* const publicId, const XMLCh* const systemId) override {
+        const std::string text =
+            "external entities are not loaded: \"" + TVLIDOM_Text::fromXml(systemId).str() + "\"";
+        throw xercesc::SAXParseException(TVLIDOM_Text::toXml(text).c_str(), publicId, systemId,
+                                         m_locator.line, m_locator.column);
+    }
+
+  private:
+    struct {
+        XMLFileLoc line = 0;
+        XMLFileLoc column = 0;
+    } m_locator;
+};
+
+void configure(xercesc::XercesDOMParser& parser) {
+    parser.setValidationScheme(xercesc::XercesDOMParser::Val_Never);
+    parser.setDoNamespaces(false);
+    parser.setDoSchema(false);
+    parser.setLoadExternalDTD(false);
+    parser.setLoadSchema(false);
+    parser.setCreateEntityReferenceNodes(false);
+    parser.setDisableDefaultEntityResolution(true);
+}
+
+}  // namespace
+
+int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document) {
+    FirstError errors;
+    NothingOutside resolver;
+    xercesc::SecurityManager limits;
+    limits.setEntityExpansionLimit(kMaxEntityExpansions);
+    xercesc::XercesDOMParser parser;
+    configure(parser);
+    parser.setErrorHandler(&errors);
+    parser.setEntityResolver(&resolver);
+    parser.setSecurityManager(&limits);
+    try {
+        parser.parse(StreamSource(stream));
+        document.adopt(parser.adoptDocument());
+        return 1;
+    } catch (const xercesc::SAXParseException& exception) {
+        m_error = "line " + std::to_string(exception.getLineNumber()) + ", column " +
+                  std::to_string(exception.getColumnNumber()) + ": " +
+                  oneLine(TVLIDOM_Text::fromXml(exception.getMessage()));
+    } catch (const xercesc::SAXException& exception) {
+        m_error = oneLine(TVLIDOM_Text::fromXml(exception.getMessage()));
+    } catch (const xercesc::XMLException& exception) {
+        m_error = "line " + std::to_string(exception.getSrcLine()) +
+                  ", column 0: " + oneLine(TVLIDOM_Text::fromXml(exception.getMessage()));
+    } catch (const xercesc::OutOfMemoryException&) {
+        m_error = "line 0, column 0: out of memory";
+    }
+    return 0;
+}

@@ -1,0 +1,102 @@
+#include "TVLOs.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <system_error>
+
+#include "TVLThread.h"
+
+namespace {
+
+std::atomic<TVLOs*>& installed() {
+    // Never destroyed: threads may still be waiting in it while the process ends.
+    static std::atomic<TVLOs*> os{new TVLOs};
+    return os;
+}
+
+TVLOs* realOne() {
+    static TVLOs* const os = installed().load();
+    return os;
+}
+
+}  // namespace
+
+TVLOs::~TVLOs() = default;
+
+TVLOs& TVLOs::current() {
+    return *installed().load(std::memory_order_acquire);
+}
+
+TVLOs* TVLOs::install(TVLOs* os) {
+    TVLOs* const real = realOne();
+    return installed().exchange(os == nullptr ? real : os);
+}
+
+pid_t TVLOs::fork() {
+    return ::fork();
+}
+
+int TVLOs::execve(const char* path, char* const argv[], char* const envp[]) {
+    return ::execve(path, argv, envp);
+}
+
+int TVLOs::kill(pid_t pid, int signal) {
+    return ::kill(pid, signal);
+}
+
+pid_t TVLOs::setsid() {
+    return ::setsid();
+}
+
+void TVLOs::exitProcess(int status) {
+    std::exit(status);
+}
+
+int TVLOs::waitForSignal(const sigset_t& signals) {
+    int number = 0;
+    return sigwait(&signals, &number) == 0 ? number : 0;
+}
+
+void TVLOs::signalThread(pthread_t thread, int signal) {
+    pthread_kill(thread, signal);
+}
+
+std::int64_t TVLOs::nowMs() {
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+void TVLOs::sleepMs(std::int64_t durationMs) {
+    const std::int64_t deadlineMs = nowMs() + durationMs;
+    const timespec until{static_cast<time_t>(deadlineMs / 1000),
+                         static_cast<long>(deadlineMs % 1000) * 1000000};
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
+    }
+}
+
+bool TVLOs::waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+                      std::int64_t deadlineMs) {
+    try {
+        if (deadlineMs == kForever) {
+            condition.wait(lock);
+            return true;
+        }
+        const std::chrono::steady_clock::time_point deadline{std::chrono::milliseconds(deadlineMs)};
+        return condition.wait_until(lock, deadline) == std::cv_status::no_timeout;
+    } catch (const std::system_error& error) {
+        throw TVLThreadResourceError(error.what(), __FILE__, __LINE__);
+    }
+}
+
+void TVLOs::wakeAll(std::condition_variable& condition) {
+    condition.notify_all();
+}
+
+void TVLOs::threadStarts() {}
+
+void TVLOs::threadEnds() {}

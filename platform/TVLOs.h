@@ -1,0 +1,63 @@
+// The doorway to the operating system.
+//
+// Purpose: the calls whose effects are hard to provoke or slow to wait for: processes, signals and time. The
+//   base class is the real thing; a test derives from it, overrides the calls it cares about and installs the
+//   result. Everything that waits (TVLThread, TVLThreadSemaphore) does so here, on one clock.
+// Ownership: current() is a process-wide object that is never destroyed.
+// Threads: every member may be called from any thread.
+// Units: times are milliseconds of the monotonic clock, which steps of the wall clock do not touch.
+// Errors: as the system calls of the same names: -1 with errno set.
+#pragma once
+
+#include <sys/types.h>
+
+#include <condition_variable>
+#include <csignal>
+#include <cstdint>
+#include <limits>
+#include <mutex>
+
+class TVLOs {
+  public:
+    static constexpr std::int64_t kForever = std::numeric_limits<std::int64_t>::max();
+
+    TVLOs() = default;
+    TVLOs(const TVLOs&) = delete;
+    TVLOs& operator=(const TVLOs&) = delete;
+    virtual ~TVLOs();
+
+    // Processes.
+    virtual pid_t fork();  // child: 0; parent: the child's id, or -1
+    virtual int execve(const char* path, char* const argv[], char* const envp[]);  // returns only on failure
+    virtual int kill(pid_t pid, int signal);
+    virtual pid_t setsid();
+    virtual void exitProcess(int status);  // exit(status); a test's replacement throws instead
+
+    // The number of a pending signal of the set, waiting for one; 0 when the wait ended without a signal.
+    virtual int waitForSignal(const sigset_t& signals);
+    // Sends a signal to one thread of this process.
+    virtual void signalThread(pthread_t thread, int signal);
+
+    // Time.
+    virtual std::int64_t nowMs();
+    virtual void sleepMs(std::int64_t durationMs);
+
+    // Waits until wakeAll() on the same condition or until nowMs() reaches the deadline (kForever: none). The
+    // lock is released meanwhile. False when the deadline has passed; may return true without a reason, so
+    // the caller tests its own condition again. Throws TVLThreadResourceError when the system refuses to
+    // wait.
+    virtual bool waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+                           std::int64_t deadlineMs);
+    virtual void wakeAll(std::condition_variable& condition);
+
+    // Called by the creator before a thread begins and by the thread when it ends, so that a virtual clock
+    // knows whom to wait for.
+    virtual void threadStarts();
+    virtual void threadEnds();
+
+    static TVLOs& current();
+
+  protected:
+    // Makes `os` the current one and returns the one before; null restores the real one.
+    static TVLOs* install(TVLOs* os);
+};

@@ -1,0 +1,59 @@
+#include "TVLThreadSync.h"
+
+#include <pthread.h>
+
+#include <forward_list>
+#include <memory>
+
+#include "TVLOs.h"
+
+TVLThreadMutex* TVLThreadMutex::m_heldAcrossFork = nullptr;
+
+void TVLThreadMutex::lockHeld() {
+    m_heldAcrossFork->m_mutex.lock();
+}
+
+void TVLThreadMutex::unlockHeld() {
+    m_heldAcrossFork->m_mutex.unlock();
+}
+
+void TVLThreadMutex::holdAcrossFork() {
+    const bool first = m_heldAcrossFork == nullptr;
+    m_heldAcrossFork = this;
+    if (first) pthread_atfork(lockHeld, unlockHeld, unlockHeld);
+}
+
+TVLThreadSemaphore::TVLThreadSemaphore(int count) : m_count(count) {}
+
+TVLThreadSemaphore* TVLThreadSemaphore::createImmortal(int count) {
+    static std::mutex mutex;
+    // Reached from here for ever, so that a leak checker knows they are kept on purpose.
+    static auto* const kept = new std::forward_list<TVLThreadSemaphore>;
+    const std::lock_guard<std::mutex> guard(mutex);
+    return &kept->emplace_front(count);
+}
+
+void TVLThreadSemaphore::post() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    ++m_count;
+    // Woken under the lock: when the waiter goes on, this thread no longer touches the condition.
+    TVLOs::current().wakeAll(m_posted);
+}
+
+void TVLThreadSemaphore::wait() {
+    takeBefore(TVLOs::kForever);
+}
+
+int TVLThreadSemaphore::timedWait(int timeoutMs) {
+    return takeBefore(TVLOs::current().nowMs() + timeoutMs) ? 1 : 0;
+}
+
+bool TVLThreadSemaphore::takeBefore(std::int64_t deadlineMs) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    bool inTime = true;
+    while (m_count == 0 && inTime)
+        inTime = TVLOs::current().waitUntil(m_posted, lock, deadlineMs);
+    if (m_count == 0) return false;
+    --m_count;
+    return true;
+}

@@ -1,0 +1,12 @@
+// The XML library's way to the network: none.
+//
+// Purpose: linking XmlNetwork.cpp replaces the XML library's network accessor by one that refuses.
+#pragma once
+
+namespace XmlNetwork {
+
+// Called before the XML library starts. Does nothing; naming it makes the linker take the replacement before
+// it looks for the library's own accessor.
+void refuse();
+
+}  // namespace XmlNetwork
