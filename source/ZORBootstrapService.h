@@ -1,0 +1,116 @@
+// The service.
+//
+// Purpose: the one service object of the process. It turns a command line into a mode (run in the foreground,
+// run
+//   as the daemon, start, stop, ask), reads the configuration into properties, children and supervisor, runs
+//   them, and controls a running daemon from a second invocation.
+// Ownership: owns the children, the action that starts the daemon, and the supervisor. The semaphore of the
+// main
+//   thread is immortal.
+// Threads: the main thread, but for WritePIDFile() and stopChildProcess(), which the signal thread calls.
+// Units: intervals in seconds, the start-up delay in milliseconds.
+// Errors: operations return 1 or 0 (-1: fatal for the readiness checks) and say why in the log.
+// prepareProperties()
+//   and initZORElement() throw ZORBadConfigException for a startup configuration that cannot be read.
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <string>
+
+#include "PingChildProcess.h"
+#include "TVLIDOM_Node.h"
+#include "TVLThreadSync.h"
+#include "ZORNTService.h"
+
+class ZORAction;
+class ZORChildProcess;
+class ZORCmdLine;
+class ZORLogger;
+class ZORSpawnAction;
+
+// 1 when a process of that id exists and may be signalled, else 0. An id below 1 is no process.
+int testPID(int pid, ZORLogger* logger);
+
+class ZORBootstrapService : public ZORNTService {
+  public:
+    ZORBootstrapService();
+    ~ZORBootstrapService() override;
+    int Run() override;  // 1, when told to stop and the children are down
+    int OnInit() override;
+    void OnStop() override;
+
+    // Program entry and command modes.
+    int ParseStandardArgs(ZORCmdLine& cmdLine, char** envp);  // always 1
+    int processCmdLineUnix(ZORCmdLine& cmdLine);              // 1 when it carried out a mode
+    void displayHelp(ZORCmdLine& cmdLine);
+    static void printUnixHelp();
+    static const char* getPlatform();
+
+    // Life cycle.
+    void WritePIDFile() const;
+    void stopChildProcess();
+    void wakeupMainThread();
+    int runAsDaemon();  // 0 in every process that returns from it
+
+    // Control of a running daemon.
+    int getPid(int* pid);
+    int isRunningUnix();
+    int stopRunningUnix(ZORCmdLine& cmdLine);
+    int waitTillDead(int tries, int intervalSec);
+    int startDaemon(ZORCmdLine& cmdLine);
+    int askPCPifReady(int tries, int intervalSec);  // 1 ready, 0 gave up, -1 fatal
+    int testReadyByPinging(int tries,
+                           int intervalSec);  // 1 ready, 0 gave up, -1 fatal: told the daemon to stop
+
+    // Configuration.
+    int parseParams(TVLIDOM_Element root);
+    int initZORElement();
+    void prepareProperties();
+    void calculateProperties();
+    int getDataFromZORElement(I18NString& value, const char* name, const char* type);
+    static void setEnvironment();
+    int findHome();
+    void getJavaVendor();
+    static char** getEnv() { return m_envp; }
+
+    static int resolveSignal(I18NString& name);  // -1 for an unknown name
+
+    std::list<ZORChildProcess*>& getChildren() { return m_children; }
+
+    // The environment that the process was started with; what children receive.
+    static char** m_envp;
+
+  protected:
+    int loadBootstrapDocument(const std::string& path);
+    int parseParamsOf(const TVLIDOM_Element& root, const std::string& path);
+    void readRootAttributes(const TVLIDOM_Element& root);
+    int prepareChildren(const TVLIDOM_Element& root);
+    void noteDaemonWaitMarker();
+    bool startThreads(class ZORSignalHandlerThread& signalThread);
+    void stopWithoutSupervisor();
+    void waitForStop();
+    bool signalDaemon(int pid);
+    int stopAfterFatalError();
+    void configureLogging(const ZORCmdLine& cmdLine);
+    void keepEnvironment(char** envp);
+    bool readStartupConfiguration();
+    void applyOverrides(const ZORCmdLine& cmdLine);
+    void setExitCodeFrom(int succeeded) { setExitCode(succeeded != 0 ? 0 : 1); }
+    void addParameterProperties();
+    void addTempProperty();
+    void addDispatcherProperties(const std::string& instanceName);
+
+    std::string m_installRoot;
+    std::string m_binDirectory;
+    std::string m_pidFilePath;
+    ZORSpawnAction* m_daemonSpawn = nullptr;  // owned; null until the bootstrap document has been read
+    std::atomic<TVLThreadSemaphore*> m_semaMainThreadWait{nullptr};  // immortal; null until Run()
+    std::list<ZORChildProcess*> m_children;                          // owned, in document order
+    PingChildProcess m_supervisor;
+    TVLIDOM_Element m_zorElement;
+    int m_startupDelayMs = 0;
+    int m_pingRetries = 5;           // stored and logged; nothing reads it
+    int m_pingRetryIntervalSec = 2;  // likewise
+    TVLThreadMutex m_lock;           // held while the children are deleted
+};

@@ -1,0 +1,44 @@
+// Sends a command over a socket and classifies the answer.
+//
+// Purpose: the ping of a child, and a way to stop it.
+// Ownership: owns its socket command, which prepare() creates.
+// Threads: executions are serialised by a lock of the action's own; the pause after one is outside of it.
+// Units: the answer's time limit in seconds, sizes in bytes.
+// Errors: prepare() throws ZORBadConfigException. execute() returns a ZORSendResult, or the answer's length.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "TVLThreadSync.h"
+#include "ZORAction.h"
+#include "ZORSocketCommand.h"
+
+enum ZORSendResult : int {
+    ZOR_NOT_SENT = -1,      // not sent, or no answer could be read
+    ZOR_NO_SUCCESS = -2,    // an answer without any of the markers
+    ZOR_FATAL_ANSWER = -3,  // "responseFatal" found
+    ZOR_RETRY_ANSWER = -4   // "responseRetry" found
+};
+
+class ZORSockSendAction : public ZORAction {
+  public:
+    ZORSockSendAction();
+    ~ZORSockSendAction() override;
+
+    int executeImpl() override;
+    void prepare(TVLIDOM_Element element) override;
+
+  private:
+    void prepareMarkers(const TVLIDOM_Element& element);
+    int exchange();
+    int readResponse();
+    int classify(const char* answer, int received) const;
+
+    std::unique_ptr<ZORSocketCommand> m_command;
+    int m_responseSize = 0;  // answer bytes to read; 0 or less reads nothing
+    std::string m_responseOK;
+    std::string m_responseFatal;
+    std::string m_responseRetry;
+    TVLThreadMutex m_mutex;
+};
