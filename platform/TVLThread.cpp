@@ -58,7 +58,11 @@ void TVLThread::start() {
 void TVLThread::join() {
     if (!m_joinable) return;
     // The end is awaited on the common clock first; the system's own join then takes no time.
-    m_finished.wait();
+    try {
+        m_finished.wait();
+    } catch (const TVLThreadResourceError&) {
+        // Then the system's own join is the wait.
+    }
     pthread_join(m_thread, nullptr);
     m_joinable = false;
 }

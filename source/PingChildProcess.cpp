@@ -83,6 +83,11 @@ void PingChildProcess::stop(TVLThreadSemaphore* finished) {
     if (TVLThreadSemaphore* const wakeup = m_semaWakeup.load(); wakeup != nullptr) wakeup->post();
 }
 
+void PingChildProcess::finish() {
+    if (TVLThread::isAlive() && m_semaFinished == nullptr) stop(TVLThreadSemaphore::createImmortal(0));
+    TVLThread::join();
+}
+
 void PingChildProcess::run() {
     // Deliberate: a negative interval means no supervision at all, and nobody answers a stop request; see
     // PingLoopTest.ANegativePollIntervalEndsTheSupervisionAtOnce.

@@ -54,6 +54,9 @@ class PingChildProcess : public TVLThread {
     // first request counts.
     void stop(TVLThreadSemaphore* finished);
 
+    // Ends the thread if it still runs, children and all, and joins it.
+    void finish();
+
     int waitForDeath();  // 1 when no child is alive
     void stopProcesses();
     void killProcesses();

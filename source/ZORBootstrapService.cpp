@@ -207,7 +207,7 @@ ZORBootstrapService::ZORBootstrapService() : ZORNTService(kDefaultServiceName) {
 
 ZORBootstrapService::~ZORBootstrapService() {
     // The supervisor must have ended before what it works on goes.
-    m_supervisor.join();
+    m_supervisor.finish();
     const TVLThreadGuard guard(m_lock);
     try {
         for (ZORChildProcess* const child : m_children)
@@ -404,6 +404,8 @@ int ZORBootstrapService::Run() {
                 logger->log(ZOR_INFO, "ZORBootstrapService::Run() - child process(es) is/are ready.");
             }
             waitForStop();
+            // However the wait has ended, no child is left to itself.
+            m_supervisor.finish();
         } else {
             stopWithoutSupervisor();
         }

@@ -24,7 +24,7 @@ ZORSignalHandlerThread::ZORSignalHandlerThread(ZORBootstrapService* service)
 ZORSignalHandlerThread::~ZORSignalHandlerThread() {
     // The service may end without a signal; the thread must not outlive it.
     m_dismissed = true;
-    interrupt(SIGTERM);
+    if (isAlive()) interrupt(SIGTERM);
     TVLThread::join();
 }
 

@@ -97,6 +97,7 @@ struct ScriptedSekEntries {
         if (const auto code = onHandle("SEK_Connect_Url", raw, url, 0)) return *code;
         ScriptedSek::Peer& peer = script().peer(url);
         ++peer.connects;
+        if (peer.onConnect) peer.onConnect();
         return peer.refuses ? fail(raw, "refused") : 0;
     }
 

@@ -26,6 +26,7 @@ class ScriptedSek {
         bool refuses = false;       // connecting fails
         bool silent = false;        // connects and never answers: the poll times out
         std::string answer = "OK";  // what a read gives; longer answers are cut at the capacity
+        std::function<void()> onConnect{};
         std::function<void(const std::string& command)> onCommand{};
         int connects = 0;
         std::vector<std::string> commands{};

@@ -10,6 +10,7 @@
 #include "PLXInputStream.h"
 #include "TVLConfigurationFactory.h"
 #include "TVLIDOM_Parser.h"
+#include "ZORBootstrapService.h"
 #include "ZORPropertyInserter.h"
 
 namespace fs = std::filesystem;
@@ -157,6 +158,7 @@ ServiceTest::ServiceTest() {
 }
 
 ServiceTest::~ServiceTest() {
+    ZORBootstrapService::m_envp = nullptr;  // it belonged to the test
     FreshConfiguration::install();
     TVLIDOM_DOMImplementation::terminate();
 }

@@ -45,8 +45,8 @@ void VirtualOs::forkIntoChild(int execveError) {
     m_execveError = execveError;
 }
 
-void VirtualOs::failWaits(bool fail) {
-    m_failWaits = fail;
+void VirtualOs::failNextWait() {
+    m_failNextWait = true;
 }
 
 pid_t VirtualOs::fork() {
@@ -135,7 +135,10 @@ void VirtualOs::sleepMs(std::int64_t durationMs) {
 bool VirtualOs::waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& callersLock,
                           std::int64_t deadlineMs) {
     Lock lock(m_mutex);
-    if (m_failWaits && deadlineMs == kForever) throw TVLThreadResourceError("refused", __FILE__, __LINE__);
+    if (m_failNextWait && deadlineMs == kForever) {
+        m_failNextWait = false;
+        throw TVLThreadResourceError("refused", __FILE__, __LINE__);
+    }
     if (deadlineMs <= m_nowMs) return false;
     Waiter waiter{&condition, deadlineMs};
     callersLock.unlock();

@@ -52,7 +52,7 @@ class VirtualOs : public TVLOs {
     void failForks(int count, int error);  // the next forks fail with that errno
     void failKills(int error);             // from now on every kill but signal 0 fails; 0: no more
     void forkIntoChild(int execveError);   // the next fork returns 0, execve fails with that errno
-    void failWaits(bool fail);             // waiting without limit throws TVLThreadResourceError
+    void failNextWait();                   // the next wait without limit throws TVLThreadResourceError
     const std::vector<std::vector<std::string>>& executed() const {
         return m_executed;
     }  // path, then arguments
@@ -105,6 +105,6 @@ class VirtualOs : public TVLOs {
     int m_killError = 0;
     int m_execveError = 0;
     bool m_forkIntoChild = false;
-    bool m_failWaits = false;
+    bool m_failNextWait = false;
     std::vector<std::vector<std::string>> m_executed;
 };

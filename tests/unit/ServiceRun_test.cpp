@@ -1,0 +1,359 @@
+// The life of the service: its base class, its run with all threads, its stop path, its PID file, its
+// detaching.
+#include <unistd.h>
+
+#include "TestWorld.h"
+#include "ZORCmdLine.h"
+#include "ZORSpawnAction.h"
+
+namespace {
+
+constexpr const char* kLogger = "ZORBootstrapService";
+
+class ServiceRunTest : public WorldTest {
+  protected:
+    ServiceRunTest() {
+        setProperty("install_path", folder.path().c_str());
+        setProperty("bin_path", folder.path("bin").c_str());
+        setProperty("temp", folder.path("temp").c_str());
+    }
+    void configure(const std::vector<ChildXml>& children, const std::string& manager,
+                   const std::string& rootAttributes = {}) {
+        folder.write("bin/bootstrap_linuxi38632.xml", documentText(children, manager, rootAttributes));
+        ASSERT_EQ(service.OnInit(), 1);
+        for (const ChildXml& configured : children) {
+            answers(configured.name, "READY");
+            stopPeer(configured.name).onCommand = [this, name = configured.name](const std::string&) {
+                processOf(name).alive = false;
+            };
+        }
+    }
+    bool logged(const std::string& level, const std::string& text) const {
+        return log.has(level, kLogger, text);
+    }
+    std::string pidFile() const { return "logs/velbootstrap_service.pid"; }
+};
+
+TEST_F(ServiceRunTest, TheWholeLifeInOrder) {
+    configure({ChildXml{"alpha"}, ChildXml{"beta"}}, "<processManager pollIntervalsec='30'/>");
+    std::string pidContent;
+    os.at(60000, [&] { pidContent = folder.read(pidFile()); });
+    os.at(100000, [&] { os.raiseSignal(SIGTERM); });
+    service.Run();
+    EXPECT_EQ(pidContent, std::to_string(getpid()) + "\n");
+    EXPECT_FALSE(folder.exists(pidFile()));
+    EXPECT_TRUE(log.inOrder({
+        {"DEBUG", kLogger, "ZORBootstrapService::Run() - starting \"alpha\"", {}},
+        {"DEBUG", "ZORChildProcess", "starting process \"alpha\"", {}},
+        {"DEBUG", kLogger, "ZORBootstrapService::Run() - starting \"beta\"", {}},
+        {"DEBUG", "ZORChildProcess", "starting process \"beta\"", {}},
+        {"DEBUG", kLogger, "test ready...", {}},
+        {"DEBUG", kLogger, "askPCPifReady() - PCP reports all children are OK.", {}},
+        {"INFO", kLogger, "ZORBootstrapService::Run() - child process(es) is/are ready.", {}},
+        {"DEBUG", kLogger, "ZORBootstrapService::Run() - calls m_semaMainThreadWait->wait()", {}},
+        {"DEBUG", "ZORSignalHandlerThread", "Signal 15 caught.", {}},
+        {"INFO", "ZORSignalHandlerThread", "Signalled to shutdown.", {}},
+        {"INFO", "PingChildProcess", "Child process supervisor has been told to stop", {}},
+        {"INFO", "PingChildProcess", "stopping child process(es).", {}},
+        {"INFO", "PingChildProcess", "no processes are alive.", {}},
+        {"INFO", kLogger, "ZORBootstrapService::Run() - returned from m_semaMainThreadWait->wait()", {}},
+        {"INFO", kLogger, "Done.", {}},
+    })) << log.raw();
+    EXPECT_TRUE(log.inOrder({
+        {"DEBUG", "ZORSignalHandlerThread", "Signal Handling Thread started.", {}},
+        {"INFO",
+         kLogger,
+         "Velmora Bootstrap Service running as process " + std::to_string(getpid()) + ".",
+         {}},
+        {"DEBUG", "ZORSignalHandlerThread", "Signal 15 caught.", {}},
+        {"DEBUG", "ZORSignalHandlerThread", "Signal Handling Thread terminating.", {}},
+    }));
+    EXPECT_EQ(os.threadsStarted(), 2);
+}
+
+TEST_F(ServiceRunTest, EveryTerminationSignalStops) {
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+        OpenService another;
+        folder.write("bin/bootstrap_linuxi38632.xml",
+                     documentText({ChildXml{.name = "alpha", .stopType = "signal"}}, ""));
+        answers("alpha", "READY");
+        ASSERT_EQ(another.OnInit(), 1);
+        os.at(os.nowMs() + 50000, [&] { os.raiseSignal(signal); });
+        another.Run();
+        EXPECT_TRUE(
+            log.has("DEBUG", "ZORSignalHandlerThread", "Signal " + std::to_string(signal) + " caught."));
+    }
+    EXPECT_EQ(log.count("INFO", "ZORSignalHandlerThread", "Signalled to shutdown."), 4U);
+}
+
+TEST_F(ServiceRunTest, AWaitThatEndsWithoutASignalGoesOn) {
+    configure({ChildXml{}}, "");
+    os.at(40000, [&] { os.raiseSignal(0); });
+    os.at(50000, [&] { os.raiseSignal(SIGUSR1); });
+    os.at(90000, [&] { os.raiseSignal(SIGHUP); });
+    service.Run();
+    EXPECT_TRUE(log.inOrder({
+        {"DEBUG", "ZORSignalHandlerThread", "Signal 0 caught.", {}},
+        {"DEBUG", "ZORSignalHandlerThread", "Signal 10 caught.", {}},
+        {"DEBUG", "ZORSignalHandlerThread", "Signal 1 caught.", {}},
+        {"INFO", "ZORSignalHandlerThread", "Signalled to shutdown.", {}},
+    }));
+    EXPECT_GE(os.nowMs(), 90000);
+}
+
+TEST_F(ServiceRunTest, ASecondSignalDuringTheShutdownHasNoEffect) {
+    configure({ChildXml{}}, "");
+    stopPeer("alpha").onCommand = nullptr;  // a stubborn child: the shutdown takes its time
+    os.at(50000, [&] { os.raiseSignal(SIGTERM); });
+    os.at(55000, [&] { os.raiseSignal(SIGTERM); });
+    service.Run();
+    EXPECT_EQ(log.count("DEBUG", "ZORSignalHandlerThread", "Signal 15 caught."), 1U);
+    EXPECT_FALSE(log.has("ERROR", "PingChildProcess",
+                         "Child process supervisor has been told to stop but is already stopping."));
+}
+
+TEST_F(ServiceRunTest, ASignalBeforeTheSupervisorRunsStopsAfterOneInterval) {
+    configure({ChildXml{}}, "<processManager pollIntervalsec='30'/>");
+    os.raiseSignal(SIGTERM);
+    service.Run();
+    EXPECT_TRUE(logged("INFO", "Done."));
+    EXPECT_EQ(pingPeer("alpha").connects, 0);
+}
+
+TEST_F(ServiceRunTest, AnyStartupDelayPausesFiveMilliseconds) {
+    configure({ChildXml{}}, "", "startupDelaySec='30'");
+    os.at(50000, [&] { os.raiseSignal(SIGTERM); });
+    service.Run();
+    ASSERT_FALSE(os.sleeps().empty());
+    EXPECT_EQ(os.sleeps().front(), 5);
+    EXPECT_EQ(std::count(os.sleeps().begin(), os.sleeps().end(), 30000), 0);
+}
+
+TEST_F(ServiceRunTest, WithoutAStartupDelayThereIsNoPause) {
+    configure({ChildXml{}}, "");
+    os.at(50000, [&] { os.raiseSignal(SIGTERM); });
+    service.Run();
+    EXPECT_EQ(std::count(os.sleeps().begin(), os.sleeps().end(), 5), 0);
+}
+
+TEST_F(ServiceRunTest, ReadinessIsAskedFiftyTimesAndThenTheServiceGoesOn) {
+    configure({ChildXml{}}, "");
+    pingPeer("alpha").refuses = true;
+    std::size_t asked = 0;
+    os.at(500000, [&] {
+        asked = log.count("DEBUG", kLogger, "askPCPifReady() - ask if spawned process is alive.");
+        os.raiseSignal(SIGTERM);
+    });
+    service.Run();
+    EXPECT_EQ(asked, 50U);
+    EXPECT_TRUE(log.inOrder({
+        {"ERROR", kLogger, "askPCPifReady() - child processes not yet ready, giving up.", {}},
+        {"DEBUG", kLogger, "ZORBootstrapService::Run() - calls m_semaMainThreadWait->wait()", {}},
+    }));
+    EXPECT_FALSE(logged("INFO", "ZORBootstrapService::Run() - child process(es) is/are ready."));
+}
+
+TEST_F(ServiceRunTest, TheDaemonWaitMarkerMakesItAskWithoutLimit) {
+    folder.write("temp/zordaemonwait", "");
+    configure({ChildXml{}}, "");
+    pingPeer("alpha").refuses = true;
+    os.at(2000000, [&] { pingPeer("alpha").refuses = false; });
+    os.at(2100000, [&] { os.raiseSignal(SIGTERM); });
+    service.Run();
+    EXPECT_GT(log.count("DEBUG", kLogger, "askPCPifReady() - waiting indefinitely"), 300U);
+    EXPECT_TRUE(logged("INFO", "ZORBootstrapService::Run() - child process(es) is/are ready."));
+    EXPECT_FALSE(logged("ERROR", "askPCPifReady() - child processes not yet ready, giving up."));
+}
+
+TEST_F(ServiceRunTest, AFatalAnswerEndsTheWaitForReadinessOnly) {
+    configure({ChildXml{}}, "");
+    answers("alpha", "it is BROKEN");
+    os.at(200000, [&] { os.raiseSignal(SIGTERM); });
+    service.Run();
+    EXPECT_TRUE(logged("ERROR", "askPCPifReady() - some child processes got fatal errors, return -1."));
+    EXPECT_TRUE(logged("INFO", "Done."));
+}
+
+TEST_F(ServiceRunTest, AChildThatCannotBeStartedDoesNotKeepTheOthers) {
+    configure({ChildXml{"alpha"}, ChildXml{"beta"}}, "");
+    os.failForks(1, EAGAIN);
+    os.at(100000, [&] { os.raiseSignal(SIGTERM); });
+    service.Run();
+    EXPECT_TRUE(log.has("DEBUG", "ZORChildProcess", "process handle is -1"));
+    EXPECT_TRUE(log.has("DEBUG", "PingChildProcess", "process beta pinged successfully."));
+    EXPECT_TRUE(log.has("DEBUG", "PingChildProcess", "process alpha pinged successfully."));
+}
+
+TEST_F(ServiceRunTest, AWaitThatTheSystemRefusesIsLoggedAndEndsTheRun) {
+    configure({ChildXml{}}, "");
+    // The supervisor's own waits have limits: this is the main thread's, once it is ready.
+    int pid = 0;
+    os.at(35000, [&] {
+        pid = child("alpha").getProcessHandle();
+        os.failNextWait();
+    });
+    service.Run();
+    EXPECT_TRUE(log.inOrder({
+        {"ERROR", kLogger, "wait() threw a TVLThreadResourceError Exception ", {}},
+        {"INFO", "PingChildProcess", "no processes are alive.", {}},
+        {"INFO", kLogger, "Done.", {}},
+    }));
+    EXPECT_FALSE(os.process(pid).alive);
+}
+
+TEST_F(ServiceRunTest, TheOtherWayToStopWaitsForTheChildrenAndWakesTheMainThread) {
+    configure({ChildXml{}}, "");
+    struct Stopper : TVLThreadRunnable {
+        explicit Stopper(OpenService& s) : stopped(s) {}
+        void run() override {
+            TVLThread::sleep(100000);
+            stopped.OnStop();
+        }
+        OpenService& stopped;
+    } stopper(service);
+    TVLThread thread(&stopper, 1 << 20);
+    thread.start();
+    service.Run();
+    thread.join();
+    EXPECT_TRUE(log.inOrder({
+        {"INFO", kLogger, "Waiting for processes to stop.", {}},
+        {"INFO", "PingChildProcess", "no processes are alive.", {}},
+        {"INFO", kLogger, "Done wait for processes to stop.", {}},
+        {"INFO", kLogger, "signal main thread to wake (and die).", {}},
+        {"INFO", kLogger, "ZORBootstrapService::Run() - returned from m_semaMainThreadWait->wait()", {}},
+        {"INFO", kLogger, "Done.", {}},
+    }));
+}
+
+TEST_F(ServiceRunTest, StoppingBeforeTheRunDoesNothing) {
+    configure({ChildXml{}}, "");
+    service.stopChildProcess();
+    EXPECT_FALSE(log.has("INFO", "PingChildProcess", "Child process supervisor has been told to stop"));
+    service.wakeupMainThread();
+    EXPECT_TRUE(logged("INFO", "signal main thread to wake (and die)."));
+}
+
+TEST_F(ServiceRunTest, APidFileThatCannotBeWrittenIsAWarning) {
+    configure({ChildXml{}}, "");
+    std::filesystem::remove_all(folder.path("logs"));
+    os.at(100000, [&] { os.raiseSignal(SIGTERM); });
+    service.Run();
+    EXPECT_TRUE(
+        logged("WARN",
+               "Process ID could not be written to file.  The velbootstrapservice -stop command will not "
+               "work. Use 'kill -9' instead."));
+    EXPECT_TRUE(logged("INFO", "Done."));
+}
+
+TEST_F(ServiceRunTest, APidFileOnAFullDiskIsAWarning) {
+    configure({ChildXml{}}, "");
+    service.m_pidFilePath = "/dev/full";
+    service.WritePIDFile();
+    EXPECT_TRUE(
+        logged("WARN",
+               "Process ID could not be written to file.  The velbootstrapservice -stop command will not "
+               "work. Use 'kill -9' instead."));
+    EXPECT_EQ(log.raw().find("running as process"), std::string::npos);
+}
+
+TEST_F(ServiceRunTest, RunningAsAnApplicationFailsWhenTheInitialisationDoes) {
+    EXPECT_EQ(service.RunAsApplication(), 0);
+    EXPECT_TRUE(os.sleeps().empty());
+    EXPECT_EQ(os.threadsStarted(), 0);
+}
+
+// ---- Detaching ----
+
+TEST_F(ServiceRunTest, TheStarterReturnsFromDetachingAtOnce) {
+    EXPECT_EQ(service.runAsDaemon(), 0);
+    EXPECT_EQ(os.lastPid(), 1001);
+    EXPECT_EQ(os.threadsStarted(), 0);
+}
+
+TEST_F(ServiceRunTest, AForkThatFailsWhileDetachingIsLogged) {
+    os.failForks(1, EAGAIN);
+    EXPECT_EQ(service.runAsDaemon(), 0);
+    EXPECT_TRUE(logged("ERROR", "runAsDaemon() - fork failed, errno=11"));
+}
+
+// ---- Signal names ----
+
+TEST_F(ServiceRunTest, OneSignalNameIsKnown) {
+    for (const char* const name : {"SIGTERM", "SigTerm", "sigterm"}) {
+        I18NString text(name);
+        EXPECT_EQ(ZORBootstrapService::resolveSignal(text), 15) << name;
+    }
+    for (const char* const name : {"sigkill", "15", "", "sigterm "}) {
+        I18NString text(name);
+        EXPECT_EQ(ZORBootstrapService::resolveSignal(text), -1) << name;
+    }
+}
+
+// ---- The base class ----
+
+struct PlainService : ZORNTService {
+    using ZORNTService::ZORNTService;
+    int OnInit() override { return initResult; }
+    int Run() override {
+        ++runs;
+        return 7;
+    }
+    using ZORNTService::setExitCode;
+    int initResult = 1;
+    int runs = 0;
+};
+
+TEST(ZORNTServiceTest, ItRemembersTheLatestInstanceAndItsName) {
+    PlainService first("first");
+    EXPECT_EQ(ZORNTService::m_pThis, &first);
+    PlainService second(nullptr);
+    EXPECT_EQ(ZORNTService::m_pThis, &second);
+    EXPECT_STREQ(first.getServiceName(), "first");
+    EXPECT_STREQ(second.getServiceName(), "");
+    EXPECT_EQ(first.isRunningAsService(), 0);
+    EXPECT_EQ(first.getExitCode(), 0);
+}
+
+TEST(ZORNTServiceTest, NamesAreCutAtTwoHundredFiftyFiveCharacters) {
+    PlainService service(std::string(300, 'n').c_str());
+    EXPECT_EQ(std::string(service.getServiceName()), std::string(255, 'n'));
+    service.setServiceName("short");
+    EXPECT_STREQ(service.getServiceName(), "short");
+    service.setServiceName(nullptr);
+    EXPECT_STREQ(service.getServiceName(), "");
+}
+
+TEST(ZORNTServiceTest, RunningAsAnApplicationGivesWhatTheRunGives) {
+    PlainService service("x");
+    service.setExitCode(5);
+    EXPECT_EQ(service.RunAsApplication(), 7);
+    EXPECT_EQ(service.getExitCode(), 0);
+    EXPECT_EQ(service.runs, 1);
+}
+
+TEST(ZORNTServiceTest, AFailedInitialisationLeavesTheExitCodeAlone) {
+    PlainService service("x");
+    service.initResult = 0;
+    service.setExitCode(5);
+    EXPECT_EQ(service.RunAsApplication(), 0);
+    EXPECT_EQ(service.getExitCode(), 5);
+    EXPECT_EQ(service.runs, 0);
+}
+
+TEST(ZORNTServiceTest, TheBaseClassInitialisesNothingAndDoesNothing) {
+    ZORNTService service("x");
+    EXPECT_EQ(service.OnInit(), 0);
+    EXPECT_EQ(service.RunAsApplication(), 0);
+    service.OnStop();
+    service.OnInterrogate();
+    service.OnPause();
+    service.OnContinue();
+    service.OnShutdown();
+    EXPECT_EQ(service.getExitCode(), 0);
+}
+
+TEST_F(ServiceRunTest, TheServiceIsNamedAfterTheProduct) {
+    EXPECT_STREQ(service.getServiceName(), "Velmora 8");
+}
+
+}  // namespace
