@@ -239,7 +239,9 @@ bool SampleServer::isListeningOn(const std::string& name) const {
 
 void SampleServer::turn(int timeoutMs, const sigset_t& whileWaiting, const Handler& handler) {
     std::vector<pollfd> polled = pollSet();
-    const timespec timeout{timeoutMs / 1000, timeoutMs % 1000 * 1'000'000};
+    timespec timeout{};
+    timeout.tv_sec = timeoutMs / 1000;
+    timeout.tv_nsec = timeoutMs % 1000 * 1'000'000L;
     if (ppoll(polled.data(), polled.size(), &timeout, &whileWaiting) < 0) return;  // a signal came
     serveConnections(polled, handler);
     for (std::size_t i = 0; i < m_listeners.size(); ++i) {
