@@ -1,0 +1,32 @@
+#include "SEKEntry.h"
+
+#include <algorithm>
+
+namespace SEKEntry {
+
+std::string& threadDetails() {
+    thread_local std::string text;
+    return text;
+}
+
+void handOut(const std::string& text, char** details) noexcept {
+    if (details != nullptr) *details = text.empty() ? nullptr : SEKErrors::copyText(text);
+}
+
+void keep(std::string& place, const char* text) noexcept {
+    try {
+        place = text;
+    } catch (const std::exception&) {
+        place.clear();
+        place.append("no memory", std::min<std::size_t>(place.capacity(), 9));
+    }
+}
+
+std::shared_ptr<SEKSocket> socketOf(void* handle) {
+    std::shared_ptr<SEKSocket> socket = SEKLibrary::instance().find(handle);
+    if (socket == nullptr)
+        throw SEKFailure(handle == nullptr ? "null handle" : "not a handle of this library");
+    return socket;
+}
+
+}  // namespace SEKEntry

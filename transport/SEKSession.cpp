@@ -1,0 +1,67 @@
+#include "SEKSession.h"
+
+#include <sys/socket.h>
+
+#include "SEKDocument.h"
+#include "SEKErrors.h"
+
+namespace {
+
+constexpr const char* cryptoNamespace = "http://schemas.velmora.example/sek/crypto/1/";
+
+SEKDocument parseDocument(const char* document, const std::string& rootName) {
+    try {
+        if (document == nullptr) throw SEKFailure("no document");
+        SEKDocument parsed = SEKDocument::parse(document);
+        if (parsed.rootName() != rootName) throw SEKFailure("root element is " + parsed.rootName());
+        return parsed;
+    } catch (const SEKFailure& reason) {
+        throw SEKFailure("bad " + rootName + ": " + reason.what());
+    }
+}
+
+std::string childOf(const SEKDocument& document, const std::string& name) {
+    const auto child = document.children().find(name);
+    if (child == document.children().end() || child->second.empty())
+        throw SEKFailure("bad " + document.rootName() + ": no " + name);
+    return child->second;
+}
+
+void requireOnly(const SEKDocument& document, std::size_t count) {
+    if (document.children().size() != count)
+        throw SEKFailure("bad " + document.rootName() + ": unknown elements");
+}
+
+void checkNamespace(const SEKDocument& document) {
+    const auto found = document.attributes().find("xmlns");
+    if (found != document.attributes().end() && found->second != cryptoNamespace)
+        throw SEKFailure("bad " + document.rootName() + ": unknown namespace " + found->second);
+}
+
+int familyNamed(const std::string& name) {
+    if (name == "IPv4") return AF_INET;
+    if (name == "IPv6") return AF_INET6;
+    throw SEKFailure("bad sessionConfigDocument: protocolFamily is \"" + name + "\", not IPv4 or IPv6");
+}
+
+}  // namespace
+
+const char* SEKSession::familyName() const {
+    return family == AF_INET6 ? "IPv6" : "IPv4";
+}
+
+SEKSession SEKSession::parse(const char* text) {
+    const SEKDocument document = parseDocument(text, "sessionConfigDocument");
+    checkNamespace(document);
+    SEKSession session;
+    session.serviceID = childOf(document, "serviceID");
+    session.family = familyNamed(childOf(document, "protocolFamily"));
+    requireOnly(document, 2);
+    return session;
+}
+
+void checkServiceDocument(const char* text, const std::string& rootName) {
+    const SEKDocument document = parseDocument(text, rootName);
+    childOf(document, "serviceID");
+    requireOnly(document, 1);
+}

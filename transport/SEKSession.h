@@ -1,0 +1,22 @@
+// What a caller's document says: the service, and the address family of a session.
+//
+// Purpose: the checked content of the session document, and the checks of the initialise and terminate
+// documents. Ownership: a value type. Threads: immutable once parsed. Units: none. Errors: both readers throw
+// SEKFailure that says what is wrong with the document.
+#pragma once
+
+#include <string>
+
+struct SEKSession {
+    std::string serviceID;  // names the section of sek.cnf that applies
+    int family = 0;         // AF_INET or AF_INET6: the only family that is tried
+
+    // The words of the session document for the family.
+    const char* familyName() const;
+
+    // Reads a sessionConfigDocument; null is refused like any other text that is none.
+    static SEKSession parse(const char* document);
+};
+
+// Checks a document whose root has this name and that holds a serviceID and nothing else.
+void checkServiceDocument(const char* document, const std::string& rootName);

@@ -1,0 +1,87 @@
+#include "SEKSocketBio.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <new>
+
+#include "SEKErrors.h"
+
+namespace {
+
+struct State {
+    int descriptor;
+    bool atEnd = false;
+    int error = 0;
+};
+
+State& stateOf(BIO* bio) {
+    return *static_cast<State*>(BIO_get_data(bio));
+}
+
+int finish(BIO* bio, ssize_t count, int retryFlag) {
+    BIO_clear_retry_flags(bio);
+    if (count >= 0) return static_cast<int>(count);
+    if (errno == EAGAIN || errno == EINTR)
+        BIO_set_flags(bio, retryFlag | BIO_FLAGS_SHOULD_RETRY);
+    else
+        stateOf(bio).error = errno;
+    return -1;
+}
+
+int writeBytes(BIO* bio, const char* data, int length) {
+    const ssize_t count = send(stateOf(bio).descriptor, data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
+    return finish(bio, count, BIO_FLAGS_WRITE);
+}
+
+int readBytes(BIO* bio, char* buffer, int capacity) {
+    const ssize_t count = recv(stateOf(bio).descriptor, buffer, static_cast<std::size_t>(capacity), 0);
+    if (count == 0) stateOf(bio).atEnd = true;
+    return finish(bio, count, BIO_FLAGS_READ);
+}
+
+long control(BIO* bio, int command, long, void*) {
+    if (command == BIO_CTRL_FLUSH) return 1;  // nothing is buffered here
+    if (command == BIO_CTRL_EOF) return stateOf(bio).atEnd ? 1 : 0;
+    return 0;
+}
+
+int destroy(BIO* bio) {
+    delete static_cast<State*>(BIO_get_data(bio));
+    BIO_set_data(bio, nullptr);
+    return 1;
+}
+
+BIO_METHOD* makeMethod() {
+    BIO_METHOD* method = BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "socket without signals");
+    if (method == nullptr) throw std::bad_alloc();
+    BIO_meth_set_write(method, writeBytes);
+    BIO_meth_set_read(method, readBytes);
+    BIO_meth_set_ctrl(method, control);
+    BIO_meth_set_destroy(method, destroy);
+    return method;
+}
+
+// Lives as long as the process: a connection may outlast the library's termination.
+const BIO_METHOD* method() {
+    static const BIO_METHOD* const instance = makeMethod();
+    return instance;
+}
+
+}  // namespace
+
+namespace SEKSocketBio {
+
+BIO* create(int descriptor) {
+    BIO* bio = BIO_new(method());
+    if (bio == nullptr) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
+    BIO_set_data(bio, new State{descriptor});
+    BIO_set_init(bio, 1);
+    return bio;
+}
+
+int lastError(BIO* bio) {
+    return stateOf(bio).error;
+}
+
+}  // namespace SEKSocketBio

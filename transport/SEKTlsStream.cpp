@@ -1,0 +1,136 @@
+#include "SEKTlsStream.h"
+
+#include <arpa/inet.h>
+#include <openssl/err.h>
+#include <openssl/x509v3.h>
+
+#include "SEKErrors.h"
+#include "SEKSocketBio.h"
+
+namespace {
+
+bool isAddress(const std::string& host) {
+    in6_addr bytes{};
+    return inet_pton(AF_INET, host.c_str(), &bytes) == 1 || inet_pton(AF_INET6, host.c_str(), &bytes) == 1;
+}
+
+// What a certificate can name: no zone of an address and no final dot of a name.
+std::string certifiedName(const std::string& host) {
+    const bool hasZone = host.find(':') != std::string::npos;
+    std::string name = hasZone ? host.substr(0, host.find('%')) : host;
+    if (name.size() > 1 && name.back() == '.') name.pop_back();
+    return name;
+}
+
+// OpenSSL's macro for this call hides a cast that the compiler flags refuse.
+int sendServerName(SSL* ssl, std::string name) {
+    return static_cast<int>(
+        SSL_ctrl(ssl, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name, name.data()));
+}
+
+// Peers that speak another protocol are a common mistake, and OpenSSL's words hide it.
+const char* hintFor(unsigned long code) {
+    if (ERR_GET_LIB(code) != ERR_LIB_SSL) return "";
+    switch (ERR_GET_REASON(code)) {
+        case SSL_R_WRONG_VERSION_NUMBER:
+        case SSL_R_HTTP_REQUEST:
+        case SSL_R_PACKET_LENGTH_TOO_LONG:
+            return " (the peer seems not to speak TLS)";
+        case SSL_R_UNEXPECTED_EOF_WHILE_READING:
+            return " (the peer ended the connection without a TLS close notification)";
+        default:
+            return "";
+    }
+}
+
+}  // namespace
+
+SEKTlsStream::SEKTlsStream(SSL_CTX* context, int descriptor, SEKRole role) : m_ssl(SSL_new(context)) {
+    if (m_ssl == nullptr) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
+    BIO* bio = SEKSocketBio::create(descriptor);
+    SSL_set_bio(m_ssl.get(), bio, bio);
+    if (role == SEKRole::Client)
+        SSL_set_connect_state(m_ssl.get());
+    else
+        SSL_set_accept_state(m_ssl.get());
+}
+
+void SEKTlsStream::expectPeer(const std::string& host) {
+    const std::string name = certifiedName(host);
+    begin();
+    int result = 0;
+    if (isAddress(name)) {
+        result = X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(m_ssl.get()), name.c_str());
+    } else {
+        SSL_set_hostflags(m_ssl.get(), X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+        result = SSL_set1_host(m_ssl.get(), name.c_str());
+        if (result > 0) result = sendServerName(m_ssl.get(), name);
+    }
+    if (result <= 0) throw SEKFailure("cannot set the expected host: " + SEKErrors::tlsReason());
+}
+
+void SEKTlsStream::begin() const {
+    if (!m_broken.empty()) throw SEKFailure(m_broken);
+    ERR_clear_error();
+}
+
+SEKTlsStream::Step SEKTlsStream::handshake() {
+    begin();
+    const Step step = outcome(SSL_do_handshake(m_ssl.get()));
+    if (step == Step::EndOfStream) {
+        m_broken = "the peer ended the connection during the handshake";
+        throw SEKFailure(m_broken);
+    }
+    m_established = step == Step::Done;
+    return step;
+}
+
+SEKTlsStream::Step SEKTlsStream::read(void* buffer, std::size_t capacity, std::size_t& received) {
+    begin();
+    return outcome(SSL_read_ex(m_ssl.get(), buffer, capacity, &received));
+}
+
+SEKTlsStream::Step SEKTlsStream::peek() {
+    begin();
+    char byte = 0;
+    std::size_t found = 0;
+    return outcome(SSL_peek_ex(m_ssl.get(), &byte, 1, &found));
+}
+
+SEKTlsStream::Step SEKTlsStream::write(const void* data, std::size_t length, std::size_t& sent) {
+    begin();
+    return outcome(SSL_write_ex(m_ssl.get(), data, length, &sent));
+}
+
+SEKTlsStream::Step SEKTlsStream::outcome(int result) {
+    if (result > 0) return Step::Done;
+    const int error = SSL_get_error(m_ssl.get(), result);
+    if (error == SSL_ERROR_WANT_READ) return Step::WantRead;
+    if (error == SSL_ERROR_WANT_WRITE) return Step::WantWrite;
+    if (error == SSL_ERROR_ZERO_RETURN) return Step::EndOfStream;
+    m_broken = reasonFor(error);
+    throw SEKFailure(m_broken);
+}
+
+std::string SEKTlsStream::reasonFor(int error) const {
+    const int systemError = SEKSocketBio::lastError(SSL_get_rbio(m_ssl.get()));
+    const unsigned long code = ERR_peek_error();
+    if (error == SSL_ERROR_SYSCALL || code == 0) {
+        ERR_clear_error();
+        return systemError != 0 ? SEKErrors::systemReason(systemError) : "the peer ended the connection";
+    }
+    const bool isRefusal = ERR_GET_REASON(code) == SSL_R_CERTIFICATE_VERIFY_FAILED;
+    return SEKErrors::tlsReason() + (isRefusal ? verificationReason() : hintFor(code));
+}
+
+std::string SEKTlsStream::verificationReason() const {
+    return std::string(": ") + X509_verify_cert_error_string(SSL_get_verify_result(m_ssl.get()));
+}
+
+void SEKTlsStream::sayGoodbye() noexcept {
+    // After a failure OpenSSL forbids the call, and before the handshake there is nothing to end.
+    if (!m_broken.empty() || !m_established) return;
+    ERR_clear_error();
+    SSL_shutdown(m_ssl.get());
+    ERR_clear_error();
+}

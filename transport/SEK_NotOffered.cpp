@@ -1,0 +1,85 @@
+#include "SEKEntry.h"
+
+// The operations that this library does not offer: impersonation, credentials, passports and data protection.
+// They are here because programs load the library only when every entry point is there.
+
+namespace {
+
+long refuse(void* handle, char** details = nullptr) noexcept {
+    const std::shared_ptr<SEKSocket> socket = SEKLibrary::instance().find(handle);
+    std::string& place = socket != nullptr ? socket->details : SEKEntry::threadDetails();
+    SEKEntry::keep(place, "not supported");
+    SEKEntry::handOut(place, details);
+    return SEK_NotSupported;
+}
+
+}  // namespace
+
+extern "C" {
+
+long SEK_SocketSecurityOp(void* handle, char*, char**, char*) {
+    return refuse(handle);
+}
+
+long SEK_PersistentInitialize(void**, char*, char*, char** details) {
+    return refuse(nullptr, details);
+}
+
+long SEK_SetInfo(void* handle, char*, char*) {
+    return refuse(handle);
+}
+
+long SEK_ProtectData(void* handle, void*, unsigned long, void**, unsigned long*, char*) {
+    return refuse(handle);
+}
+
+long SEK_UnprotectData(void* handle, void*, unsigned long, void**, unsigned long*, char*) {
+    return refuse(handle);
+}
+
+long SEK_GetInfo(void* handle, char*, char**, char*) {
+    return refuse(handle);
+}
+
+long SEK_ImpUsrInitialize(void**, char*, char*, char** details) {
+    return refuse(nullptr, details);
+}
+
+long SEK_ImpUsrNegotiate(void* handle, char*, char**, char*) {
+    return refuse(handle);
+}
+
+long SEK_ImpUsrImpersonate(void* handle, char*) {
+    return refuse(handle);
+}
+
+long SEK_ImpUsrRevert(void* handle, char*) {
+    return refuse(handle);
+}
+
+long SEK_ImpUsrSerializeHandle(void* handle, char**, char*) {
+    return refuse(handle);
+}
+
+long SEK_ImpUsrDeserializeHandle(char*, void**, char** details, char*) {
+    return refuse(nullptr, details);
+}
+
+long SEK_EncryptCredential(void* handle, unsigned long, void*, unsigned long, unsigned long, void**,
+                           unsigned long*, char*) {
+    return refuse(handle);
+}
+
+long SEK_DecryptCredential(void* handle, unsigned long, void*, unsigned long, void**, unsigned long*, char*) {
+    return refuse(handle);
+}
+
+long SEK_CMDRT_DecryptPassport(void*, unsigned long, void**, unsigned long*, char*) {
+    return refuse(nullptr);
+}
+
+long AS_DecryptText(long, unsigned long, int, const char*, int*, char*) {
+    return refuse(nullptr);
+}
+
+}  // extern "C"
