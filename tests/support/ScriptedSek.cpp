@@ -16,7 +16,7 @@ void ScriptedSek::reset() {
     m_peers.clear();
     m_calls.clear();
     m_pollBits.reset();
-    m_openHandles = 0;
+    m_handles.clear();
     m_unfreedDetails = 0;
 }
 
@@ -36,7 +36,7 @@ ScriptedSek::Call ScriptedSek::last(const std::string& entry) const {
 }
 
 long ScriptedSek::note(const std::string& entry, const std::string& text, long number) {
-    m_calls.push_back({entry, text, number});
+    m_calls.push_back({entry, text, number, {}, 0});
     return 0;
 }
 
@@ -90,23 +90,27 @@ struct ScriptedSekEntries {
         return -1;
     }
 
-    static long connect(void* raw, const char* url) {
+    static long connect(void* raw, const char* url, const char* document) {
         const std::lock_guard guard(script().mutex());
         handle(raw)->uri = url;
         handle(raw)->lastDetails.reset();
-        if (const auto code = onHandle("SEK_Connect_Url", raw, url, 0)) return *code;
+        const auto code = onHandle("SEK_Connect_Url", raw, url, 0);
+        script().m_calls.back().document = document;
+        if (code) return *code;
         ScriptedSek::Peer& peer = script().peer(url);
         ++peer.connects;
         if (peer.onConnect) peer.onConnect();
         return peer.refuses ? fail(raw, "refused") : 0;
     }
 
-    static long send(void* raw, const void* data, long length, long* sent) {
+    static long send(void* raw, const void* data, long length, long flags, long* sent) {
         std::function<void(const std::string&)> reaction;
         const std::string command(static_cast<const char*>(data), static_cast<std::size_t>(length));
         {
             const std::lock_guard guard(script().mutex());
-            if (const auto code = onHandle("SEK_Send", raw, command, length)) return *code;
+            const auto code = onHandle("SEK_Send", raw, command, length);
+            script().m_calls.back().flags = flags;
+            if (code) return *code;
             ScriptedSek::Peer& peer = script().peer(handle(raw)->uri);
             peer.commands.push_back(command);
             reaction = peer.onCommand;
@@ -116,19 +120,22 @@ struct ScriptedSekEntries {
         return 0;
     }
 
-    static long receive(void* raw, void* buffer, long capacity, long* received) {
+    static long receive(void* raw, void* buffer, long capacity, long flags, long* received) {
         const std::lock_guard guard(script().mutex());
-        if (const auto code = onHandle("SEK_Recv", raw, "", capacity)) return *code;
+        const long code = onHandle("SEK_Recv", raw, "", capacity).value_or(0);
+        script().m_calls.back().flags = flags;
+        if (code < 0) return code;
         const std::string& answer = script().peer(handle(raw)->uri).answer;
         const std::size_t size = std::min(answer.size(), static_cast<std::size_t>(capacity));
         std::memcpy(buffer, answer.data(), size);
         *received = static_cast<long>(size);
-        return 0;
+        return code;
     }
 
     static long poll(SEK_Pollfd* entries, long count, long limitMs, char** details) {
         const std::lock_guard guard(script().mutex());
         script().note("SEK_Poll", std::to_string(count), limitMs);
+        script().m_calls.back().flags = entries->events;
         const auto answer = script().queued("SEK_Poll");
         if (script().m_pollBits) entries->revents = *script().m_pollBits;
         if (answer) {
@@ -143,8 +150,7 @@ struct ScriptedSekEntries {
     static long closeHandle(void** raw) {
         const std::lock_guard guard(script().mutex());
         script().note("SEK_CloseHandle");
-        --script().m_openHandles;
-        delete handle(*raw);
+        script().m_handles.remove_if([&](const auto& open) { return open.get() == *raw; });
         *raw = nullptr;
         return 0;
     }
@@ -153,8 +159,7 @@ struct ScriptedSekEntries {
         const long code = withDetails("SEK_Socket", document, details);
         if (code < 0) return code;
         const std::lock_guard guard(script().mutex());
-        ++script().m_openHandles;
-        *raw = new Handle;
+        *raw = script().m_handles.emplace_back(std::make_unique<Handle>()).get();
         return code;
     }
 
@@ -170,8 +175,9 @@ namespace {
 
 using Entries = ScriptedSekEntries;
 
-long unused(const char* entry) {
-    return Entries::withDetails(entry, nullptr, nullptr);
+template <typename... Arguments>
+long unused(const char* entry, Arguments... arguments) {
+    return Entries::withDetails(entry, ScriptedSek::spell(arguments...).c_str(), nullptr);
 }
 
 }  // namespace
@@ -196,18 +202,18 @@ long SEK_CryptoGetLastErrorDetails(void* handle, char*, char** details) {
 long SEK_Socket(void** handle, char* document, char*, char** details) {
     return Entries::socket(handle, document, details);
 }
-long SEK_Connect_Url(void* handle, char* url, char*) {
-    return Entries::connect(handle, url);
+long SEK_Connect_Url(void* handle, char* url, char* document) {
+    return Entries::connect(handle, url, document);
 }
 long SEK_EstablishSecure(void* handle, char*) {
     const std::lock_guard guard(Entries::script().mutex());
     return Entries::onHandle("SEK_EstablishSecure", handle, "", 0).value_or(0);
 }
-long SEK_Send(void* handle, const void* data, long length, long, long* sent, char*) {
-    return Entries::send(handle, data, length, sent);
+long SEK_Send(void* handle, const void* data, long length, long flags, long* sent, char*) {
+    return Entries::send(handle, data, length, flags, sent);
 }
-long SEK_Recv(void* handle, void* buffer, long capacity, long, long* received, char*) {
-    return Entries::receive(handle, buffer, capacity, received);
+long SEK_Recv(void* handle, void* buffer, long capacity, long flags, long* received, char*) {
+    return Entries::receive(handle, buffer, capacity, flags, received);
 }
 long SEK_Poll(SEK_Pollfd* entries, long count, long timeLimitMs, char*, char** details) {
     return Entries::poll(entries, count, timeLimitMs, details);
@@ -216,88 +222,90 @@ long SEK_CloseHandle(void** handle, char*, char**) {
     return Entries::closeHandle(handle);
 }
 
-long SEK_Bind(void*, sockaddr_storage*, long, char*) {
-    return unused("SEK_Bind");
+long SEK_Bind(void* a, sockaddr_storage* b, long c, char* d) {
+    return unused("SEK_Bind", a, b, c, d);
 }
-long SEK_Bind_Url(void*, char*, char*) {
-    return unused("SEK_Bind_Url");
+long SEK_Bind_Url(void* a, char* b, char* c) {
+    return unused("SEK_Bind_Url", a, b, c);
 }
-long SEK_Listen(void*, long, char*) {
-    return unused("SEK_Listen");
+long SEK_Listen(void* a, long b, char* c) {
+    return unused("SEK_Listen", a, b, c);
 }
-long SEK_Accept(void*, void**, sockaddr_storage*, long*, char*) {
-    return unused("SEK_Accept");
+long SEK_Accept(void* a, void** b, sockaddr_storage* c, long* d, char* e) {
+    return unused("SEK_Accept", a, b, c, d, e);
 }
-long SEK_Connect(void*, sockaddr_storage*, long, char*) {
-    return unused("SEK_Connect");
+long SEK_Connect(void* a, sockaddr_storage* b, long c, char* d) {
+    return unused("SEK_Connect", a, b, c, d);
 }
-long SEK_GetSockName(void*, sockaddr_storage*, long*, char*) {
-    return unused("SEK_GetSockName");
+long SEK_GetSockName(void* a, sockaddr_storage* b, long* c, char* d) {
+    return unused("SEK_GetSockName", a, b, c, d);
 }
-long SEK_GetPeerName(void*, sockaddr_storage*, long*, char*) {
-    return unused("SEK_GetPeerName");
+long SEK_GetPeerName(void* a, sockaddr_storage* b, long* c, char* d) {
+    return unused("SEK_GetPeerName", a, b, c, d);
 }
-long SEK_GetSockOpt(void*, long, void*, long*, char*) {
-    return unused("SEK_GetSockOpt");
+long SEK_GetSockOpt(void* a, long b, void* c, long* d, char* e) {
+    return unused("SEK_GetSockOpt", a, b, c, d, e);
 }
-long SEK_SetSockOpt(void*, long, const void*, long, char*) {
-    return unused("SEK_SetSockOpt");
+long SEK_SetSockOpt(void* a, long b, const void* c, long d, char* e) {
+    return unused("SEK_SetSockOpt", a, b, c, d, e);
 }
-long SEK_SocketSecurityOp(void*, char*, char**, char*) {
-    return unused("SEK_SocketSecurityOp");
+long SEK_SocketSecurityOp(void* a, char* b, char** c, char* d) {
+    return unused("SEK_SocketSecurityOp", a, b, c, d);
 }
-long SEK_Select(SEK_Handle_Set*, SEK_Handle_Set*, SEK_Handle_Set*, const timeval*, long*, char*, char**) {
-    return unused("SEK_Select");
+long SEK_Select(SEK_Handle_Set* a, SEK_Handle_Set* b, SEK_Handle_Set* c, const timeval* d, long* e, char* f,
+                char** g) {
+    return unused("SEK_Select", a, b, c, d, e, f, g);
 }
-long SEK_PersistentInitialize(void**, char*, char*, char**) {
-    return unused("SEK_PersistentInitialize");
+long SEK_PersistentInitialize(void** a, char* b, char* c, char** d) {
+    return unused("SEK_PersistentInitialize", a, b, c, d);
 }
-long SEK_SetInfo(void*, char*, char*) {
-    return unused("SEK_SetInfo");
+long SEK_SetInfo(void* a, char* b, char* c) {
+    return unused("SEK_SetInfo", a, b, c);
 }
-long SEK_ProtectData(void*, void*, unsigned long, void**, unsigned long*, char*) {
-    return unused("SEK_ProtectData");
+long SEK_ProtectData(void* a, void* b, unsigned long c, void** d, unsigned long* e, char* f) {
+    return unused("SEK_ProtectData", a, b, c, d, e, f);
 }
-long SEK_UnprotectData(void*, void*, unsigned long, void**, unsigned long*, char*) {
-    return unused("SEK_UnprotectData");
+long SEK_UnprotectData(void* a, void* b, unsigned long c, void** d, unsigned long* e, char* f) {
+    return unused("SEK_UnprotectData", a, b, c, d, e, f);
 }
-long SEK_GetInfo(void*, char*, char**, char*) {
-    return unused("SEK_GetInfo");
+long SEK_GetInfo(void* a, char* b, char** c, char* d) {
+    return unused("SEK_GetInfo", a, b, c, d);
 }
-long SEK_ImpUsrInitialize(void**, char*, char*, char**) {
-    return unused("SEK_ImpUsrInitialize");
+long SEK_ImpUsrInitialize(void** a, char* b, char* c, char** d) {
+    return unused("SEK_ImpUsrInitialize", a, b, c, d);
 }
-long SEK_ImpUsrNegotiate(void*, char*, char**, char*) {
-    return unused("SEK_ImpUsrNegotiate");
+long SEK_ImpUsrNegotiate(void* a, char* b, char** c, char* d) {
+    return unused("SEK_ImpUsrNegotiate", a, b, c, d);
 }
-long SEK_ImpUsrImpersonate(void*, char*) {
-    return unused("SEK_ImpUsrImpersonate");
+long SEK_ImpUsrImpersonate(void* a, char* b) {
+    return unused("SEK_ImpUsrImpersonate", a, b);
 }
-long SEK_ImpUsrRevert(void*, char*) {
-    return unused("SEK_ImpUsrRevert");
+long SEK_ImpUsrRevert(void* a, char* b) {
+    return unused("SEK_ImpUsrRevert", a, b);
 }
-long SEK_ImpUsrSerializeHandle(void*, char**, char*) {
-    return unused("SEK_ImpUsrSerializeHandle");
+long SEK_ImpUsrSerializeHandle(void* a, char** b, char* c) {
+    return unused("SEK_ImpUsrSerializeHandle", a, b, c);
 }
-long SEK_ImpUsrDeserializeHandle(char*, void**, char**, char*) {
-    return unused("SEK_ImpUsrDeserializeHandle");
+long SEK_ImpUsrDeserializeHandle(char* a, void** b, char** c, char* d) {
+    return unused("SEK_ImpUsrDeserializeHandle", a, b, c, d);
 }
-long SEK_GetRandomData(unsigned long, void*, char*) {
-    return unused("SEK_GetRandomData");
+long SEK_GetRandomData(unsigned long a, void* b, char* c) {
+    return unused("SEK_GetRandomData", a, b, c);
 }
-long SEK_EncryptCredential(void*, unsigned long, void*, unsigned long, unsigned long, void**, unsigned long*,
-                           char*) {
-    return unused("SEK_EncryptCredential");
+long SEK_EncryptCredential(void* a, unsigned long b, void* c, unsigned long d, unsigned long e, void** f,
+                           unsigned long* g, char* h) {
+    return unused("SEK_EncryptCredential", a, b, c, d, e, f, g, h);
 }
-long SEK_DecryptCredential(void*, unsigned long, void*, unsigned long, void**, unsigned long*, char*) {
-    return unused("SEK_DecryptCredential");
+long SEK_DecryptCredential(void* a, unsigned long b, void* c, unsigned long d, void** e, unsigned long* f,
+                           char* g) {
+    return unused("SEK_DecryptCredential", a, b, c, d, e, f, g);
 }
-long SEK_CMDRT_DecryptPassport(void*, unsigned long, void**, unsigned long*, char*) {
-    return unused("SEK_CMDRT_DecryptPassport");
+long SEK_CMDRT_DecryptPassport(void* a, unsigned long b, void** c, unsigned long* d, char* e) {
+    return unused("SEK_CMDRT_DecryptPassport", a, b, c, d, e);
 }
 #ifndef SCRIPTED_SEK_INCOMPLETE
-long AS_DecryptText(long, unsigned long, int, const char*, int*, char*) {
-    return unused("AS_DecryptText");
+long AS_DecryptText(long a, unsigned long b, int c, const char* d, int* e, char* f) {
+    return unused("AS_DecryptText", a, b, c, d, e, f);
 }
 #endif
 }

@@ -7,12 +7,17 @@
 // Threads: calls may come from several threads; scripting happens while none calls.
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 class ScriptedSek {
@@ -33,8 +38,10 @@ class ScriptedSek {
     };
     struct Call {
         std::string entry;
-        std::string text;  // document, URI or bytes sent, where there are any
-        long number = 0;   // time limit of a poll, capacity of a read, length of a send
+        std::string text;      // document, URI or bytes sent; of an entry without a behaviour, spell()
+        long number = 0;       // time limit of a poll, capacity of a read, length of a send
+        std::string document;  // session document of a connect
+        long flags = 0;        // of a send or a read; the events that a poll asks for
     };
 
     static ScriptedSek& instance();
@@ -48,8 +55,15 @@ class ScriptedSek {
     const std::vector<Call>& calls() const { return m_calls; }
     std::size_t count(const std::string& entry) const;
     Call last(const std::string& entry) const;
-    int openHandles() const { return m_openHandles; }
+    int openHandles() const { return static_cast<int>(m_handles.size()); }
     int unfreedDetails() const { return m_unfreedDetails; }
+    // The arguments of a call as text: what went in on one side can be compared with what came out.
+    template <typename... Arguments>
+    static std::string spell(Arguments... arguments) {
+        std::ostringstream text;
+        ((text << readable(arguments) << ' '), ...);
+        return text.str();
+    }
 
     // For the entry points only.
     struct Handle {
@@ -65,11 +79,20 @@ class ScriptedSek {
   private:
     friend struct ScriptedSekEntries;
 
+    template <typename Argument>
+    static auto readable(Argument argument) {
+        if constexpr (std::is_pointer_v<Argument>) {
+            return static_cast<const void*>(argument);
+        } else {
+            return argument;
+        }
+    }
+
     std::recursive_mutex m_mutex;
     std::map<std::string, std::deque<Answer>> m_queues;
     std::map<std::string, Peer> m_peers;
     std::vector<Call> m_calls;
     std::optional<std::uint16_t> m_pollBits;
-    int m_openHandles = 0;
+    std::list<std::unique_ptr<Handle>> m_handles;  // open ones; what a caller forgot goes with reset()
     int m_unfreedDetails = 0;
 };

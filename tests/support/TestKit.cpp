@@ -107,6 +107,12 @@ std::vector<LogLine> LogCapture::lines() const {
     return result;
 }
 
+std::vector<LogLine> LogCapture::linesOf(const std::string& logger) const {
+    std::vector<LogLine> result = lines();
+    std::erase_if(result, [&](const LogLine& line) { return line.logger != logger; });
+    return result;
+}
+
 std::size_t LogCapture::count(const std::string& level, const std::string& logger,
                               const std::string& text) const {
     const std::vector<LogLine> all = lines();

@@ -54,6 +54,7 @@ class LogCapture {
 
     std::string raw() const;
     std::vector<LogLine> lines() const;
+    std::vector<LogLine> linesOf(const std::string& logger) const;
     std::size_t count(const std::string& level, const std::string& logger, const std::string& text) const;
     bool has(const std::string& level, const std::string& logger, const std::string& text) const {
         return count(level, logger, text) > 0;

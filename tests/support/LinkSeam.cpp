@@ -1,0 +1,49 @@
+#include "LinkSeam.h"
+
+// The linker's --wrap=<call> fixes these names.
+// NOLINTBEGIN(bugprone-reserved-identifier): they are the linker's choice
+extern "C" {
+void* __real_dlopen(const char* file, int mode);
+char* __real_strdup(const char* text);
+void* __wrap_dlopen(const char* file, int mode);
+char* __wrap_strdup(const char* text);
+}
+
+namespace {
+
+LinkSeam* installed = nullptr;
+
+}  // namespace
+
+void* __wrap_dlopen(const char* file, int mode) {
+    LinkSeam* const seam = LinkSeam::current();
+    return seam == nullptr ? __real_dlopen(file, mode) : seam->load(file, mode);
+}
+
+char* __wrap_strdup(const char* text) {
+    const LinkSeam* const seam = LinkSeam::current();
+    return seam == nullptr ? __real_strdup(text) : seam->copy(text);
+}
+
+LinkSeam::LinkSeam() {
+    installed = this;
+}
+
+LinkSeam::~LinkSeam() {
+    installed = nullptr;
+}
+
+LinkSeam* LinkSeam::current() {
+    return installed;
+}
+
+void* LinkSeam::load(const char* file, int mode) {
+    m_loads.push_back({file, mode});
+    if (m_failLoads) return nullptr;
+    return __real_dlopen(m_instead.empty() ? file : m_instead.c_str(), mode);
+}
+
+char* LinkSeam::copy(const char* text) const {
+    return m_uncopied == text ? nullptr : __real_strdup(text);
+}
+// NOLINTEND(bugprone-reserved-identifier)

@@ -1,0 +1,31 @@
+#include "ZORBadConfigException.h"
+
+#include <exception>
+#include <string>
+#include <type_traits>
+
+#include "TestKit.h"
+
+namespace {
+
+// A catch of the standard exceptions must not take a configuration error by accident.
+static_assert(!std::is_base_of_v<std::exception, ZORBadConfigException>);
+static_assert(std::has_virtual_destructor_v<ZORBadConfigException>);
+
+TEST(ZORBadConfigExceptionTest, GivesBackItsMessage) {
+    const ZORBadConfigException exception(R"(required element "start" is missing.)");
+    EXPECT_STREQ(exception.getMessage(), R"(required element "start" is missing.)");
+}
+
+TEST(ZORBadConfigExceptionTest, OwnsItsMessageAlsoWhenThrown) {
+    try {
+        std::string message = "first words";
+        const ZORBadConfigException exception(message.c_str());
+        message = "other words";
+        throw exception;
+    } catch (const ZORBadConfigException& caught) {
+        EXPECT_STREQ(caught.getMessage(), "first words");
+    }
+}
+
+}  // namespace
