@@ -1,7 +1,5 @@
 #include "ZORSocketCommand.h"
 
-#include <array>
-
 #include "SEK_Crypto_Interface.h"
 #include "TVLConfigurationFactory.h"
 #include "TVLCrypto.h"
@@ -40,8 +38,14 @@ std::string hostOf(const std::string& uri) {
     return uri.substr(start, end == std::string::npos ? end : end - start);
 }
 
+// A startup configuration that cannot be read must not end the thread that pings.
 bool isConfiguredForIPv6() {
-    return TVLConfigurationFactory::getInstance()->getString("networkConfiguration") == "IPv6";
+    try {
+        return TVLConfigurationFactory::getInstance()->getString("networkConfiguration") == "IPv6";
+    } catch (const TVLConfigurationException& exception) {
+        logger->log(ZOR_ERROR, "%s", exception.getMessage());
+        return false;
+    }
 }
 
 }  // namespace

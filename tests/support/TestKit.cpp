@@ -180,4 +180,5 @@ void ServiceTest::setProperty(const char* name, const char* value) {
 void ServiceTest::writeStartup(const std::string& elements) const {
     folder.write("configuration/startup.xml", "<startupConfiguration xmlns:vrx=\"urn:velmora:startup\">" +
                                                   elements + "</startupConfiguration>");
+    FreshConfiguration::install();
 }

@@ -91,7 +91,7 @@ class ServiceTest : public testing::Test {
 
     static const char* property(const char* name);
     static void setProperty(const char* name, const char* value);
-    // Writes configuration/startup.xml around these elements.
+    // Writes configuration/startup.xml around these elements; it is read again on the next use.
     void writeStartup(const std::string& elements) const;
 
     InstallFolder folder;

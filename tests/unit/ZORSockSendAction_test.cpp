@@ -57,8 +57,10 @@ TEST_F(ZORSockSendActionTest, PreparationIsLoggedInItsOrder) {
                                     {"DEBUG", "ZORAction", "configured wait_time is 1000 ms.", {}},
                                     debugLine("URI is https://peer.example:9300/dispatch"),
                                     debugLine(R"(command string is "PING")"),
-                                    debugLine("socket I/O timeout is 5"), debugLine(R"(responseSize is "10")"),
-                                    debugLine(R"(responseOK is "ok")"), debugLine(R"(responseFatal is "fatal")"),
+                                    debugLine("socket I/O timeout is 5"),
+                                    debugLine(R"(responseSize is "10")"),
+                                    debugLine(R"(responseOK is "ok")"),
+                                    debugLine(R"(responseFatal is "fatal")"),
                                     debugLine(R"(responseRetry is "retry")")}));
 }
 
@@ -217,11 +219,11 @@ TEST_F(ZORSockSendActionTest, AnAnswerThatCannotBeReadGivesMinusOne) {
     sek.peer(kUri).silent = true;
     log.clear();
     EXPECT_EQ(action.execute(), ZOR_NOT_SENT);
-    EXPECT_EQ(log.lines(), (std::vector<LogLine>{
-                               debugLine("socket send action execute, sending..."),
-                               debugLine("successful send, now read response..."),
-                               {"ERROR", "ZORSocketCommand", "no response,  SEK_Poll timed out.", {}},
-                               debugLine("error occured while reading response.")}));
+    EXPECT_EQ(log.lines(),
+              (std::vector<LogLine>{debugLine("socket send action execute, sending..."),
+                                    debugLine("successful send, now read response..."),
+                                    {"ERROR", "ZORSocketCommand", "no response,  SEK_Poll timed out.", {}},
+                                    debugLine("error occured while reading response.")}));
     EXPECT_EQ(sek.openHandles(), 0);
 }
 
@@ -272,7 +274,8 @@ TEST_F(ZORSockSendActionTest, AnswersAreClassifiedByTheirMarkers) {
 }
 
 TEST_F(ZORSockSendActionTest, OnlyAnAnswerWithoutAnyMarkerIsAWarning) {
-    constexpr const char* kAll = "responseSize='16' responseOK='good' responseFatal='bad' responseRetry='wait'";
+    constexpr const char* kAll =
+        "responseSize='16' responseOK='good' responseFatal='bad' responseRetry='wait'";
     resultOf(kAll, "whatever");
     EXPECT_TRUE(log.has("WARN", "ZORSockSendAction", kNothing));
     for (const auto& [answer, line] :
@@ -309,13 +312,24 @@ TEST_F(ZORSockSendActionTest, EveryExecutionIsACompleteExchange) {
 
 // Two threads.
 
+constexpr std::size_t kStackSizeBytes = 1 << 20;
+
 class Execution : public TVLThreadRunnable {
   public:
     Execution(ZORSockSendAction& action, int delayMs) : m_action(action), m_delayMs(delayMs) {}
     void run() override {
         TVLThread::sleep(m_delayMs);
+        m_threadId.store(TVLThread::currentThreadId());
         result = m_action.execute();
         doneAtMs = TVLOs::current().nowMs();
+    }
+    // Whether its thread waits in the kernel for something.
+    bool isBlocked() const {
+        std::ifstream file("/proc/self/task/" + std::to_string(m_threadId.load()) + "/stat");
+        std::string text;
+        std::getline(file, text);
+        const std::size_t name = text.rfind(')');
+        return name != std::string::npos && text.substr(name, 3) == ") S";
     }
 
     int result = 0;
@@ -324,53 +338,60 @@ class Execution : public TVLThreadRunnable {
   private:
     ZORSockSendAction& m_action;
     int m_delayMs;
+    std::atomic<unsigned int> m_threadId{0};
 };
 
 TEST_F(ZORSockSendActionTest, ThePauseAfterAnExecutionHoldsNobodyUp) {
     prepare("wait_time='20'");
     Execution second(action, 5000);
-    TVLThread thread(&second, 65536);
+    TVLThread thread(&second, kStackSizeBytes);
     thread.start();
     EXPECT_EQ(action.execute(), 1);
     EXPECT_EQ(os.nowMs(), 22000);
     thread.join();
     EXPECT_EQ(second.result, 1);
-    EXPECT_EQ(second.doneAtMs, 27000) << "connected during the pause of the first";
+    EXPECT_EQ(second.doneAtMs, 27000) << "its exchange fell into the pause of the first";
 }
 
-// Every sleep is over at once; the first one starts a second execution and lasts until that either sleeps as
-// well or is blocked.
+// Sleeps take no time, but the first one starts a second execution and lasts until that is blocked or sleeps
+// as well.
 class OverlapOs : public TVLOs {
   public:
-    explicit OverlapOs(ZORSockSendAction& action) : m_second(action, 0), m_thread(&m_second, 65536) {
-        m_before = install(this);
-    }
+    explicit OverlapOs(ZORSockSendAction& action)
+        : m_before(install(this)), m_second(action, 0), m_thread(&m_second, kStackSizeBytes) {}
     ~OverlapOs() override { install(m_before); }
 
     void sleepMs(std::int64_t /*durationMs*/) override {
-        if (++m_sleeping > 1) overlapped = true;
+        if (++m_sleeping > 1) m_overlapped = true;
         if (!m_started.exchange(true)) {
             m_thread.start();
-            while (!overlapped && !secondIsBlocked()) {
+            while (!m_overlapped && !m_second.isBlocked()) {
             }
         }
         --m_sleeping;
     }
-    void threadStarts() override { m_mainThread = TVLThread::currentThreadId(); }
-    void joinSecond() { m_thread.join(); }
-    int secondResult() const { return m_second.result; }
-
-    std::atomic<bool> overlapped{false};
+    int joinSecond() {
+        m_thread.join();
+        return m_second.result;
+    }
+    bool overlapped() const { return m_overlapped; }
 
   private:
-    bool secondIsBlocked() const;
-
-    TVLOs* m_before = nullptr;
+    TVLOs* m_before;
+    std::atomic<bool> m_overlapped{false};
     std::atomic<int> m_sleeping{0};
     std::atomic<bool> m_started{false};
-    unsigned int m_mainThread = 0;
     Execution m_second;
     TVLThread m_thread;
 };
+
+TEST_F(ZORSockSendActionTest, ExecutionsOfOneActionDoNotOverlap) {
+    prepare("");
+    OverlapOs overlap(action);
+    EXPECT_EQ(action.execute(), 1);
+    EXPECT_EQ(overlap.joinSecond(), 1);
+    EXPECT_FALSE(overlap.overlapped());
+    EXPECT_EQ(sek.count("SEK_Socket"), 2U);
+}
 
 }  // namespace

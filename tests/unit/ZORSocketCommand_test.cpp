@@ -68,16 +68,17 @@ TEST_F(ZORSocketCommandTest, ALiteralIPv6AddressSelectsIPv6) {
 
 TEST_F(ZORSocketCommandTest, ADottedHostSelectsIPv4WhateverIsConfigured) {
     configureFamily("IPv6");
-    for (const char* const uri : {"https://host.example:80/path", "https://10.0.0.1:80", "https://host.example/path",
-                                  "https://host.example", "tcp://a.b"}) {
+    for (const char* const uri : {"https://host.example:80/path", "https://10.0.0.1:80",
+                                  "https://host.example/path", "https://host.example", "tcp://a.b"}) {
         EXPECT_EQ(family(uri), "IPv4") << uri;
     }
 }
 
 TEST_F(ZORSocketCommandTest, TheConfigurationDecidesForASingleLabel) {
     configureFamily("IPv6");
-    for (const char* const uri : {"https://localhost:8443/path", "https://localhost:8443", "https://localhost/a.b",
-                                  "https://localhost", "https://:80", "https://", ""}) {
+    for (const char* const uri :
+         {"https://localhost:8443/path", "https://localhost:8443", "https://localhost/a.b",
+          "https://localhost", "https://:80", "https://", ""}) {
         EXPECT_EQ(family(uri), "IPv6") << uri;
     }
 }
@@ -117,7 +118,8 @@ TEST_F(ZORSocketCommandTest, WithoutDoubleSlashesTheHostStartsAtTheSecondCharact
 
 TEST_F(ZORSocketCommandTest, ShutdownGoesOutOverIPv4WhateverTheURISays) {
     configureFamily("IPv6");
-    for (const char* const uri : {"https://[fe80::1]:8443", "https://localhost:8443", "https://host.example"}) {
+    for (const char* const uri :
+         {"https://[fe80::1]:8443", "https://localhost:8443", "https://host.example"}) {
         EXPECT_EQ(family(uri, "SHUTDOWN"), "IPv4") << uri;
     }
     for (const char* const command : {"shutdown", "SHUTDOWN ", "SHUTDOW"}) {
@@ -246,7 +248,8 @@ class HandshakeTest : public ZORSocketCommandTest, public testing::WithParamInte
                 texts.push_back("failed to connect, SEK error: " + words(call.entry, connects - 1) + " ");
             }
             if (call.entry == "SEK_EstablishSecure" && GetParam().establishes[establishes++] != 0) {
-                texts.push_back("failed to establish, SEK error: " + words(call.entry, establishes - 1) + " ");
+                texts.push_back("failed to establish, SEK error: " + words(call.entry, establishes - 1) +
+                                " ");
             }
         }
         return texts;
@@ -383,8 +386,7 @@ TEST_F(ZORSocketCommandTest, TheTimeLimitIsInSecondsAndMinusOneNeverPolls) {
 }
 
 constexpr const char* kTimedOut = "no response,  SEK_Poll timed out.";
-constexpr const char* kNotReady =
-    "SEK_Poll succeeded but socket not ready for reading.  This is unexpected.";
+constexpr const char* kNotReady = "SEK_Poll succeeded but socket not ready for reading.  This is unexpected.";
 
 TEST_F(ZORSocketCommandTest, EveryOutcomeOfThePollHasItsLine) {
     struct Case {
