@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# test.sh [PRESET [CTEST-OPTION...]]: installs what is missing, builds, and runs every test. The preset is
+# "release" unless named; the last lines and the exit code are ctest's.
+set -euo pipefail
+# shellcheck source=scripts/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+preset=${1:-release}
+shift $(($# > 0 ? 1 : 0))
+
+read -r -a packages <<<"$(build_packages "$preset" | tr '\n' ' ')"
+install_missing "${packages[@]}" libgtest-dev openssl
+
+cd "$root"
+cmake --preset "$preset"
+cmake --build --preset "$preset"
+exec ctest --preset "$preset" "$@"
