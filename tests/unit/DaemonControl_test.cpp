@@ -53,8 +53,9 @@ class DaemonControlTest : public WorldTest {
 using TestPidTest = DaemonControlTest;
 
 TEST_F(TestPidTest, AProcessThatExistsIsFound) {
+    static ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("caller");
     os.process(77);
-    EXPECT_EQ(testPID(77, ZORLoggerFactory::getInstance()->getLogger("any")), 1);
+    EXPECT_EQ(testPID(77, logger), 1);
 }
 
 TEST_F(TestPidTest, AProcessThatCannotBeSignalledCountsAsNotRunning) {

@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# figures.sh: measures what the service costs and prints it, for the release build: the processor time of a question
+# ("-isrunning"), what the idle daemon with one child maps and keeps for itself, how often it wakes, and the
+# benchmarks. The numbers are for reading; nothing here passes or fails on them.
+set -euo pipefail
+# shellcheck source=scripts/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+build=$root/build/release
+stage=$build/figures
+questions=50
+idle_seconds=20
+
+read -r -a packages <<<"$(build_packages bench | tr '\n' ' ')"
+install_missing "${packages[@]}" libgtest-dev openssl
+cd "$root"
+cmake --preset release >/dev/null
+cmake --build --preset release --target velbootstrapservice sampledispatcher SEK_Crypto_Interface >/dev/null
+cmake --preset bench >/dev/null
+cmake --build --preset bench --target service_bench >/dev/null
+
+service() { (cd "$stage/bin" && exec ./velbootstrapservice "$@"); }
+daemon_id() { cat "$stage/logs/velbootstrap_service.pid"; }
+stop_service() { service -stop -testDeadTries=60 -testDeadInterval=1 || true; }
+
+# Processor seconds of ended children, user and system together.
+children_seconds() {
+    local line
+    line=$(times | tail -n 1)
+    awk '{ for (i = 1; i <= 2; i++) { split($i, t, /[ms]/); total += t[1] * 60 + t[2] } print total }' <<<"$line"
+}
+
+average_ms() { awk -v a="$1" -v b="$2" -v n="$3" 'BEGIN { printf "%.1f", (b - a) * 1000 / n }'; }
+
+question_cost() {
+    local before after i
+    children_seconds >"$stage/before"
+    for ((i = 0; i < questions; i++)); do service -isrunning || true; done
+    children_seconds >"$stage/after"
+    before=$(<"$stage/before")
+    after=$(<"$stage/after")
+    average_ms "$before" "$after" "$questions"
+}
+
+# The kernel's sum of what only this process has, in KiB.
+private_kib() { awk '/^Private_/ { sum += $2 } END { print sum }' "/proc/$1/smaps_rollup"; }
+proportional_kib() { awk '/^Pss:/ { print $2 }' "/proc/$1/smaps_rollup"; }
+mapped_libraries() { awk '$6 ~ /\.so/ { print $6 }' "/proc/$1/maps" | sort -u | wc -l; }
+wakeups() { awk '/^voluntary_ctxt_switches/ { sum += $2 } END { print sum }' "/proc/$1"/task/*/status; }
+
+rm -rf "$stage"
+"$root/scripts/stage.sh" --build "$build" --port 9390 "$stage" >/dev/null
+# An ordinary poll interval: between two polls there is nothing to wake for.
+sed -i 's/pollIntervalsec="2"/pollIntervalsec="30"/' "$stage/bin/bootstrap_linuxi38632.xml"
+trap stop_service EXIT
+
+echo "A question (-isrunning), processor time of the whole process: $(question_cost) ms, mean of $questions"
+service -start -testReadyTries=60 -testReadyInterval=1
+id=$(daemon_id)
+# The first cycle, with its ping, is part of being idle: memory is read after it.
+sleep 40
+echo "The idle daemon with one child: $(private_kib "$id") KiB private, $(proportional_kib "$id") KiB proportional," \
+    "$(mapped_libraries "$id") libraries mapped, $(find "/proc/$id/fd" -mindepth 1 | wc -l) descriptors," \
+    "$(find "/proc/$id/task" -mindepth 1 -maxdepth 1 | wc -l) threads"
+before=$(wakeups "$id")
+sleep "$idle_seconds"
+echo "Wake-ups in $idle_seconds s around no more than one poll (interval 30 s): $(($(wakeups "$id") - before))"
+echo
+"$root/build/bench/bin/service_bench" --benchmark_color=false 2>/dev/null
