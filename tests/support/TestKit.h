@@ -79,9 +79,6 @@ class XmlText {
     TVLIDOM_Document m_document;
 };
 
-// A stream over a text, for the parser.
-class TextStream;
-
 // Empty property table and no startup configuration read yet; the document model is up.
 class ServiceTest : public testing::Test {
   protected:
