@@ -29,6 +29,12 @@ struct FreshConfiguration : TVLConfigurationFactory {
         m_pInstance = new FreshConfiguration;
     }
 };
+struct FreshConsole : ZORConsole {
+    static void install() {
+        delete m_pConsole;
+        m_pConsole = new FreshConsole;
+    }
+};
 
 }  // namespace
 
@@ -137,6 +143,7 @@ ServiceTest::ServiceTest() {
     TVLIDOM_DOMImplementation::initialize();
     FreshProperties::install();
     FreshConfiguration::install();
+    FreshConsole::install();
 }
 
 ServiceTest::~ServiceTest() {

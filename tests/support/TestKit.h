@@ -79,7 +79,7 @@ class XmlText {
     TVLIDOM_Document m_document;
 };
 
-// Empty property table and no startup configuration read yet; the document model is up.
+// Empty property table, no startup configuration read yet, console not prepared; the document model is up.
 class ServiceTest : public testing::Test {
   protected:
     ServiceTest();
