@@ -27,7 +27,7 @@ std::string& threadDetails();
 // Puts a copy of the text, or null for an empty one, where the caller wants it; a null place is fine.
 void handOut(const std::string& text, char** details) noexcept;
 
-// Stores a text without failing itself: when memory is short, a shorter text must do.
+// Stores a text as one printable line, without failing itself: when memory is short, a shorter text must do.
 void keep(std::string& place, const char* text) noexcept;
 
 template <typename Work>
