@@ -5,6 +5,7 @@
 #include <grp.h>
 #include <netinet/in.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -129,7 +130,7 @@ ChildXml& ChildXml::pinged(const ReservedPort& port, const std::string& attribut
     options.push_back("port=" + port.str());
     ping = "<ping><socketSend URI=\"tcp://127.0.0.1:" + port.str() +
            "\" commandString=\"PING\" sockIOTimeoutSec=\"1\" responseSize=\"16\" responseOK=\"READY\" "
-           "responseFatal=\"BROKEN\" responseRetry=\"BUSY\" " +
+           "responseFatal=\"BROKEN\" responseRetry=\"STARTING\" " +
            attributes + "/></ping>";
     return *this;
 }
@@ -177,6 +178,7 @@ ServiceUnderTest::~ServiceUnderTest() {
 void ServiceUnderTest::copyPrograms() const {
     place(VBS_EXECUTABLE, m_root / "bin/velbootstrapservice");
     place(VBS_FAKECHILD, m_root / "bin/fakechild");
+    place(VBS_DISPATCHER, m_root / "bin/sampledispatcher");
     useLibrary(VBS_SECURITY_LIBRARY);
 }
 
@@ -283,6 +285,8 @@ void ServiceUnderTest::becomeProgram(const Launch& launch, const std::string& ou
         close(descriptor);
     if (chdir(path(launch.workingFolder).c_str()) != 0) _exit(126);
     if (m_ordinaryUser) becomeOrdinaryUser();
+    const rlimit none{0, 0};
+    if (launch.cannotFork && setrlimit(RLIMIT_NPROC, &none) != 0) _exit(126);
     execve(program.c_str(), pointersTo(arguments).data(), pointersTo(environment).data());
     _exit(127);
 }
@@ -438,14 +442,13 @@ testing::AssertionResult ServiceUnderTest::logged(const std::string& level, cons
                                                   const std::string& text, const std::string& name) const {
     if (countLogged(level, logger, text, name) > 0) return testing::AssertionSuccess();
     return testing::AssertionFailure()
-           << "not in " << name << ".log: " << level << ' ' << logger << ' ' << text << "\n"
-           << logs();
+           << "not in " << name << ".log: " << level << ' ' << logger << ' ' << text;
 }
 
 testing::AssertionResult ServiceUnderTest::neverLogged(const std::string& text,
                                                        const std::string& name) const {
     if (log(name).find(text) == std::string::npos) return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "in " << name << ".log: " << text << "\n" << logs();
+    return testing::AssertionFailure() << "in " << name << ".log: " << text;
 }
 
 testing::AssertionResult ServiceUnderTest::inOrder(const std::vector<std::string>& lines,
@@ -455,8 +458,7 @@ testing::AssertionResult ServiceUnderTest::inOrder(const std::vector<std::string
     for (const std::string& line : lines) {
         at = all.find("\n" + line + "\n", at);
         if (at == std::string::npos)
-            return testing::AssertionFailure() << "not in its place in " << name << ".log: " << line << "\n"
-                                               << logs();
+            return testing::AssertionFailure() << "not in its place in " << name << ".log: " << line;
         ++at;
     }
     return testing::AssertionSuccess();
@@ -485,7 +487,7 @@ testing::AssertionResult ServiceUnderTest::waitFor(const std::string& what,
         if (std::chrono::steady_clock::now() > deadline) break;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    return testing::AssertionFailure() << "not within " << deadlineSec << " s: " << what << "\n" << logs();
+    return testing::AssertionFailure() << "not within " << deadlineSec << " s: " << what;
 }
 
 testing::AssertionResult ServiceUnderTest::waitForLog(const std::string& level, const std::string& logger,
@@ -519,6 +521,14 @@ pid_t SystemTest::runningDaemon() {
     EXPECT_EQ(started.exitCode, 0) << testing::PrintToString(started);
     EXPECT_TRUE(service.waitForStarts(1));
     return service.daemonPid();
+}
+
+pid_t SystemTest::runningInForeground(const std::vector<std::string>& options) {
+    std::vector<std::string> arguments{"-d"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const pid_t program = service.begin({.arguments = arguments});
+    EXPECT_TRUE(service.waitFor("the PID file", [&] { return service.daemonPid() == program; }));
+    return program;
 }
 
 void SystemTest::stopDaemon(pid_t daemon, int signal) {

@@ -1,16 +1,13 @@
 // The real executable in an install tree of its own.
 //
 // Purpose: makes the tree with default documents, runs the program in it, waits for what it does, and knows
-// every
-//   process that came from it.
+//   every process that came from it.
 // Ownership: owns the tree and everything that runs from it; the destructor ends those processes by their ids
-// and
-//   removes the tree. The test process becomes the reaper of daemons, so that their exit codes are seen too.
+//   and removes the tree. The test process becomes the reaper of daemons, so that their exit codes are seen.
 // Threads: one thread only.
 // Units: deadlines in seconds.
 // Errors: a helper that cannot do its work throws std::runtime_error; a condition that does not come about in
-// time is
-//   a failed AssertionResult with the logs.
+//   time is a failed AssertionResult. A failed SystemTest shows the logs.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -87,6 +84,7 @@ class ServiceUnderTest {
         std::vector<int> closed{};                         // standard descriptors that are not open
         int kept = -1;                                     // a descriptor of the test passed on as it is
         std::string workingFolder = "bin";
+        bool cannotFork = false;  // only for an ordinary user
     };
 
     ServiceUnderTest();
@@ -141,7 +139,7 @@ class ServiceUnderTest {
     testing::AssertionResult inOrder(const std::vector<std::string>& lines,
                                      const std::string& name = "run") const;
 
-    // Waits for a condition; on failure says what was waited for and shows the logs.
+    // Waits for a condition; on failure says what was waited for.
     testing::AssertionResult waitFor(const std::string& what, const std::function<bool()>& condition,
                                      int deadlineSec = 40);
     testing::AssertionResult waitForLog(const std::string& level, const std::string& logger,
@@ -171,9 +169,11 @@ class SystemTest : public testing::Test {
   protected:
     void TearDown() override;
 
-    // A daemon that runs its first child; started without waiting for pings.
+    // Started by "-start"; its first child runs.
     pid_t runningDaemon();
-    // Tells a daemon to stop and waits until it has.
+    // Run by "-d", with its PID file written.
+    pid_t runningInForeground(const std::vector<std::string>& options = {});
+    // Tells a daemon, or a program in the foreground, to stop and waits until it has.
     void stopDaemon(pid_t daemon, int signal = 15);
 
     ServiceUnderTest service;

@@ -13,9 +13,8 @@
 //   blocked      leaves the signal mask as it was inherited
 //   exit         ends right after the notes
 //   port=<n>     listens on 127.0.0.1; the file "answer" says what a command is answered with. An empty one:
-//   nothing,
-//                the connection stays open. The word "close": nothing, and the connection is closed. The
-//                command "SHUTDOWN" ends the process, unless ignoreTerm is given.
+//                nothing, the connection stays open. The word "close": nothing, and the connection is closed.
+//                The command "SHUTDOWN" ends the process, unless ignoreTerm is given.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -24,6 +23,8 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -31,6 +32,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -39,6 +41,8 @@ namespace {
 
 // A child that everybody has forgotten ends by itself.
 constexpr unsigned kLifetimeSec = 300;
+
+constexpr int kBindAttempts = 250;
 
 std::string contentOf(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
@@ -111,8 +115,12 @@ class Child {
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<std::uint16_t>(m_port));
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        return bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-               ::listen(m_listener, 8) == 0;
+        // A predecessor that was just killed may still hold the port.
+        for (int attempt = 0; attempt < kBindAttempts; ++attempt) {
+            if (bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return ::listen(m_listener, 8) == 0;
     }
 
     bool serve() {
