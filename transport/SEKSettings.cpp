@@ -70,6 +70,7 @@ class SEKSettingsBuilder {
         m_settings.sources.push_back(SEKFileStamp::of(SEKSettings::path));
         const ConfPtr file = readFile();
         if (file != nullptr) applySection(*file);
+        requireIdentity();
         applyRevocationList();
         applyTrust();
         enforce();
@@ -92,7 +93,12 @@ class SEKSettingsBuilder {
 
     // Null when there is no file; that is no error.
     static ConfPtr readFile() {
-        if (access(SEKSettings::path, F_OK) != 0 && errno == ENOENT) return nullptr;
+        struct stat status {};
+        if (stat(SEKSettings::path, &status) != 0 && errno == ENOENT) return nullptr;
+        // OpenSSL's reader would take a folder for an empty file, and so for the defaults.
+        if (S_ISDIR(status.st_mode))
+            throw SEKFailure(std::string("cannot read ") + SEKSettings::path + ": " +
+                             SEKErrors::systemReason(EISDIR));
         ConfPtr file(NCONF_new(nullptr));
         long line = 0;
         if (file != nullptr && NCONF_load(file.get(), SEKSettings::path, &line) > 0) return file;
@@ -131,7 +137,11 @@ class SEKSettingsBuilder {
             SSL_CTX_set_verify(context(), SSL_VERIFY_NONE, nullptr);
             return;
         }
-        checkKeyFile(name, value);
+        if (sameName(name, "PrivateKey")) {
+            checkKeyFile(name, value);
+            m_keyIsGiven = true;
+        }
+        if (sameName(name, "Certificate")) m_certificateFile = value;
         if (name.rfind("Verify", 0) == 0 && !sameName(name, "VerifyMode")) m_trustIsGiven = true;
         const int result = SSL_CONF_cmd(&commands, name.c_str(), value.c_str());
         if (result <= 0) refuseCommand(name, value, result == -2 ? "unknown command" : reason());
@@ -142,12 +152,11 @@ class SEKSettingsBuilder {
         if (isFile || sameName(name, "CRLFile")) m_settings.sources.push_back(SEKFileStamp::of(value));
     }
 
-    void checkKeyFile(const std::string& name, const std::string& value) const {
-        if (!sameName(name, "PrivateKey")) return;
+    void checkKeyFile(const std::string& command, const std::string& path) const {
         struct stat status {};
-        if (stat(value.c_str(), &status) != 0) return;  // loading tells the reason
+        if (stat(path.c_str(), &status) != 0) return;  // loading tells the reason
         if ((status.st_mode & (S_IRWXG | S_IRWXO)) == 0) return;
-        throw SEKFailure(place() + " PrivateKey: private key file " + value +
+        throw SEKFailure(place() + " " + command + ": private key file " + path +
                          " can be read by others (mode " + octal(status.st_mode) + "): chmod 600 it");
     }
 
@@ -165,9 +174,15 @@ class SEKSettingsBuilder {
     void finish(SSL_CONF_CTX& commands) {
         if (SSL_CONF_CTX_finish(&commands) <= 0)
             throw SEKFailure(place() + ": no private key for the certificate: " + reason());
-        const bool hasCertificate = SSL_CTX_get0_certificate(context()) != nullptr;
-        if (hasCertificate && SSL_CTX_check_private_key(context()) <= 0)
+        if (m_certificateFile.empty()) return;
+        if (!m_keyIsGiven) checkKeyFile("Certificate", m_certificateFile);
+        if (SSL_CTX_check_private_key(context()) <= 0)
             throw SEKFailure(place() + ": certificate and private key do not match: " + reason());
+    }
+
+    void requireIdentity() const {
+        if (m_role == SEKRole::Server && SSL_CTX_get0_certificate(context()) == nullptr)
+            throw SEKFailure(place() + ": no Certificate for the server's side");
     }
 
     X509_STORE* trustStore() const {
@@ -210,6 +225,8 @@ class SEKSettingsBuilder {
     SEKRole m_role;
     SEKSettings m_settings;
     std::string m_revocationList;
+    std::string m_certificateFile;
+    bool m_keyIsGiven = false;
     bool m_trustIsGiven = false;
     bool m_passphraseAsked = false;
 };

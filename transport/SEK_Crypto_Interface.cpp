@@ -264,8 +264,8 @@ long SEK_Recv(void* handle, void* buffer, long capacity, long flags, long* recei
     return forHandle(handle, [&](SEKSocket& socket) {
         const std::size_t room = checkedSize(capacity, buffer);
         refuseFlags(flags);
-        required(received, "place for the number of bytes") =
-            static_cast<long>(socket.receive(static_cast<char*>(buffer), room));
+        long& count = required(received, "place for the number of bytes");
+        count = static_cast<long>(socket.receive(static_cast<char*>(buffer), room));
         return long{SEK_Ok};
     });
 }

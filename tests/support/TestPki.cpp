@@ -1,0 +1,145 @@
+#include "TestPki.h"
+
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
+#include <openssl/x509v3.h>
+
+#include <cstdio>
+#include <stdexcept>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+void require(bool condition, const char* what) {
+    if (!condition) throw std::runtime_error(std::string("test authority: ") + what);
+}
+
+FilePtr open(const fs::path& path, const char* mode) {
+    FilePtr file(std::fopen(path.c_str(), mode));
+    require(file != nullptr, path.c_str());
+    return file;
+}
+
+void writeCertificate(const fs::path& path, X509* certificate) {
+    require(PEM_write_X509(open(path, "we").get(), certificate) == 1, "write certificate");
+}
+
+void writeKey(const fs::path& path, EVP_PKEY* key, std::string password) {
+    const FilePtr file = open(path, "we");
+    fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
+    const EVP_CIPHER* cipher = password.empty() ? nullptr : EVP_aes_128_cbc();
+    require(PEM_write_PKCS8PrivateKey(file.get(), key, cipher, password.data(),
+                                      static_cast<int>(password.size()), nullptr, nullptr) == 1,
+            "write key");
+}
+
+void setName(X509_NAME* name, const std::string& commonName) {
+    std::vector<unsigned char> bytes(commonName.begin(), commonName.end());
+    require(X509_NAME_add_entry_by_NID(name, NID_commonName, MBSTRING_UTF8, bytes.data(),
+                                       static_cast<int>(bytes.size()), -1, 0) == 1,
+            "set name");
+}
+
+}  // namespace
+
+TestPki::TestPki(const fs::path& folder, const std::string& name)
+    : m_folder(folder),
+      m_name(name),
+      m_authorityFile(folder / (name + ".pem")),
+      m_key(makeKey(Key::Ecdsa)),
+      m_certificate(makeCertificate(name, m_key.get(), -7200, 7200, 1)) {
+    X509_set_issuer_name(m_certificate.get(), X509_get_subject_name(m_certificate.get()));
+    addExtension(m_certificate.get(), NID_basic_constraints, "critical,CA:TRUE");
+    addExtension(m_certificate.get(), NID_key_usage, "critical,keyCertSign,cRLSign");
+    addExtension(m_certificate.get(), NID_subject_key_identifier, "hash");
+    require(X509_sign(m_certificate.get(), m_key.get(), EVP_sha256()) > 0, "sign authority");
+    writeCertificate(m_authorityFile, m_certificate.get());
+}
+
+TestPki::~TestPki() = default;
+
+TestPki::KeyPtr TestPki::makeKey(Key kind) {
+    KeyPtr key(kind == Key::Rsa ? EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", std::size_t{2048})
+                                : EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+    require(key != nullptr, "make key");
+    return key;
+}
+
+TestPki::CertificatePtr TestPki::makeCertificate(const std::string& commonName, EVP_PKEY* key,
+                                                 long notBeforeSec, long notAfterSec, long serial) {
+    CertificatePtr certificate(X509_new());
+    require(certificate != nullptr, "make certificate");
+    X509_set_version(certificate.get(), 2);
+    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), serial);
+    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), notBeforeSec);
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), notAfterSec);
+    setName(X509_get_subject_name(certificate.get()), commonName);
+    X509_set_pubkey(certificate.get(), key);
+    return certificate;
+}
+
+void TestPki::addExtension(X509* certificate, int nid, const std::string& value) const {
+    X509V3_CTX context{};
+    X509V3_set_ctx(&context, m_certificate.get(), certificate, nullptr, nullptr, 0);
+    X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str());
+    require(extension != nullptr, value.c_str());
+    X509_add_ext(certificate, extension, -1);
+    X509_EXTENSION_free(extension);
+}
+
+TestPki::Issued TestPki::issue(const Request& request) {
+    const KeyPtr key = makeKey(request.key);
+    const CertificatePtr certificate =
+        makeCertificate(request.name, key.get(), request.notBeforeSec, request.notAfterSec, m_nextSerial++);
+    X509_set_issuer_name(certificate.get(), X509_get_subject_name(m_certificate.get()));
+    std::string names;
+    for (const std::string& name : request.alternatives)
+        names += (names.empty() ? "" : ",") + name;
+    if (!names.empty()) addExtension(certificate.get(), NID_subject_alt_name, names);
+    addExtension(certificate.get(), NID_ext_key_usage,
+                 request.purpose == Purpose::Server ? "serverAuth" : "clientAuth");
+    require(X509_sign(certificate.get(), m_key.get(), EVP_sha256()) > 0, "sign certificate");
+    const Issued issued{m_folder / (request.name + ".pem"), m_folder / (request.name + ".key")};
+    writeCertificate(issued.certificate, certificate.get());
+    writeKey(issued.key, key.get(), request.password);
+    return issued;
+}
+
+TestPki::Issued TestPki::issueForLocalhost(const std::string& name) {
+    Request request;
+    request.name = name;
+    request.alternatives = {"DNS:localhost", "IP:127.0.0.1", "IP:::1"};
+    return issue(request);
+}
+
+fs::path TestPki::revocationList(const fs::path& revokedCertificate) {
+    const std::unique_ptr<X509_CRL, decltype(&X509_CRL_free)> list(X509_CRL_new(), X509_CRL_free);
+    const std::unique_ptr<ASN1_TIME, decltype(&ASN1_TIME_free)> time(ASN1_TIME_new(), ASN1_TIME_free);
+    X509_CRL_set_version(list.get(), 1);
+    X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(m_certificate.get()));
+    X509_gmtime_adj(time.get(), -60);
+    X509_CRL_set1_lastUpdate(list.get(), time.get());
+    if (!revokedCertificate.empty()) {
+        const CertificatePtr revoked(
+            PEM_read_X509(open(revokedCertificate, "re").get(), nullptr, nullptr, nullptr));
+        require(revoked != nullptr, "read certificate");
+        X509_REVOKED* entry = X509_REVOKED_new();
+        X509_REVOKED_set_serialNumber(entry, X509_get_serialNumber(revoked.get()));
+        X509_REVOKED_set_revocationDate(entry, time.get());
+        X509_CRL_add0_revoked(list.get(), entry);
+    }
+    X509_gmtime_adj(time.get(), 3600);
+    X509_CRL_set1_nextUpdate(list.get(), time.get());
+    require(X509_CRL_sign(list.get(), m_key.get(), EVP_sha256()) > 0, "sign revocation list");
+    fs::path path = m_folder / (m_name + ".crl");
+    require(PEM_write_X509_CRL(open(path, "we").get(), list.get()) == 1, "write revocation list");
+    return path;
+}

@@ -1,0 +1,70 @@
+// A throw-away certificate authority for tests.
+//
+// Purpose: makes keys, certificates and revocation lists on the spot, as PEM files in a folder of the test.
+// Ownership: owns its authority's key and certificate; the files belong to the folder and go with it.
+// Threads: used by one thread.
+// Units: seconds, relative to now.
+// Errors: every member throws std::runtime_error when OpenSSL or the file system refuses.
+#pragma once
+
+#include <openssl/x509.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+class TestPki {
+  public:
+    enum class Key { Ecdsa, Rsa };
+    enum class Purpose { Server, Client };
+
+    struct Request {
+        std::string name;                            // of the files, and the certificate's common name
+        std::vector<std::string> alternatives = {};  // "DNS:localhost", "IP:127.0.0.1"
+        Key key = Key::Ecdsa;
+        Purpose purpose = Purpose::Server;
+        long notBeforeSec = -3600;
+        long notAfterSec = 3600;
+        std::string password = {};  // encrypts the key file when not empty
+    };
+    struct Issued {
+        std::filesystem::path certificate;
+        std::filesystem::path key;  // readable by the owner only
+    };
+
+    // The name tells several authorities in one folder apart.
+    explicit TestPki(const std::filesystem::path& folder, const std::string& name = "authority");
+    ~TestPki();
+    TestPki(const TestPki&) = delete;
+    TestPki& operator=(const TestPki&) = delete;
+
+    const std::filesystem::path& authorityFile() const { return m_authorityFile; }
+    Issued issue(const Request& request);
+    // A certificate for "localhost", 127.0.0.1 and ::1.
+    Issued issueForLocalhost(const std::string& name = "server");
+    // A revocation list of the authority with that certificate on it; nothing on it when the path is empty.
+    std::filesystem::path revocationList(const std::filesystem::path& revokedCertificate);
+
+  private:
+    struct KeyFreer {
+        void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+    };
+    struct CertificateFreer {
+        void operator()(X509* certificate) const { X509_free(certificate); }
+    };
+    using KeyPtr = std::unique_ptr<EVP_PKEY, KeyFreer>;
+    using CertificatePtr = std::unique_ptr<X509, CertificateFreer>;
+
+    static KeyPtr makeKey(Key kind);
+    static CertificatePtr makeCertificate(const std::string& commonName, EVP_PKEY* key, long notBeforeSec,
+                                          long notAfterSec, long serial);
+    void addExtension(X509* certificate, int nid, const std::string& value) const;
+
+    std::filesystem::path m_folder;
+    std::string m_name;
+    std::filesystem::path m_authorityFile;
+    KeyPtr m_key;
+    CertificatePtr m_certificate;
+    long m_nextSerial = 2;
+};

@@ -1,0 +1,78 @@
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+
+#include "TransportTest.h"
+
+namespace {
+
+// Pages in use by this process, the peer's thread included.
+long residentPages() {
+    long total = 0;
+    long resident = 0;
+    std::ifstream("/proc/self/statm") >> total >> resident;
+    return resident;
+}
+
+class EnduranceTest : public TlsTest {
+  protected:
+    static void echoPing(PeerConnection& connection) {
+        connection.write(connection.read());
+        connection.closePolitely();
+    }
+    static void exchange(const std::string& url) {
+        SekHandle handle;
+        ASSERT_EQ(handle.open(url), SEK_Ok) << handle.details();
+        ASSERT_EQ(handle.send("ping"), SEK_Ok) << handle.details();
+        ASSERT_EQ(handle.receive().data, "ping") << handle.details();
+    }
+    // After a first tenth, which fills caches, neither descriptors nor memory may grow.
+    static void expectSteady(const std::string& url, int count) {
+        for (int i = 0; i < count / 10; ++i)
+            exchange(url);
+        const std::size_t descriptors = openDescriptors();
+        const long pages = residentPages();
+        for (int i = count / 10; i < count; ++i) {
+            exchange(url);
+            if (HasFatalFailure()) return;
+        }
+        // The peer may hold one connection more or less at the moment of either count.
+        EXPECT_LE(openDescriptors(), descriptors + 1);
+        EXPECT_LE((residentPages() - pages) * sysconf(_SC_PAGESIZE), long{growthLimitBytes});
+    }
+    // A leak of one small object per connection is well above this.
+    static constexpr long growthLimitBytes = 1L << 20;
+};
+
+TEST_F(EnduranceTest, TenThousandPlainConnectionsLeaveNothingBehind) {
+    constexpr int count = 10'000;
+    TestPeer peer(echoPing, count);
+    expectSteady(peer.url("http"), count);
+}
+
+TEST_F(EnduranceTest, AThousandTlsConnectionsLeaveNothingBehind) {
+    constexpr int count = 1'000;
+    TestPeer peer(tlsScript(echoPing), count);
+    expectSteady(peer.url("https"), count);
+}
+
+TEST_F(EnduranceTest, AnUnansweredConnectEndsAfterTenSeconds) {
+    // A listener whose queue is full lets further attempts wait for ever.
+    const int listener = listenOnLoopback(AF_INET, 0);
+    const std::uint16_t port = portOf(listener);
+    PeerConnection first(connectPlain(port));
+    const std::string url = "https://127.0.0.1:" + std::to_string(port);
+    SekHandle handle;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(handle.connectUrl(url), SEK_Failed);
+    const auto taken = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(handle.details(), "cannot connect to 127.0.0.1:" + std::to_string(port) +
+                                    " (IPv4): 127.0.0.1:" + std::to_string(port) + ": no answer in time");
+    EXPECT_GE(taken, std::chrono::milliseconds(9'900));
+    EXPECT_LT(taken, std::chrono::milliseconds(12'000));
+    close(listener);
+}
+
+}  // namespace
