@@ -9,6 +9,10 @@ std::string& threadDetails() {
     return text;
 }
 
+std::string& placeOfDetails(SEKSocket* socket) {
+    return socket != nullptr ? socket->details : threadDetails();
+}
+
 void handOut(const std::string& text, char** details) noexcept {
     if (details != nullptr) *details = text.empty() ? nullptr : SEKErrors::copyText(text);
 }
