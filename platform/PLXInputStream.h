@@ -5,8 +5,7 @@
 // Threads: one thread at a time.
 // Units: counts in bytes, time-outs in milliseconds.
 // Errors: reads return -1 at the end of the stream, when it is closed and on errors. Unsupported operations
-// throw
-//   the plain character string "not implemented".
+//   throw the plain character string "not implemented".
 #pragma once
 
 #include "TVLByteBuffer.h"

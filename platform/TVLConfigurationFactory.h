@@ -2,9 +2,9 @@
 //
 // Purpose: look-ups in ../configuration/startup.xml, read on first use, and the path operation.
 // Ownership: one process-wide instance, never destroyed; the elements it hands out live as long as the
-// document
-//   model (TVLIDOM_DOMImplementation).
+//   document model (TVLIDOM_DOMImplementation).
 // Threads: every member may be called from any thread; handed-out elements are read on the main thread.
+// Units: none.
 // Errors: TVLConfigurationException with file, line, column and the parser's words when the file exists and
 //   cannot be read or is not well-formed. An absent file is an empty configuration.
 #pragma once

@@ -2,6 +2,7 @@
 //
 // Purpose: test and create directories, and turn names into effective and absolute paths.
 // Ownership, threads: static members without state; the absolute path depends on the working directory.
+// Units: none.
 // Errors: false, or an empty text.
 #pragma once
 

@@ -1,14 +1,12 @@
 // A parsed XML document, and the life of the document model.
 //
 // Purpose: TVLIDOM_Document holds the tree that TVLIDOM_Parser fills; TVLIDOM_DOMImplementation starts and
-// ends
-//   the XML library.
+//   ends the XML library.
 // Ownership: a document owns its nodes. terminate() takes the trees of all documents that still exist with
-// it;
-//   they are empty afterwards.
+//   it; they are empty afterwards.
 // Threads: initialize() and terminate() on the main thread, while no other thread uses a document. Documents
-// may
-//   be created and destroyed on any thread.
+//   may be created and destroyed on any thread.
+// Units: none.
 // Errors: an empty document has a null root.
 #pragma once
 

@@ -2,6 +2,7 @@
 //
 // Purpose: walk the nodes below a start node in document order, depth first.
 // Ownership, threads: static members without state; handles as in TVLIDOM_Node.
+// Units: none.
 // Errors: null when nothing is found or the start is null. No recursion: depth does not matter.
 #pragma once
 

@@ -2,9 +2,9 @@
 //
 // Purpose: TVLIDOM_Node, TVLIDOM_Element and TVLIDOM_NodeList, the reading side of the document model.
 // Ownership: handles are plain values that own nothing; the TVLIDOM_Document owns the nodes, and a handle
-// must
-//   not be used after its document is gone. A handle may be null.
+//   must not be used after its document is gone. A handle may be null.
 // Threads: reading one document from several threads needs a lock of the caller's.
+// Units: none.
 // Errors: every question to a null handle has a quiet answer: empty text, no children, type 0.
 #pragma once
 

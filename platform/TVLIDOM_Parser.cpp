@@ -133,8 +133,7 @@ int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document) {
     } catch (const xercesc::SAXException& exception) {
         m_error = oneLine(TVLIDOM_Text::fromXml(exception.getMessage()));
     } catch (const xercesc::XMLException& exception) {
-        m_error = "line " + std::to_string(exception.getSrcLine()) +
-                  ", column 0: " + oneLine(TVLIDOM_Text::fromXml(exception.getMessage()));
+        m_error = "line 0, column 0: " + oneLine(TVLIDOM_Text::fromXml(exception.getMessage()));
     } catch (const xercesc::OutOfMemoryException&) {
         m_error = "line 0, column 0: out of memory";
     }

@@ -6,6 +6,7 @@
 //   and declarations of parameter entities and of attributes.
 // Ownership: keeps nothing of stream or document.
 // Threads: one thread at a time.
+// Units: none.
 // Errors: parse() returns 0 and getErrorString() is one line: "line L, column C: message".
 #pragma once
 

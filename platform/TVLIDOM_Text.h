@@ -1,5 +1,9 @@
-// Conversions between the parser's UTF-16 texts and UTF-8, for the document model's own use.
+// Conversions between the parser's UTF-16 texts and UTF-8.
 //
+// Purpose: for the document model's own use; nobody else sees UTF-16.
+// Ownership: values.
+// Threads: any, while the XML library is up.
+// Units: none.
 // Errors: text that is not valid in its encoding converts to an empty text.
 #pragma once
 

@@ -2,6 +2,7 @@
 //
 // Purpose: one reading of decimal text, the same on 32 and 64 bits.
 // Ownership, threads: free functions without state.
+// Units: none.
 // Errors: none; text without digits is 0, values beyond 32 bits are clamped to its limits.
 #pragma once
 

@@ -3,6 +3,7 @@
 // Purpose: the tokens of a text, one after the other; runs of delimiters yield no empty tokens.
 // Ownership: keeps its own copy of the text.
 // Threads: one thread at a time.
+// Units: none.
 // Errors: nextToken() past the last token is an empty string.
 #pragma once
 

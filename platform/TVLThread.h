@@ -1,16 +1,14 @@
 // Threads.
 //
 // Purpose: TVLThread, a POSIX thread of a given stack size that runs either its own run() or a
-// TVLThreadRunnable;
-//   TVLThreadInit, the object that the process keeps while it uses threads; TVLThreadResourceError.
+//   TVLThreadRunnable; TVLThreadInit, the object that the process keeps while it uses threads;
+//   TVLThreadResourceError.
 // Ownership: a thread object must outlive its run(). The destructor joins a started thread; a derived class
-// whose
-//   run() uses its own members joins in its own destructor. A runnable is not owned.
+//   whose run() uses its own members joins in its own destructor. A runnable is not owned.
 // Threads: start() and join() belong to one controlling thread; isAlive() may be called from any.
 // Units: stack sizes in bytes, sleeps in milliseconds of the monotonic clock.
 // Errors: start() throws TVLThreadResourceError when the system gives no thread. An exception that leaves
-// run()
-//   ends that thread only.
+//   run() ends that thread only.
 #pragma once
 
 #include <pthread.h>

@@ -9,18 +9,22 @@
 
 TVLThreadMutex* TVLThreadMutex::m_heldAcrossFork = nullptr;
 
+TVLThreadMutex::~TVLThreadMutex() {
+    if (m_heldAcrossFork == this) m_heldAcrossFork = nullptr;
+}
+
 void TVLThreadMutex::lockHeld() {
-    m_heldAcrossFork->m_mutex.lock();
+    if (m_heldAcrossFork != nullptr) m_heldAcrossFork->m_mutex.lock();
 }
 
 void TVLThreadMutex::unlockHeld() {
-    m_heldAcrossFork->m_mutex.unlock();
+    if (m_heldAcrossFork != nullptr) m_heldAcrossFork->m_mutex.unlock();
 }
 
 void TVLThreadMutex::holdAcrossFork() {
-    const bool first = m_heldAcrossFork == nullptr;
-    m_heldAcrossFork = this;
-    if (first) pthread_atfork(lockHeld, unlockHeld, unlockHeld);
+    // Handlers cannot be taken back, so they are registered once.
+    static const int registered = pthread_atfork(lockHeld, unlockHeld, unlockHeld);
+    if (registered == 0) m_heldAcrossFork = this;
 }
 
 TVLThreadSemaphore::TVLThreadSemaphore(int count) : m_count(count) {}

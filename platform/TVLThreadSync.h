@@ -30,6 +30,7 @@
 class TVL_CAPABILITY("mutex") TVLThreadMutex {
   public:
     TVLThreadMutex() = default;
+    ~TVLThreadMutex();
     TVLThreadMutex(const TVLThreadMutex&) = delete;
     TVLThreadMutex& operator=(const TVLThreadMutex&) = delete;
 
@@ -37,8 +38,8 @@ class TVL_CAPABILITY("mutex") TVLThreadMutex {
     void unlock() TVL_RELEASE() { m_mutex.unlock(); }
 
     // From now on every fork() waits for this lock and finds it free in parent and child: a forked child can
-    // take it even though the thread that might have held it does not exist there. For one lock of the
-    // process that is never destroyed.
+    // take it even though the thread that might have held it does not exist there. For one lock at
+    // a time.
     void holdAcrossFork();
 
   private:

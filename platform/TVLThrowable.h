@@ -3,6 +3,7 @@
 // Purpose: an error text, the place that threw, and the places it passed through.
 // Ownership: a value; thrown by value, caught by reference.
 // Threads: none of its own.
+// Units: none.
 // Errors: memory exhaustion while recording a place is the standard allocation exception.
 #pragma once
 

@@ -89,6 +89,15 @@ void PingChildProcess::finish() {
 }
 
 void PingChildProcess::run() {
+    try {
+        supervise();
+    } catch (...) {
+        logger->log(ZOR_FATAL, "the supervision has ended by an exception, the children are on their own.");
+        throw;
+    }
+}
+
+void PingChildProcess::supervise() {
     // Deliberate: a negative interval means no supervision at all, and nobody answers a stop request; see
     // PingLoopTest.ANegativePollIntervalEndsTheSupervisionAtOnce.
     if (m_pollIntervalSec < 1) return;
@@ -124,6 +133,9 @@ void PingChildProcess::runCycle() {
     Cycle cycle;
     for (ZORChildProcess* const child : m_pService->getChildren())
         examine(*child, cycle);
+    // What is no longer true goes first: a reader between the stores never takes two half-good cycles for a good one.
+    if (cycle.restarts != 0) m_allChildrenRunning = 0;
+    if (cycle.failedPings != 0) m_allPingsAnswered = 0;
     m_allChildrenRunning = cycle.restarts == 0 ? 1 : 0;
     m_allPingsAnswered = cycle.failedPings == 0 ? 1 : 0;
     m_fatalError = cycle.fatals != 0 ? 1 : 0;

@@ -1,39 +1,36 @@
 // The supervisor.
 //
-// Purpose: a thread that wakes every poll interval, examines every child of the service in list order, pings
-// it,
+// Purpose: a thread that wakes every poll interval, examines every child of the service in list order, pings it,
 //   restarts it when it is gone or no longer answers, and, told to stop, stops all children.
 //
-//   child, and what is observed              what is done                                   counts as
-//   ---------------------------------------  ---------------------------------------------  -----------------
-//   without ping action, gone                start                                          -
-//   without ping action, alive               -                                              -
-//   running, gone                            start                                          restart
-//   running, ping -1, below the limit        counter + 1                                    restart
-//   running, ping -1, limit reached, gone    start                                          restart
-//   running, ping -1, limit reached, alive   restart pending, counter 0, stop action        restart
-//   running, ping -2                         -                                              failed ping
-//   running, ping -3                         -                                              failed ping,
-//   fatal running, any other answer (-4 too)       counter 0                                      - restart
-//   pending, gone                    start                                          restart restart pending,
-//   alive, first cycle      counter + 1                                    restart restart pending, alive,
-//   second cycle     kill, start at once                            restart any, stop requested after the
-//   cycle: stop all, wait, kill the rest -
+//   child, and what is observed              what is done                               counts as
+//   ---------------------------------------  -----------------------------------------  -------------------
+//   without ping action, gone                start                                      -
+//   without ping action, alive               -                                          -
+//   running, gone                            start                                      restart
+//   running, ping -1, below the limit        counter + 1                                restart
+//   running, ping -1, limit reached, gone    start                                      restart
+//   running, ping -1, limit reached, alive   restart pending, counter 0, stop action    restart
+//   running, ping -2                         -                                          failed ping
+//   running, ping -3                         -                                          failed ping, fatal
+//   running, any other answer (-4 too)       counter 0                                  -
+//   restart pending, gone                    start                                      restart
+//   restart pending, alive, first cycle      counter + 1                                restart
+//   restart pending, alive, second cycle     kill, start at once                        restart
+//   any, stop requested                      after the cycle: stop all, wait, kill      -
 //
 //   start() of a child clears "restart pending" and sets its counter to -10, the grace of a fresh child.
 //
 // Ownership: held by value in the service, whose children it works on; the wake-up semaphore is immortal.
-// Threads: prepare() on the main thread; once the thread runs it alone touches the children. stop() may come
-// from
-//   any thread. The three flags are written by the supervisor and read by the main thread; a stale read costs
-//   one wait.
+// Threads: prepare() on the main thread; once the thread runs it alone touches the children. stop() may come from
+//   any thread. The flags are written by the supervisor and read by the main thread; a stale read costs one wait.
 // Units: seconds and milliseconds as the names say; limits are counts.
-// Errors: prepare() throws ZORBadConfigException for a poll interval of 0. The loop catches nothing: an
-// exception
-//   ends the supervision.
+// Errors: prepare() throws ZORBadConfigException for a poll interval of 0. The loop catches nothing: an exception
+//   ends the supervision, with a FATAL line.
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include "TVLIDOM_Node.h"
 #include "TVLThread.h"
@@ -76,6 +73,7 @@ class PingChildProcess : public TVLThread {
         int fatals = 0;
     };
 
+    void supervise();
     bool waitForNextCycle();  // false when a stop was requested
     void readLimitOverride();
     void runCycle();
@@ -95,10 +93,11 @@ class PingChildProcess : public TVLThread {
     int m_failedPingLimit = 2;
     std::atomic<int> m_stopRequested{0};
     int m_stopCommandFailed = 0;
-    std::atomic<int> m_allChildrenRunning{
-        0};                                  // in the last cycle nothing was dead, silent or being restarted
-    std::atomic<int> m_allPingsAnswered{0};  // in the last cycle no ping failed without restart
-    std::atomic<int> m_fatalError{0};        // in the last cycle some ping was fatal; or the thread has ended
+    // Of the last cycle: nothing was dead, silent or being restarted; no ping failed without restart; some ping
+    // was fatal (also set when the thread has ended).
+    std::atomic<int> m_allChildrenRunning{0};
+    std::atomic<int> m_allPingsAnswered{0};
+    std::atomic<int> m_fatalError{0};
     int m_checkForShutdownIntervalMs = 500;
     int m_maxShutdownChecks = 30;
     std::int64_t m_lastLimitFileTimeSec = 0;

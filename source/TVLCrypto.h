@@ -1,11 +1,9 @@
 // The security library, loaded at run time.
 //
 // Purpose: finds libSEK_Crypto_Interface.so, looks its entry points up into a table, and forwards to them
-// under
-//   their own names.
+//   under their own names.
 // Ownership: holds the library while it is open. The destructor does not unload it: code of the library may
-// still
-//   be on its way out.
+//   still be on its way out.
 // Threads: opened and closed on the main thread; the forwarding members may be called from any thread.
 // Units: as SEK_Crypto_Interface.h has them.
 // Errors: a forwarding member without its entry point returns -1, and empty error details where it has them.

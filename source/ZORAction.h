@@ -4,8 +4,7 @@
 //   after every execution.
 // Ownership: deleted through this class by its owner. A destructor may throw; the owner swallows that.
 // Threads: executed by the thread that owns the child at that moment: the main thread for the first start,
-// the
-//   supervisor afterwards.
+//   the supervisor afterwards.
 // Units: the pause is configured in seconds and kept in milliseconds.
 // Errors: prepare() throws ZORBadConfigException; execute() returns the kind's status, negative for failure.
 #pragma once

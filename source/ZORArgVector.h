@@ -3,6 +3,7 @@
 // Purpose: built from "param" elements, among them conditional ones, and handed to the program as it stands.
 // Ownership: every non-null element is a heap copy owned by the vector; reset() frees them.
 // Threads: one thread at a time.
+// Units: none.
 // Errors: none. Deliberate: an argument that cannot be copied becomes a null, which ends the list early.
 #pragma once
 

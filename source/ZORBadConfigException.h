@@ -1,7 +1,10 @@
 // A configuration error.
 //
-// Purpose: one message, thrown by prepare() operations after the reason has been logged at FATAL.
+// Purpose: one message, thrown after the reason has been logged by whoever knows it.
 // Ownership: thrown by value, caught by reference.
+// Threads: the thread that prepares.
+// Units: none.
+// Errors: memory exhaustion while the message is copied.
 #pragma once
 
 #include <string>

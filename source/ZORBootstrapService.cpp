@@ -295,7 +295,8 @@ int ZORBootstrapService::processCmdLineUnix(ZORCmdLine& cmdLine) {
         m_binDirectory = installRoot + "/bin";
     }
     // The name itself is not needed any more; its expansion shows in the log.
-    if (!has(cmdLine, "-logconfig")) expanded("${install_path}/bin/zorlogconfig.xml");
+    std::string given;
+    if (cmdLine.getValue("-logconfig", given, 0) == 0) expanded("${install_path}/bin/zorlogconfig.xml");
     // The first that matches wins, whatever the order on the command line.
     if (has(cmdLine, "-d")) {
         RunAsApplication();
@@ -574,16 +575,15 @@ int ZORBootstrapService::stopRunningUnix(ZORCmdLine& cmdLine) {
     return waitTillDead(tries, intervalSec);
 }
 
-bool ZORBootstrapService::signalDaemon(int pid) {
+void ZORBootstrapService::signalDaemon(int pid) {
     std::string text = "Tell process to stop by sending SIGTERM, pid=" + std::to_string(pid);
     if (TVLOs::current().kill(pid, SIGTERM) == 0) {
         logger->log(ZOR_DEBUG, "%s", text.c_str());
-        return true;
+        return;
     }
     text += ", kill failed, errno=" + std::to_string(errno);
     logger->log(ZOR_ERROR, "%s", text.c_str());
     logger->log(ZOR_ERROR, "Failed to signal the daemon process: it may not stop.");
-    return false;
 }
 
 int ZORBootstrapService::waitTillDead(int tries, int intervalSec) {
@@ -697,7 +697,7 @@ int ZORBootstrapService::parseParams(TVLIDOM_Element root) {
     readRootAttributes(root);
     m_supervisor.prepare(root);
     if (prepareChildren(root) == 0) return 0;
-    const TVLIDOM_Element daemonSpawn = TVLIDOM_Helper::findFirstElementWithName(root, "daemonSpawn");
+    const TVLIDOM_Element daemonSpawn(root.getElementsByTagName("daemonSpawn").item(0));
     if (daemonSpawn.isNull()) {
         logger->log(ZOR_FATAL, "required element \"daemonSpawn\" is missing.");
         return 0;

@@ -1,17 +1,15 @@
 // The service.
 //
 // Purpose: the one service object of the process. It turns a command line into a mode (run in the foreground,
-// run
-//   as the daemon, start, stop, ask), reads the configuration into properties, children and supervisor, runs
-//   them, and controls a running daemon from a second invocation.
+//   run as the daemon, start, stop, ask), reads the configuration into properties, children and supervisor,
+//   runs them, and controls a running daemon from a second invocation.
 // Ownership: owns the children, the action that starts the daemon, and the supervisor. The semaphore of the
-// main
-//   thread is immortal.
+//   main thread is immortal.
 // Threads: the main thread, but for WritePIDFile() and stopChildProcess(), which the signal thread calls.
 // Units: intervals in seconds, the start-up delay in milliseconds.
 // Errors: operations return 1 or 0 (-1: fatal for the readiness checks) and say why in the log.
-// prepareProperties()
-//   and initZORElement() throw ZORBadConfigException for a startup configuration that cannot be read.
+//   prepareProperties() and initZORElement() throw ZORBadConfigException for a startup configuration that
+//   cannot be read.
 #pragma once
 
 #include <atomic>
@@ -27,6 +25,7 @@ class ZORAction;
 class ZORChildProcess;
 class ZORCmdLine;
 class ZORLogger;
+class ZORSignalHandlerThread;
 class ZORSpawnAction;
 
 // 1 when a process of that id exists and may be signalled, else 0. An id below 1 is no process.
@@ -53,24 +52,25 @@ class ZORBootstrapService : public ZORNTService {
     void wakeupMainThread();
     int runAsDaemon();  // 0 in every process that returns from it
 
-    // Control of a running daemon.
-    int getPid(int* pid);
-    int isRunningUnix();
-    int stopRunningUnix(ZORCmdLine& cmdLine);
-    int waitTillDead(int tries, int intervalSec);
-    int startDaemon(ZORCmdLine& cmdLine);
+    // Control of a running daemon. Each calls OnInit() first, or relies on its caller having done so.
+    int getPid(int* pid);                      // 1 when the PID file names a live process, whose id is stored
+    int isRunningUnix();                       // 1 running, 0 not running or failed
+    int stopRunningUnix(ZORCmdLine& cmdLine);  // 1 when the daemon is gone, 0 when it is not
+    int waitTillDead(int tries, int intervalSec);   // likewise
+    int startDaemon(ZORCmdLine& cmdLine);           // 1 ready or already running, 0 not
     int askPCPifReady(int tries, int intervalSec);  // 1 ready, 0 gave up, -1 fatal
     int testReadyByPinging(int tries,
                            int intervalSec);  // 1 ready, 0 gave up, -1 fatal: told the daemon to stop
 
     // Configuration.
-    int parseParams(TVLIDOM_Element root);
-    int initZORElement();
+    int parseParams(TVLIDOM_Element root);  // 1 when the bootstrap document is usable
+    int initZORElement();                   // 1 when the startup configuration has the service's element
     void prepareProperties();
     void calculateProperties();
+    // 1 when the parameter has a value of that type, which is stored.
     int getDataFromZORElement(I18NString& value, const char* name, const char* type);
     static void setEnvironment();
-    int findHome();
+    int findHome();  // 1 when both install paths are known
     void getJavaVendor();
     static char** getEnv() { return m_envp; }
 
@@ -87,10 +87,10 @@ class ZORBootstrapService : public ZORNTService {
     void readRootAttributes(const TVLIDOM_Element& root);
     int prepareChildren(const TVLIDOM_Element& root);
     void noteDaemonWaitMarker();
-    bool startThreads(class ZORSignalHandlerThread& signalThread);
+    bool startThreads(ZORSignalHandlerThread& signalThread);
     void stopWithoutSupervisor();
     void waitForStop();
-    bool signalDaemon(int pid);
+    void signalDaemon(int pid);
     int stopAfterFatalError();
     void configureLogging(const ZORCmdLine& cmdLine);
     void keepEnvironment(char** envp);

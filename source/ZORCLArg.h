@@ -3,6 +3,7 @@
 // Purpose: "-name=value" taken apart. "-x=" has an empty value, "-x" none.
 // Ownership: a value; copies own their texts.
 // Threads: one thread at a time.
+// Units: none.
 // Errors: none; a null text is an empty name without a value.
 #pragma once
 

@@ -1,12 +1,12 @@
 // One supervised child.
 //
 // Purpose: a named program with a start action, a stop action and an optional ping action, and the process
-// that
-//   the start action made last.
+//   that the start action made last.
 // Ownership: owns the three actions. The destructor swallows what their destructors throw.
 // Threads: the main thread until the supervisor runs, then the supervisor alone (but for the name and
-// handle). Units: a handle is a process id, -1 for none; a value below 1 is never tested or killed. Errors:
-// prepare() throws ZORBadConfigException; nothing else throws.
+//   handle).
+// Units: a handle is a process id, -1 for none; a value below 1 is never tested or killed.
+// Errors: prepare() throws ZORBadConfigException; nothing else throws.
 #pragma once
 
 #include <string>

@@ -4,6 +4,7 @@
 //   leading "-" is part of a name.
 // Ownership: a value.
 // Threads: one thread at a time.
+// Units: none.
 // Errors: look-ups return -1 or 0 and leave their output alone.
 #pragma once
 

@@ -3,7 +3,9 @@
 // Purpose: loads and initialises it for this service, and terminates it at the end.
 // Ownership: owns the process-wide TVLCrypto between InitializeCrypto() and TerminateCrypto().
 // Threads: both on the main thread, before the supervisor starts and after it has ended; GetCrypto() from
-// any. Errors: FATAL lines and a result of 0; the service goes on without socket commands.
+//   any.
+// Units: none.
+// Errors: FATAL lines and a result of 0; the service goes on without socket commands.
 #pragma once
 
 #include "TVLCrypto.h"

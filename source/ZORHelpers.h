@@ -1,7 +1,9 @@
 // Helpers for element text and path strings.
 //
 // Purpose: what every class that reads configuration shares. Stateless.
+// Ownership: none.
 // Threads: any.
+// Units: none.
 // Errors: none.
 #pragma once
 

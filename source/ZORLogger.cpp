@@ -89,6 +89,13 @@ void appendFormatted(std::string& line, std::string_view format, Convert convert
 ZORLoggerFactory* ZORLoggerFactory::m_pInstance = nullptr;
 ZORConsole* ZORConsole::m_pConsole = nullptr;
 
+namespace {
+
+// The console has nothing to log yet; its name among the loggers is taken all the same.
+[[maybe_unused]] ZORLogger* const consoleLogger = ZORLoggerFactory::getInstance()->getLogger("ZORConsole");
+
+}  // namespace
+
 ZORLogger::ZORLogger(ZORLoggerFactory* factory, const char* name) : m_factory(factory), m_name(name) {}
 
 ZORLogger::~ZORLogger() {
@@ -196,8 +203,9 @@ void ZORLoggerFactory::prepareFiles(const TVLIDOM_Element& logFiles) {
 }
 
 int ZORLoggerFactory::prepare(const char* fileName, const char* sectionName) {
-    // Never freed, like every logger.
-    static ZORLogger* const logger = getInstance()->getLogger("ZORLoggerFactory");
+    // Never freed: a logger takes its factory with it.
+    if (m_ownLogger == nullptr) m_ownLogger = getLogger("ZORLoggerFactory");
+    ZORLogger* const logger = m_ownLogger;
     TVLIDOM_Parser parser;
     TVLIDOM_Document document;
     ZORFileInputStream stream(fileName);

@@ -1,20 +1,17 @@
 // Logging.
 //
 // Purpose: every class writes its lines through a named ZORLogger; the one ZORLoggerFactory holds the
-// threshold
-//   level and the destinations (ZORLogFile); ZORConsole carries the few texts meant for a person at a
-//   terminal.
+//   threshold level and the destinations (ZORLogFile); ZORConsole carries the few texts meant for a person at
+//   a terminal.
 // Ownership: factory and console are process-wide and live until the process ends. A logger belongs to
-// whoever
-//   asked for it and normally lives as long as the process. The factory closes the files that it opened,
-//   never standard output or standard error.
+//   whoever asked for it and normally lives as long as the process. The factory closes the files that it
+//   opened, never standard output or standard error.
 // Threads: any thread may log; lines never interleave, and each line reaches every destination before the
-// next
-//   one starts. Everything that configures belongs to the main thread before other threads exist. A child
-//   that is forked while another thread logs can log as well.
+//   next one starts. Everything that configures belongs to the main thread before other threads exist. A
+//   child that is forked while another thread logs can log as well.
 // Units: levels are ZORLogLevel values; a smaller number is more severe.
 // Errors: files that cannot be opened are left out, failed writes are ignored: logging never stops the
-// service.
+//   service.
 #pragma once
 
 #include <atomic>
@@ -106,8 +103,9 @@ class ZORLoggerFactory final {
     static ZORLoggerFactory* m_pInstance;
 
     std::atomic<int> m_level{ZOR_DEBUG};
-    std::vector<ZORLogFile> m_files;  // changed by the main thread before other threads exist
-    TVLThreadMutex m_mutex;           // held while a line is written
+    std::vector<ZORLogFile> m_files;   // changed by the main thread before other threads exist
+    TVLThreadMutex m_mutex;            // held while a line is written
+    ZORLogger* m_ownLogger = nullptr;  // for the messages of prepare(); made when needed, never freed
 };
 
 class ZORConsole {

@@ -2,6 +2,15 @@
 
 #include <cstring>
 
+#include "ZORLogger.h"
+
+namespace {
+
+// The class has nothing to say yet; its name among the loggers is taken all the same.
+[[maybe_unused]] ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("ZORNTService");
+
+}  // namespace
+
 ZORNTService* ZORNTService::m_pThis = nullptr;
 
 ZORNTService::ZORNTService(const char* name) {

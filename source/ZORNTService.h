@@ -3,6 +3,7 @@
 // Purpose: a name, an exit code and the life-cycle operations of a service.
 // Ownership: there is one instance in the process, remembered in m_pThis.
 // Threads: the main thread.
+// Units: none.
 // Errors: the exit code is the process's.
 #pragma once
 

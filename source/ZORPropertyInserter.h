@@ -3,8 +3,9 @@
 // Purpose: one process-wide map from property name to text, and the expansion of references to it.
 // Ownership: created on first use, lives until the process ends; entries are replaced, never removed.
 // Threads: written on the main thread before other threads exist, read by any thread afterwards without a
-// lock. Units: names are compared bytewise. Errors: none; an unknown or unterminated reference stays in the
-// text as it is.
+//   lock.
+// Units: names are compared bytewise.
+// Errors: none; an unknown or unterminated reference stays in the text as it is.
 #pragma once
 
 #include <functional>

@@ -1,11 +1,11 @@
 // The thread that waits for termination signals.
 //
 // Purpose: writes the PID file, waits for SIGINT, SIGQUIT, SIGTERM or SIGHUP, which are blocked in every
-// thread,
-//   and turns the first one into an orderly stop of the service. It ends with that; later signals stay
-//   pending.
+//   thread, and turns the first one into an orderly stop of the service. It ends with that; later signals
+//   stay pending.
 // Ownership: the service is not owned. The destructor ends a thread that is still waiting, and joins it.
 // Threads: started and destroyed by the main thread.
+// Units: none.
 // Errors: none.
 #pragma once
 

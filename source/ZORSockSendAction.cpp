@@ -1,7 +1,8 @@
 #include "ZORSockSendAction.h"
 
+#include <cstdlib>
 #include <cstring>
-#include <vector>
+#include <memory>
 
 #include "TVLNumber.h"
 #include "ZORBadConfigException.h"
@@ -57,6 +58,17 @@ void readMarker(const TVLIDOM_Element& element, const MarkerTexts& texts, int re
     logger->log(ZOR_DEBUG, texts.read, marker.c_str());
 }
 
+struct Freed {
+    void operator()(char* memory) const { std::free(memory); }
+};
+using Zeroed = std::unique_ptr<char, Freed>;
+
+// An exchange ends with the socket closed, whichever way it ends.
+struct ClosedAfterwards {
+    ZORSocketCommand& command;
+    ~ClosedAfterwards() { command.close(); }
+};
+
 bool holds(const char* answer, const std::string& marker) {
     return !marker.empty() && std::strstr(answer, marker.c_str()) != nullptr;
 }
@@ -101,9 +113,8 @@ void ZORSockSendAction::prepareMarkers(const TVLIDOM_Element& element) {
 int ZORSockSendAction::executeImpl() {
     const TVLThreadGuard guard(m_mutex);
     logger->log(ZOR_DEBUG, "socket send action execute, sending...");
-    const int result = exchange();
-    m_command->close();
-    return result;
+    const ClosedAfterwards closed{*m_command};
+    return exchange();
 }
 
 int ZORSockSendAction::exchange() {
@@ -120,16 +131,21 @@ int ZORSockSendAction::exchange() {
 }
 
 int ZORSockSendAction::readResponse() {
-    std::vector<char> answer(static_cast<std::size_t>(m_responseSize) + 1);
+    // Zeroed by the system page by page: a size that is configured far too large costs nothing until it is used.
+    const Zeroed answer(static_cast<char*>(std::calloc(static_cast<std::size_t>(m_responseSize) + 1, 1)));
+    if (!answer) {
+        logger->log(ZOR_ERROR, "no memory for a response of %d bytes.", m_responseSize);
+        return ZOR_NOT_SENT;
+    }
     logger->log(ZOR_DEBUG, "successful send, now read response...");
-    const int received = m_command->getResponse(m_responseSize, answer.data());
+    const int received = m_command->getResponse(m_responseSize, answer.get());
     if (received < 0) {
         logger->log(ZOR_DEBUG, "error occured while reading response.");
     } else {
-        tidyString(answer.data(), m_responseSize);
-        logger->log(ZOR_DEBUG, "got response \"%s\"", answer.data());
+        tidyString(answer.get(), m_responseSize);
+        logger->log(ZOR_DEBUG, "got response \"%s\"", answer.get());
     }
-    return classify(answer.data(), received);
+    return classify(answer.get(), received);
 }
 
 int ZORSockSendAction::classify(const char* answer, int received) const {

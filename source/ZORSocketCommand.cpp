@@ -98,6 +98,9 @@ int ZORSocketCommand::waitForAnswer() {
 
 void ZORSocketCommand::close() {
     if (m_crypto != nullptr && m_handle != nullptr) m_crypto->SEK_CloseHandle(&m_handle, nullptr, nullptr);
+    // Closed or lost; and the library may be gone before the next call. connect() fetches it anew.
+    m_handle = nullptr;
+    m_crypto = nullptr;
 }
 
 int ZORSocketCommand::connect() {

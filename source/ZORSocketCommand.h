@@ -1,8 +1,7 @@
 // One command over a secure socket, and its answer.
 //
 // Purpose: sendCommand() connects with a fresh handle and sends; getResponse() reads one block; close()
-// releases
-//   the handle. Repeated for every exchange on the same object.
+//   releases the handle. Repeated for every exchange on the same object.
 // Ownership: owns the open handle; the destructor closes it. The security library is not owned.
 // Threads: one thread at a time, which is blocked meanwhile. Every connection is preceded by a pause of 2 s.
 // Units: the time limit in seconds (-1: none), sizes in bytes.

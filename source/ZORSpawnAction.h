@@ -5,8 +5,8 @@
 // Threads: as ZORAction. A forked child does nothing but replace itself by the program.
 // Units: "sync" in seconds; process ids as handles.
 // Errors: prepare() throws ZORBadConfigException without a path. execute() returns the new process id, or -1
-// when
-//   no process could be made. A program that cannot be executed shows as a child that ends at once, status 0.
+//   when no process could be made. A program that cannot be executed shows as a child that ends at once,
+//   status 0.
 #pragma once
 
 #include <string>

@@ -12,6 +12,7 @@
 
 #include "SEKErrors.h"
 #include "SEKLibrary.h"
+#include "SEK_Crypto_Interface.h"
 
 namespace {
 
@@ -194,6 +195,16 @@ void SEKSocket::becomeConnected(const SEKAddress& address, const std::string& ho
 
 bool SEKSocket::establishSecure() {
     requireState(State::Connected, "start TLS");
+    if (shakeHands()) return true;
+    if (!m_handshakePatience->expired()) return false;
+    // The call may still be repeated, but whoever gives up now can say why.
+    throw SEKFailure("TLS handshake with " + m_peerText + " not finished after " +
+                         std::to_string(handshakePatienceMs / 1000) + " s",
+                     SEK_CallAgain);
+}
+
+// False when this call's time is over before the handshake is finished.
+bool SEKSocket::shakeHands() {
     try {
         if (!m_stream.has_value()) startTls();
         const SEKDeadline deadline(handshakeLimitMs);
@@ -214,6 +225,7 @@ void SEKSocket::startTls() {
     m_stream.emplace(context.get(), m_descriptor.get(), m_role);
     if (m_role == SEKRole::Client) m_stream->expectPeer(m_host);
     m_isSecure = true;
+    m_handshakePatience.emplace(handshakePatienceMs);
 }
 
 void SEKSocket::send(const char* data, std::size_t length, std::size_t& sent) {

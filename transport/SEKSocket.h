@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "SEKAddress.h"
+#include "SEKDeadline.h"
 #include "SEKDescriptor.h"
 #include "SEKSession.h"
 #include "SEKTlsStream.h"
@@ -25,10 +26,11 @@
 
 class SEKSocket {
   public:
-    static constexpr std::int64_t connectLimitMs = 10'000;   // resolving and all addresses together
-    static constexpr std::int64_t handshakeLimitMs = 2'000;  // one call of establishSecure
-    static constexpr std::int64_t sendLimitMs = 60'000;      // without a byte taken by the peer
-    static constexpr std::int64_t farewellLimitMs = 100;     // waiting for the peer's end when closing
+    static constexpr std::int64_t connectLimitMs = 10'000;       // resolving and all addresses together
+    static constexpr std::int64_t handshakeLimitMs = 2'000;      // one call of establishSecure
+    static constexpr std::int64_t handshakePatienceMs = 10'000;  // all calls, before one leaves a text
+    static constexpr std::int64_t sendLimitMs = 60'000;          // without a byte taken by the peer
+    static constexpr std::int64_t farewellLimitMs = 100;         // waiting for the peer's end when closing
 
     explicit SEKSocket(const SEKSession& session);
     // The server's end of an accepted connection.
@@ -47,7 +49,8 @@ class SEKSocket {
     // The document may be null: then the handle's own session holds. True when nothing is left to do, false
     // when establishSecure comes next.
     bool connectUrl(const std::string& url, const char* sessionDocument);
-    // True when the handshake is finished, false when the call must be repeated.
+    // True when the handshake is finished, false when the call must be repeated. When that has gone on for
+    // longer than the patience, a failure of the code SEK_CallAgain says so; the handshake goes on all the same.
     bool establishSecure();
 
     // Sends everything; `sent` counts what was sent also when it fails.
@@ -90,6 +93,7 @@ class SEKSocket {
     void disconnect() noexcept;
     void drain() const noexcept;
 
+    bool shakeHands();
     void startTls();
     void requireState(State state, const char* what) const;
     void requireTransfer() const;
@@ -105,6 +109,7 @@ class SEKSocket {
     bool m_isSecure = false;  // TLS is wanted before any data may pass
     bool m_wasTried = false;  // the descriptor has seen a connection attempt and cannot serve another
     std::optional<SEKTlsStream> m_stream;
+    std::optional<SEKDeadline> m_handshakePatience;  // set with the stream
     std::optional<SEKAddress> m_bound;
     std::vector<Option> m_options;  // set by the caller; a new descriptor gets them, too
     std::string m_url;              // of the connection

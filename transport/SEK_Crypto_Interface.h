@@ -6,11 +6,11 @@
 //   (details, protected data) is heap memory of the library, released with SEK_CryptoFree.
 // Threads: every entry may be called from any thread; one handle is used by one thread at a time.
 // Units: time limits are milliseconds (-1: none); lengths are bytes.
-// Errors: 0 is success; any other value is an error code. SEK_HandshakePending and SEK_CallAgain ask the
-//   caller to go on and are not failures: they leave no detail text. Every failure leaves one, on one line,
-//   at the handle or, for calls without one, at the thread; a `details` argument gets a copy of it, and
-//   null after a success. Before the first SEK_CryptoInitialize every call but SEK_CryptoFree and
-//   SEK_CryptoGetLastErrorDetails fails.
+// Errors: 0 is success; any other value is an error code. SEK_HandshakePending and SEK_CallAgain ask the caller
+//   to go on and are not failures: they leave no detail text, but for a handshake that takes unduly long. Every
+//   failure leaves one, on one line, at the handle or, for calls without one, at the thread; a `details` argument
+//   gets a copy of it, and null after a success. Before the first SEK_CryptoInitialize every call but
+//   SEK_CryptoFree and SEK_CryptoGetLastErrorDetails fails.
 #pragma once
 
 #include <sys/socket.h>
@@ -80,7 +80,8 @@ long SEK_Connect(void* handle, sockaddr_storage* address, long length, char* res
 // failure the call may be repeated.
 long SEK_Connect_Url(void* handle, char* url, char* sessionDocument);
 
-// The handshake, 2 s at most: SEK_CallAgain while it must be called again, SEK_Ok when it is finished. A
+// The handshake, 2 s at most: SEK_CallAgain while it must be called again, with a detail text when that has gone
+// on for more than 10 s, SEK_Ok when it is finished. A
 // client verifies the server's certificate for the host of the URL; a server takes its certificate from
 // sek.cnf.
 long SEK_EstablishSecure(void* handle, char* reserved);

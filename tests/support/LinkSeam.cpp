@@ -5,8 +5,10 @@
 extern "C" {
 void* __real_dlopen(const char* file, int mode);
 char* __real_strdup(const char* text);
+void* __real_calloc(std::size_t count, std::size_t size);
 void* __wrap_dlopen(const char* file, int mode);
 char* __wrap_strdup(const char* text);
+void* __wrap_calloc(std::size_t count, std::size_t size);
 }
 
 namespace {
@@ -23,6 +25,11 @@ void* __wrap_dlopen(const char* file, int mode) {
 char* __wrap_strdup(const char* text) {
     const LinkSeam* const seam = LinkSeam::current();
     return seam == nullptr ? __real_strdup(text) : seam->copy(text);
+}
+
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+    const LinkSeam* const seam = LinkSeam::current();
+    return seam == nullptr ? __real_calloc(count, size) : seam->zeroed(count, size);
 }
 
 LinkSeam::LinkSeam() {
@@ -45,5 +52,9 @@ void* LinkSeam::load(const char* file, int mode) {
 
 char* LinkSeam::copy(const char* text) const {
     return m_uncopied == text ? nullptr : __real_strdup(text);
+}
+
+void* LinkSeam::zeroed(std::size_t count, std::size_t size) const {
+    return m_failZeroedMemory ? nullptr : __real_calloc(count, size);
 }
 // NOLINTEND(bugprone-reserved-identifier)

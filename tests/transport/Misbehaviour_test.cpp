@@ -35,6 +35,19 @@ TEST_F(MisbehaviourTest, ASilentPeerMakesTheHandshakeAskToBeCalledAgain) {
     EXPECT_EQ(handle.connectUrl(peer.url("https")), SEK_HandshakePending);
 }
 
+TEST_F(MisbehaviourTest, AHandshakeThatTakesUndulyLongSaysSo) {
+    TestPeer peer([](PeerConnection& connection) { connection.waitForEnd(); });
+    SekHandle handle;
+    ASSERT_EQ(handle.connectUrl(peer.url("https")), SEK_HandshakePending);
+    for (int call = 1; call < 5; ++call) {
+        EXPECT_EQ(handle.establish(), SEK_CallAgain);
+        EXPECT_FALSE(handle.hasDetails()) << call;
+    }
+    EXPECT_EQ(handle.establish(), SEK_CallAgain);
+    EXPECT_EQ(refusalOf(handle, peer, "TLS handshake with "), " not finished after 10 s");
+    EXPECT_EQ(handle.connectUrl(peer.url("https")), SEK_HandshakePending);
+}
+
 TEST_F(MisbehaviourTest, AHandshakeThatWasInterruptedGoesOnWhereItWas) {
     std::promise<void> mayAnswer;
     TestPeer peer([&, context = server()](PeerConnection& connection) {

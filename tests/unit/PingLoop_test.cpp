@@ -679,4 +679,14 @@ TEST_F(PingLoopTest, ItRunsAsAThreadUntilItIsStopped) {
     EXPECT_EQ(fatal(), 1);
 }
 
+TEST_F(PingLoopTest, AnExceptionEndsTheSupervisionWithALine) {
+    begin({ChildXml{}});
+    pingPeer("alpha").onConnect = [] { throw std::bad_alloc(); };
+    service.m_supervisor.start();
+    service.m_supervisor.join();
+    EXPECT_TRUE(supervisorLogged(
+        "FATAL", "the supervision has ended by an exception, the children are on their own."));
+    EXPECT_FALSE(service.m_supervisor.isAlive());
+}
+
 }  // namespace

@@ -70,7 +70,7 @@ TEST(TVLThreadTest, TheStackIsAsBigAsAsked) {
     for (const std::size_t asked : {std::size_t{256} * 1024, std::size_t{3} * 1024 * 1024}) {
         std::size_t got = 0;
         runInAThread([&] { got = ownStackSize(); }, asked);
-        EXPECT_EQ(got, asked);
+        EXPECT_GE(got, asked) << "the system may hand out a bigger one that an earlier thread has left";
     }
 }
 

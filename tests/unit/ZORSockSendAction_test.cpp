@@ -3,6 +3,7 @@
 #include <atomic>
 #include <fstream>
 
+#include "LinkSeam.h"
 #include "ScriptedTransport.h"
 #include "TVLThread.h"
 #include "TestKit.h"
@@ -392,6 +393,17 @@ TEST_F(ZORSockSendActionTest, ExecutionsOfOneActionDoNotOverlap) {
     EXPECT_EQ(overlap.joinSecond(), 1);
     EXPECT_FALSE(overlap.overlapped());
     EXPECT_EQ(sek.count("SEK_Socket"), 2U);
+}
+
+TEST_F(ZORSockSendActionTest, AResponseSizeBeyondTheMemoryFailsTheExchangeOnly) {
+    prepare("responseSize='2147483647'");
+    {
+        LinkSeam seam;
+        seam.failZeroedMemory();
+        EXPECT_EQ(action.execute(), -1);
+    }
+    EXPECT_TRUE(log.has("ERROR", "ZORSockSendAction", "no memory for a response of 2147483647 bytes."));
+    EXPECT_EQ(sek.openHandles(), 0);
 }
 
 }  // namespace

@@ -516,6 +516,16 @@ TEST_F(ZORSocketCommandTest, SendingAgainDoesNotReleaseTheHandleBefore) {
 
 // Without a library.
 
+TEST_F(ZORSocketCommandTest, AHandleThatTheLibraryKeepsIsForgottenBeforeTheLibraryGoes) {
+    auto command = std::make_unique<ZORSocketCommand>(kUri, "PING", 60);
+    EXPECT_EQ(command->sendCommand(), 1);
+    sek.queue("SEK_CloseHandle", {-1, {}});
+    command->close();
+    const std::size_t closes = sek.count("SEK_CloseHandle");
+    command.reset();
+    EXPECT_EQ(sek.count("SEK_CloseHandle"), closes);
+}
+
 class ZORSocketCommandWithoutLibraryTest : public ServiceTest {
   protected:
     ZORSocketCommandWithoutLibraryTest() {
