@@ -81,9 +81,8 @@ long SEK_Connect(void* handle, sockaddr_storage* address, long length, char* res
 long SEK_Connect_Url(void* handle, char* url, char* sessionDocument);
 
 // The handshake, 2 s at most: SEK_CallAgain while it must be called again, with a detail text when that has gone
-// on for more than 10 s, SEK_Ok when it is finished. A
-// client verifies the server's certificate for the host of the URL; a server takes its certificate from
-// sek.cnf.
+// on for more than 10 s, SEK_Ok when it is finished. A client verifies the server's certificate for the host of
+// the URL; a server takes its certificate from sek.cnf.
 long SEK_EstablishSecure(void* handle, char* reserved);
 
 // Options are those of the level SOL_SOCKET. SO_SNDTIMEO is the time without progress after which a send
