@@ -178,7 +178,7 @@ class ServiceTlsTest : public SystemTest {
 
     // A start that fails because the certificate is refused, for this reason; the daemon is then stopped.
     void expectRefusal(const std::string& reason) {
-        EXPECT_EQ(service.startDaemon({"-testReadyTries=2"}).exitCode, 1);
+        EXPECT_EQ(service.startDaemon({"-testReadyTries=3"}).exitCode, 1);
         EXPECT_TRUE(service.logged(
             "ERROR", "ZORSocketCommand",
             "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:" + m_port.str() +
@@ -254,7 +254,7 @@ TEST_F(ServiceTlsTest, APeerThatSpeaksNoTlsIsRefused) {
     ping.replace(ping.find("tcp://127.0.0.1"), 15, "tls://localhost");
     service.bootstrap(document);
     service.answer("READY and more, but in the clear");
-    EXPECT_EQ(service.startDaemon({"-testReadyTries=2"}).exitCode, 1);
+    EXPECT_EQ(service.startDaemon({"-testReadyTries=3"}).exitCode, 1);
     EXPECT_NE(service.log("start").find(
                   "ERROR ZORSocketCommand failed to establish, SEK error: TLS handshake with "),
               std::string::npos)
@@ -266,7 +266,7 @@ TEST_F(ServiceTlsTest, APeerThatSpeaksNoTlsIsRefused) {
 TEST_F(ServiceTlsTest, AnErrorInTheSettingsIsToldAndRefuses) {
     trust("VerifyCAFile = nowhere.pem");
     dispatcherShows(m_pki.issueForLocalhost());
-    EXPECT_EQ(service.startDaemon({"-testReadyTries=2"}).exitCode, 1);
+    EXPECT_EQ(service.startDaemon({"-testReadyTries=3"}).exitCode, 1);
     const std::string log = service.log("start");
     EXPECT_NE(log.find("nowhere.pem"), std::string::npos) << log;
     EXPECT_TRUE(service.neverLogged("got response", "start"));
