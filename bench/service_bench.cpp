@@ -2,17 +2,13 @@
 // properties. Allocations are counted, so that "builds nothing" is a number.
 #include <benchmark/benchmark.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
 #include <string>
 
+#include "CountingNew.h"
 #include "ZORLogger.h"
 #include "ZORPropertyInserter.h"
 
 namespace {
-
-std::atomic<std::size_t> g_allocations{0};
 
 void quietLog() {
     ZORLoggerFactory* const factory = ZORLoggerFactory::getInstance();
@@ -24,12 +20,12 @@ void quietLog() {
 void suppressedLine(benchmark::State& state) {
     quietLog();
     static ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("bench");
-    const std::size_t before = g_allocations;
+    const std::size_t before = countedAllocations();
     for (auto step : state) {
         (void)step;
         logger->log(ZOR_DEBUG, "Pinging process %s. Ping counter: %s", "alpha", "0");
     }
-    state.counters["allocations"] = static_cast<double>(g_allocations - before);
+    state.counters["allocations"] = static_cast<double>(countedAllocations() - before);
 }
 BENCHMARK(suppressedLine);
 
@@ -62,17 +58,5 @@ void substitution(benchmark::State& state) {
 BENCHMARK(substitution)->RangeMultiplier(4)->Range(1 << 10, 1 << 20)->Complexity();
 
 }  // namespace
-
-void* operator new(std::size_t size) {
-    ++g_allocations;
-    if (void* const memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 BENCHMARK_MAIN();

@@ -4,7 +4,8 @@
 // Ownership: a value.
 // Threads: one thread at a time.
 // Units: length() in characters (code points).
-// Errors: none; a null text is an empty string. Bytes that are no UTF-8 count one character each.
+// Errors: none; a null text is an empty string. In bytes that are no UTF-8, each that could begin a character
+//   counts as one.
 #pragma once
 
 #include <cstddef>

@@ -43,6 +43,8 @@ std::string failure(const std::string& path, const char* words) {
 
 TVLConfigurationFactory* TVLConfigurationFactory::m_pInstance = nullptr;
 
+TVLConfigurationFactory::~TVLConfigurationFactory() = default;
+
 TVLConfigurationFactory* TVLConfigurationFactory::getInstance() {
     // First called on the main thread, before any other exists.
     if (m_pInstance == nullptr) m_pInstance = new TVLConfigurationFactory;

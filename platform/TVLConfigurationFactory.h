@@ -23,6 +23,7 @@ class TVLConfigurationException : public TVLThrowable {
 class TVLConfigurationFactory {
   public:
     static TVLConfigurationFactory* getInstance();
+    virtual ~TVLConfigurationFactory();
 
     // The first child element of the root with that name, null when there is none.
     TVLIDOM_Element getElement(const I18NString& name);
@@ -30,8 +31,9 @@ class TVLConfigurationFactory {
     I18NString getString(const I18NString& name);
     // The installed version of a component, empty when it is not installed.
     I18NString getComponentVersion(const I18NString& component);
-    // Rewrites a path to its absolute, lexically normalised form. Does not read the document.
-    void getFullPath(std::string& path);
+    // Rewrites a path to its absolute, lexically normalised form; empty when the working directory is
+    // unknown. Does not read the document.
+    virtual void getFullPath(std::string& path);
 
   protected:
     TVLConfigurationFactory() = default;

@@ -2,16 +2,18 @@
 
 #include <algorithm>
 #include <limits>
-#include <xercesc/framework/XMLPScanToken.hpp>
+#include <xercesc/internal/XMLScanner.hpp>
 #include <xercesc/parsers/XercesDOMParser.hpp>
-#include <xercesc/sax/EntityResolver.hpp>
 #include <xercesc/sax/ErrorHandler.hpp>
 #include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/util/BinInputStream.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/SecurityManager.hpp>
+#include <xercesc/util/XMLEntityResolver.hpp>
 #include <xercesc/util/XMLException.hpp>
+#include <xercesc/util/XMLResourceIdentifier.hpp>
+#include <xercesc/validators/DTD/DTDEntityDecl.hpp>
 
 #include "TVLIDOM_Text.h"
 
@@ -68,20 +70,34 @@ class FirstError : public xercesc::ErrorHandler {
 };
 
 // Refuses everything outside the document itself.
-class NothingOutside : public xercesc::EntityResolver {
+class NothingOutside : public xercesc::XMLEntityResolver {
   public:
-    xercesc::InputSource* resolveEntity(const XMLCh* const publicId, const XMLCh* const systemId) override {
-        const std::string text =
-            "external entities are not loaded: \"" + TVLIDOM_Text::fromXml(systemId).str() + "\"";
-        throw xercesc::SAXParseException(TVLIDOM_Text::toXml(text).c_str(), publicId, systemId,
-                                         m_locator.line, m_locator.column);
+    xercesc::InputSource* resolveEntity(xercesc::XMLResourceIdentifier* resource) override {
+        const std::string text = "external entities are not loaded: \"" +
+                                 TVLIDOM_Text::fromXml(resource->getSystemId()).str() + "\"";
+        throw xercesc::SAXParseException(TVLIDOM_Text::toXml(text).c_str(), *resource->getLocator());
+    }
+};
+
+// Refuses the declarations that make a small document big and that the bound on entity expansions does not
+// count: parameter entities, which multiply each other, and attributes, whose default values expand entities
+// without a bound and are added to every element.
+class PlainParser : public xercesc::XercesDOMParser {
+  public:
+    void entityDecl(const xercesc::DTDEntityDecl& entity, const bool isParameterEntity,
+                    const bool isIgnored) override {
+        if (isParameterEntity) refuse("parameter entities are not supported");
+        XercesDOMParser::entityDecl(entity, isParameterEntity, isIgnored);
+    }
+
+    void startAttList(const xercesc::DTDElementDecl& /*element*/) override {
+        refuse("attribute declarations are not supported");
     }
 
   private:
-    struct {
-        XMLFileLoc line = 0;
-        XMLFileLoc column = 0;
-    } m_locator;
+    [[noreturn]] void refuse(const char* words) const {
+        throw xercesc::SAXParseException(TVLIDOM_Text::toXml(words).c_str(), *getScanner()->getLocator());
+    }
 };
 
 void configure(xercesc::XercesDOMParser& parser) {
@@ -101,10 +117,10 @@ int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document) {
     NothingOutside resolver;
     xercesc::SecurityManager limits;
     limits.setEntityExpansionLimit(kMaxEntityExpansions);
-    xercesc::XercesDOMParser parser;
+    PlainParser parser;
     configure(parser);
     parser.setErrorHandler(&errors);
-    parser.setEntityResolver(&resolver);
+    parser.setXMLEntityResolver(&resolver);
     parser.setSecurityManager(&limits);
     try {
         parser.parse(StreamSource(stream));

@@ -1,9 +1,9 @@
 // Parses XML from a stream into a document.
 //
 // Purpose: well-formed documents without validation and without namespace processing: names stay as written.
-// No
-//   external entity, DTD or schema is ever loaded; a document that asks for one, or whose entities expand
-//   beyond a bound, is an error.
+//   Nothing outside the document is ever loaded: external DTDs and schemas are ignored, a reference to an
+//   external entity is an error. So is what makes a small document big: entities that expand beyond a bound,
+//   and declarations of parameter entities and of attributes.
 // Ownership: keeps nothing of stream or document.
 // Threads: one thread at a time.
 // Errors: parse() returns 0 and getErrorString() is one line: "line L, column C: message".

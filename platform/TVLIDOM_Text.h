@@ -1,6 +1,6 @@
 // Conversions between the parser's UTF-16 texts and UTF-8, for the document model's own use.
 //
-// Errors: text that is not valid in its encoding converts to as much of it as could be read.
+// Errors: text that is not valid in its encoding converts to an empty text.
 #pragma once
 
 #include <string>

@@ -14,32 +14,32 @@ idle_seconds=20
 read -r -a packages <<<"$(build_packages bench | tr '\n' ' ')"
 install_missing "${packages[@]}" libgtest-dev openssl
 cd "$root"
-cmake --preset release >/dev/null
-cmake --build --preset release --target velbootstrapservice sampledispatcher SEK_Crypto_Interface >/dev/null
-cmake --preset bench >/dev/null
-cmake --build --preset bench --target service_bench >/dev/null
+build_target() {
+    local preset=$1 words
+    shift
+    words=$(cmake --preset "$preset" 2>&1 && cmake --build --preset "$preset" --target "$@" 2>&1) || fail "$words"
+}
+
+build_target release velbootstrapservice sampledispatcher SEK_Crypto_Interface
+build_target bench service_bench
 
 service() { (cd "$stage/bin" && exec ./velbootstrapservice "$@"); }
 daemon_id() { cat "$stage/logs/velbootstrap_service.pid"; }
 stop_service() { service -stop -testDeadTries=60 -testDeadInterval=1 || true; }
 
-# Processor seconds of ended children, user and system together.
+# Processor seconds of ended children, user and system together, from what the shell's "times" has written.
 children_seconds() {
-    local line
-    line=$(times | tail -n 1)
-    awk '{ for (i = 1; i <= 2; i++) { split($i, t, /[ms]/); total += t[1] * 60 + t[2] } print total }' <<<"$line"
+    tail -n 1 "$1" | awk '{ for (i = 1; i <= 2; i++) { split($i, t, /[ms]/); total += t[1] * 60 + t[2] } print total }'
 }
 
 average_ms() { awk -v a="$1" -v b="$2" -v n="$3" 'BEGIN { printf "%.1f", (b - a) * 1000 / n }'; }
 
-question_cost() {
-    local before after i
-    children_seconds >"$stage/before"
+# "times" counts the children of the shell that calls it, so this runs in no subshell.
+ask_many_times() {
+    local i
+    times >"$stage/before"
     for ((i = 0; i < questions; i++)); do service -isrunning || true; done
-    children_seconds >"$stage/after"
-    before=$(<"$stage/before")
-    after=$(<"$stage/after")
-    average_ms "$before" "$after" "$questions"
+    times >"$stage/after"
 }
 
 # The kernel's sum of what only this process has, in KiB.
@@ -54,7 +54,9 @@ rm -rf "$stage"
 sed -i 's/pollIntervalsec="2"/pollIntervalsec="30"/' "$stage/bin/bootstrap_linuxi38632.xml"
 trap stop_service EXIT
 
-echo "A question (-isrunning), processor time of the whole process: $(question_cost) ms, mean of $questions"
+ask_many_times
+cost=$(average_ms "$(children_seconds "$stage/before")" "$(children_seconds "$stage/after")" "$questions")
+echo "A question (-isrunning), processor time of the whole process: $cost ms, mean of $questions"
 service -start -testReadyTries=60 -testReadyInterval=1
 id=$(daemon_id)
 # The first cycle, with its ping, is part of being idle: memory is read after it.

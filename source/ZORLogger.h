@@ -121,8 +121,9 @@ class ZORConsole {
     void print(TVLByteBuffer& buffer);
     void destroy();  // does nothing
 
-  private:
+  protected:
     static ZORConsole* m_pConsole;
 
+  private:
     std::FILE* m_stream = nullptr;  // null until prepared
 };

@@ -40,8 +40,8 @@ class ZORNTService {
 
   private:
     std::array<char, 256> m_serviceName{};
-    std::int32_t m_status = 1;
-    std::int32_t m_reserved = 0;
+    [[maybe_unused]] std::int32_t m_status = 1;    // nothing reads it
+    [[maybe_unused]] std::int32_t m_reserved = 0;  // likewise
     std::int32_t m_exitCode = 0;
     std::int32_t m_runningAsApplication = 0;
     std::int32_t m_runningAsService = 0;

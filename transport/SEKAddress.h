@@ -3,8 +3,7 @@
 // Purpose: keeps an address with its length, prints it for messages, and looks names up in one family only.
 // Ownership: a value type.
 // Threads: resolve may be called by any thread; a look-up that outlasts its deadline is left to a thread of
-// its own,
-//   which ends as soon as the system's resolver gives up.
+//   its own, which ends as soon as the system's resolver gives up.
 // Units: none.
 // Errors: resolve and the checked constructor throw SEKFailure with the host and the resolver's words.
 #pragma once

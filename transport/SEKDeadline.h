@@ -1,8 +1,7 @@
 // A moment on the monotonic clock until which an operation may wait, and the wait itself.
 //
-// Purpose: every wait of the library goes through waitFor, so that time limits hold across interrupted calls
-// and
-//   steps of the wall clock.
+// Purpose: every wait of the library goes through waitFor, so that time limits hold across interrupted
+//   calls and steps of the wall clock.
 // Ownership: none; a value type.
 // Threads: a deadline is immutable and may be shared.
 // Units: milliseconds; a negative limit means none.

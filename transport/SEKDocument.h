@@ -1,9 +1,9 @@
 // A strict reader for the small XML documents that callers pass in.
 //
 // Purpose: reads an optional declaration, one root element, and child elements that hold text only; that is
-// the form
-//   of every document of this interface. Anything else (comments, CDATA, document types, deeper nesting,
-//   unknown references) is refused, so no XML library and none of its loading of external parts is needed.
+//   the form of every document of this interface. Anything else (comments, CDATA, document types, deeper
+//   nesting, unknown references) is refused, so no XML library and none of its loading of external parts is
+//   needed.
 // Ownership: a value type.
 // Threads: immutable once parsed.
 // Units: none.

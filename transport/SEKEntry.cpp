@@ -9,6 +9,10 @@ std::string& threadDetails() {
     return text;
 }
 
+std::string& placeOfDetails(SEKSocket* socket) {
+    return socket != nullptr ? socket->details : threadDetails();
+}
+
 void handOut(const std::string& text, char** details) noexcept {
     if (details != nullptr) *details = text.empty() ? nullptr : SEKErrors::copyText(text);
 }
@@ -16,6 +20,9 @@ void handOut(const std::string& text, char** details) noexcept {
 void keep(std::string& place, const char* text) noexcept {
     try {
         place = text;
+        // Callers write the text into one line of a log, and parts of it come from documents and addresses.
+        std::replace_if(
+            place.begin(), place.end(), [](char c) { return (c >= '\0' && c < ' ') || c == '\x7f'; }, ' ');
     } catch (const std::exception&) {
         place.clear();
         place.append("no memory", std::min<std::size_t>(place.capacity(), 9));

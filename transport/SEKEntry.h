@@ -1,8 +1,8 @@
 // The common frame of all entry points.
 //
 // Purpose: runs the work of one call, turns what it throws into a result and a detail text, and keeps the
-// text where
-//   the caller looks for it: at the handle, or, for calls without a live handle, at the calling thread.
+//   text where the caller looks for it: at the handle, or, for calls without a live handle, at the calling
+//   thread.
 // Ownership: texts handed out through a details argument are heap memory for SEK_CryptoFree.
 // Threads: any; the thread's own text is seen by that thread only.
 // Units: none.
@@ -24,10 +24,13 @@ namespace SEKEntry {
 // The text of the last failure of this thread's calls without a live handle.
 std::string& threadDetails();
 
+// Where the text of a call on that socket is kept; null stands for no live handle.
+std::string& placeOfDetails(SEKSocket* socket);
+
 // Puts a copy of the text, or null for an empty one, where the caller wants it; a null place is fine.
 void handOut(const std::string& text, char** details) noexcept;
 
-// Stores a text without failing itself: when memory is short, a shorter text must do.
+// Stores a text as one printable line, without failing itself: when memory is short, a shorter text must do.
 void keep(std::string& place, const char* text) noexcept;
 
 template <typename Work>

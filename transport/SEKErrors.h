@@ -1,8 +1,7 @@
 // Failures inside the library, and the detail texts that callers see.
 //
-// Purpose: one exception type that carries a result code and its detail text from the place of the failure to
-// the
-//   entry point, and the words of the system and of OpenSSL for such a text.
+// Purpose: one exception type that carries a result code and its detail text from the place of the failure
+//   to the entry point, and the words of the system and of OpenSSL for such a text.
 // Ownership: a SEKFailure owns its text; copyText returns heap memory that SEK_CryptoFree releases.
 // Threads: everything here may be used by any thread; tlsReason reads the calling thread's own error queue.
 // Units: none.

@@ -2,10 +2,9 @@
 //
 // Purpose: counts initialisations, builds a TLS context when the first connection needs it and again when the
 //   settings it came from have changed, and tells a live handle from any other pointer.
-// Ownership: one instance, made on first use and never destroyed: a forked child that calls exit must not run
-// OpenSSL's
-//   cleanup. The last terminate releases the contexts. A handle's socket is shared with the calls that use
-//   it.
+// Ownership: one instance, made on first use and never destroyed: a forked child that calls exit must not
+//   run OpenSSL's cleanup. The last terminate releases the contexts. A handle's socket is shared with the
+//   calls that use it.
 // Threads: every member may be called by any thread; one mutex guards all fields.
 // Units: none.
 // Errors: members throw SEKFailure; find returns null for what is no live handle.

@@ -1,8 +1,7 @@
 // Waiting for many handles at once.
 //
 // Purpose: the common ground of SEK_Poll and SEK_Select. An established TLS connection counts as readable
-// when
-//   application data or the end of the stream is there, not when a record without any has come.
+//   when application data or the end of the stream is there, not when a record without any has come.
 // Ownership: shares the sockets while the wait lasts.
 // Threads: one poller is used by one thread.
 // Units: milliseconds.

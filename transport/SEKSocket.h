@@ -1,12 +1,10 @@
 // What a handle stands for: one socket, plain or TLS, on either side of a connection.
 //
 // Purpose: connects, listens, accepts, shakes hands, sends and receives. A socket is Fresh, then either
-// Listening or
-//   Connected; a connection or a handshake that failed leaves it Fresh again, so that the caller may try once
-//   more.
+//   Listening or Connected; a connection or a handshake that failed leaves it Fresh again, so that the
+//   caller may try once more.
 // Ownership: owns its descriptor and its TLS stream; handed out by shared pointer, so that closing a handle
-// cannot pull
-//   it from under a call that runs.
+//   cannot pull it from under a call that runs.
 // Threads: used by one thread at a time.
 // Units: milliseconds and bytes.
 // Errors: every operation throws SEKFailure that names the peer or the local address and the reason.

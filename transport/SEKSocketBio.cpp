@@ -10,7 +10,7 @@
 namespace {
 
 struct State {
-    int descriptor;
+    int descriptor = -1;
     bool atEnd = false;
     int error = 0;
 };
@@ -75,7 +75,7 @@ namespace SEKSocketBio {
 BIO* create(int descriptor) {
     BIO* bio = BIO_new(method());
     if (bio == nullptr) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
-    BIO_set_data(bio, new State{descriptor});
+    BIO_set_data(bio, new State{descriptor, false, 0});
     BIO_set_init(bio, 1);
     return bio;
 }

@@ -1,8 +1,7 @@
 // The way of TLS records to and from a socket.
 //
 // Purpose: an OpenSSL BIO over a non-blocking socket that never raises SIGPIPE, which OpenSSL's own socket
-// BIO does when
-//   the peer has gone.
+//   BIO does when the peer has gone.
 // Ownership: the BIO belongs to the caller (to the SSL it is given to); the descriptor stays the socket's.
 // Threads: one BIO is used by one thread at a time.
 // Units: none.

@@ -1,14 +1,12 @@
 // TLS on a connected, non-blocking socket.
 //
 // Purpose: handshake, reading, writing and the polite end, each as one step that never waits; the caller
-// waits for the
-//   socket and calls again.
+//   waits for the socket and calls again.
 // Ownership: owns its SSL object; the descriptor stays the socket's and must outlive the stream.
 // Threads: used by one thread at a time.
 // Units: bytes.
 // Errors: the steps throw SEKFailure with OpenSSL's or the system's reason. A stream that has failed once
-// fails ever
-//   after with the same reason.
+//   fails ever after with the same reason.
 #pragma once
 
 #include <openssl/ssl.h>

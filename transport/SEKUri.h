@@ -1,8 +1,7 @@
 // An address as callers write it: scheme://host[:port][/path].
 //
 // Purpose: tells host, port and whether TLS is wanted. http and tcp are plain, https and tls are TLS. The
-// path plays
-//   no part. An IPv6 literal stands in brackets, where it may carry a zone.
+//   path plays no part. An IPv6 literal stands in brackets, where it may carry a zone.
 // Ownership: a value type.
 // Threads: immutable once parsed.
 // Units: none.

@@ -151,7 +151,7 @@ long SEK_CryptoGetLastErrorDetails(void* handle, char*, char** details) {
     if (details == nullptr) return SEK_Failed;
     const std::shared_ptr<SEKSocket> socket = SEKLibrary::instance().find(handle);
     // A failure caused by a wrong handle has its text at the thread.
-    SEKEntry::handOut(socket != nullptr ? socket->details : SEKEntry::threadDetails(), details);
+    SEKEntry::handOut(SEKEntry::placeOfDetails(socket.get()), details);
     return SEK_Ok;
 }
 

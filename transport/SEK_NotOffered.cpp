@@ -7,7 +7,7 @@ namespace {
 
 long refuse(void* handle, char** details = nullptr) noexcept {
     const std::shared_ptr<SEKSocket> socket = SEKLibrary::instance().find(handle);
-    std::string& place = socket != nullptr ? socket->details : SEKEntry::threadDetails();
+    std::string& place = SEKEntry::placeOfDetails(socket.get());
     SEKEntry::keep(place, "not supported");
     SEKEntry::handOut(place, details);
     return SEK_NotSupported;

@@ -7,9 +7,9 @@
 #include <regex>
 #include <sstream>
 
-#include "PLXInputStream.h"
 #include "TVLConfigurationFactory.h"
 #include "TVLIDOM_Parser.h"
+#include "TextStream.h"
 #include "ZORBootstrapService.h"
 #include "ZORPropertyInserter.h"
 
@@ -28,6 +28,12 @@ struct FreshConfiguration : TVLConfigurationFactory {
     static void install() {
         delete m_pInstance;
         m_pInstance = new FreshConfiguration;
+    }
+};
+struct FreshConsole : ZORConsole {
+    static void install() {
+        delete m_pConsole;
+        m_pConsole = new FreshConsole;
     }
 };
 
@@ -132,23 +138,6 @@ void LogCapture::clear() {
     m_from = m_size;
 }
 
-class TextStream : public PLXInputStream {
-  public:
-    explicit TextStream(const std::string& text) : m_text(text) {}
-
-    int read(TVLByteBuffer& buffer, int count) override { return read(buffer.data(), count); }
-    int read(char* buffer, int count) override {
-        m_text.read(buffer, count);
-        return m_text.gcount() > 0 ? static_cast<int>(m_text.gcount()) : -1;
-    }
-    int read() override { return m_text.get(); }
-    void close() override {}
-    bool canUnread() override { return false; }
-
-  private:
-    std::istringstream m_text;
-};
-
 XmlText::XmlText(const std::string& text) {
     TVLIDOM_Parser parser;
     TextStream stream(text);
@@ -161,6 +150,7 @@ ServiceTest::ServiceTest() {
     TVLIDOM_DOMImplementation::initialize();
     FreshProperties::install();
     FreshConfiguration::install();
+    FreshConsole::install();
 }
 
 ServiceTest::~ServiceTest() {

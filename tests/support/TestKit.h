@@ -80,10 +80,7 @@ class XmlText {
     TVLIDOM_Document m_document;
 };
 
-// A stream over a text, for the parser.
-class TextStream;
-
-// Empty property table and no startup configuration read yet; the document model is up.
+// Empty property table, no startup configuration read yet, console not prepared; the document model is up.
 class ServiceTest : public testing::Test {
   protected:
     ServiceTest();

@@ -107,7 +107,7 @@ TestPki::Issued TestPki::issue(const Request& request) {
     addExtension(certificate.get(), NID_ext_key_usage,
                  request.purpose == Purpose::Server ? "serverAuth" : "clientAuth");
     require(X509_sign(certificate.get(), m_key.get(), EVP_sha256()) > 0, "sign certificate");
-    const Issued issued{m_folder / (request.name + ".pem"), m_folder / (request.name + ".key")};
+    Issued issued{m_folder / (request.name + ".pem"), m_folder / (request.name + ".key")};
     writeCertificate(issued.certificate, certificate.get());
     writeKey(issued.key, key.get(), request.password);
     return issued;

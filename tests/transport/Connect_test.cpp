@@ -102,6 +102,12 @@ TEST_F(ConnectTest, BadAddressesAreRefused) {
     EXPECT_EQ(handle.details(), "no URL given");
 }
 
+TEST_F(ConnectTest, DetailsAreOneLineWhateverTheAddressHolds) {
+    SekHandle handle;
+    EXPECT_EQ(handle.connectUrl("http://a\nERROR b\x7f"), SEK_Failed);
+    EXPECT_EQ(handle.details(), "bad address \"http://a ERROR b \": bad host name");
+}
+
 TEST_F(ConnectTest, TheConnectDocumentIsCheckedToo) {
     SekHandle handle;
     const std::string url = "http://127.0.0.1:1";

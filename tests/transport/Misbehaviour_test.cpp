@@ -103,10 +103,13 @@ TEST_F(MisbehaviourTest, WritingToAPeerThatHasGoneNeverRaisesSigpipe) {
     for (const char* scheme : {"http", "https"}) {
         const bool secure = std::string(scheme) == "https";
         TestPeer peer([secure, context = server()](PeerConnection& connection) {
-            if (!secure || connection.acceptTls(context)) connection.reset();
+            if (secure && !connection.acceptTls(context)) return;
+            connection.read();
+            connection.reset();
         });
         SekHandle handle;
         ASSERT_EQ(handle.open(peer.url(scheme)), SEK_Ok) << handle.details();
+        ASSERT_EQ(handle.send("go"), SEK_Ok) << handle.details();
         peer.join();
         EXPECT_EQ(handle.poll(10000).result, SEK_Ok);
         EXPECT_EQ(handle.receive().result, SEK_Failed);

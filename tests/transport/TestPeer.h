@@ -4,8 +4,7 @@
 //   misbehaving peers look alike.
 // Ownership: owns the listener and the thread, which its destructor joins.
 // Threads: the script runs on the peer's thread. SIGPIPE is blocked there, so that one that ends the test
-// process
-//   can only have come from the library.
+//   process can only have come from the library.
 // Units: bytes.
 // Errors: a script's own failed reads and writes end quietly; what matters is what the library reports.
 #pragma once

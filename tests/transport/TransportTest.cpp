@@ -27,7 +27,7 @@ char* text(const std::string& value) {
 namespace {
 
 std::string takeOver(char* details) {
-    const std::string copy = details != nullptr ? details : "";
+    std::string copy = details != nullptr ? details : "";
     SEK_CryptoFree(details, nullptr);
     return copy;
 }

@@ -18,12 +18,11 @@ TEST(ZORBadConfigExceptionTest, GivesBackItsMessage) {
 }
 
 TEST(ZORBadConfigExceptionTest, OwnsItsMessageAlsoWhenThrown) {
+    std::string message = "first words";
     try {
-        std::string message = "first words";
-        const ZORBadConfigException exception(message.c_str());
-        message = "other words";
-        throw exception;
+        throw ZORBadConfigException(message.c_str());
     } catch (const ZORBadConfigException& caught) {
+        message = "other words";
         EXPECT_STREQ(caught.getMessage(), "first words");
     }
 }

@@ -51,6 +51,7 @@ class ZORChildProcessTest : public ServiceTest {
     }
     std::vector<LogLine> debugLines(const std::vector<std::string>& texts) const {
         std::vector<LogLine> lines;
+        lines.reserve(texts.size());
         for (const std::string& text : texts)
             lines.push_back({"DEBUG", "ZORChildProcess", text, {}});
         return lines;

@@ -16,6 +16,7 @@ class ZORCryptoHelperTest : public ServiceTest {
 
     static std::vector<LogLine> fatalLines(const std::vector<std::string>& texts) {
         std::vector<LogLine> lines;
+        lines.reserve(texts.size());
         for (const std::string& text : texts)
             lines.push_back({"FATAL", "ZORCryptoHelper", text, {}});
         return lines;

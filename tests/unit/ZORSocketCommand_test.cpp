@@ -39,7 +39,7 @@ class ZORSocketCommandTest : public ServiceTest {
     }
     static std::string family(const std::string& uri, const std::string& command = "PING") {
         const ZORSocketCommand socketCommand(uri.c_str(), command.c_str(), 60);
-        const std::string document = socketCommand.getSessionConfigDoc();
+        std::string document = socketCommand.getSessionConfigDoc();
         for (const char* const family : {"IPv4", "IPv6"}) {
             if (document == sessionDocument(family)) return family;
         }
@@ -343,7 +343,7 @@ TEST_F(ZORSocketCommandTest, PollsForTheConfiguredTimeThenReadsOneBlock) {
     sek.peer(kUri).answer = "ready and more";
     ZORSocketCommand command(kUri, "PING", 60);
     ASSERT_EQ(command.sendCommand(), 1);
-    std::array<char, 8> buffer;
+    std::array<char, 8> buffer{};
     buffer.fill('#');
     EXPECT_EQ(command.getResponse(5, buffer.data()), 5);
     EXPECT_EQ(std::string(buffer.data(), buffer.size()), "ready###") << "not terminated";

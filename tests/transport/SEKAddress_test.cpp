@@ -1,0 +1,126 @@
+#include "SEKAddress.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <netdb.h>
+#include <netinet/in.h>
+
+#include <future>
+
+#include "SEKErrors.h"
+#include "SEKSocket.h"
+
+namespace {
+
+// Set by a test that wants a name server that stays silent until the promise is kept.
+std::shared_future<void> silence;
+
+using Resolver = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
+
+Resolver systemResolver() {
+    static const auto resolver = reinterpret_cast<Resolver>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    return resolver;
+}
+
+// Two addresses behind one name, as the system's resolver would list them.
+int resolveToTwo(const char* service, const addrinfo* hints, addrinfo** result) {
+    const int first = systemResolver()("127.0.0.2", service, hints, result);
+    return first != 0 ? first : systemResolver()("127.0.0.1", service, hints, &(*result)->ai_next);
+}
+
+bool isAskedFor(const char* host, const char* name) {
+    return host != nullptr && std::string(host) == name;
+}
+
+}  // namespace
+
+// Stands before the system's function in this program.
+extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo* hints, addrinfo** result) {
+    const bool wantsFigures = (hints->ai_flags & AI_NUMERICHOST) != 0;
+    if (wantsFigures) return systemResolver()(host, service, hints, result);
+    if (isAskedFor(host, "two.example")) return resolveToTwo(service, hints, result);
+    if (isAskedFor(host, "silent.example")) {
+        const std::shared_future<void> untilThen = silence;
+        untilThen.wait();
+        return EAI_AGAIN;
+    }
+    return systemResolver()(host, service, hints, result);
+}
+
+namespace {
+
+SEKSession session() {
+    SEKSession result;
+    result.serviceID = "gateway";
+    result.family = AF_INET;
+    return result;
+}
+
+class Listener {
+  public:
+    explicit Listener(const char* address) {
+        m_socket.bind(
+            SEKAddress::resolve(address, 0, AF_INET, SEKAddress::Use::Bind, SEKDeadline(-1)).front());
+        m_socket.listen(4);
+    }
+    std::string portText() const {
+        const std::string text = m_socket.localAddress().text();
+        return text.substr(text.rfind(':'));
+    }
+
+  private:
+    SEKSocket m_socket{session()};
+};
+
+TEST(SEKAddressTest, EveryAddressIsTriedInTurn) {
+    const Listener listener("127.0.0.1");
+    SEKSocket socket(session());
+    EXPECT_TRUE(socket.connectUrl("tcp://two.example" + listener.portText(), nullptr));
+    EXPECT_EQ(socket.peerAddress().text(), "127.0.0.1" + listener.portText());
+}
+
+TEST(SEKAddressTest, AFailureNamesEveryAddress) {
+    std::string port;
+    {
+        const Listener listener("127.0.0.1");
+        port = listener.portText();
+    }
+    SEKSocket socket(session());
+    try {
+        socket.connectUrl("tcp://two.example" + port, nullptr);
+        FAIL() << "connected";
+    } catch (const SEKFailure& failure) {
+        EXPECT_EQ(failure.what(), "cannot connect to two.example" + port + " (IPv4): 127.0.0.2" + port +
+                                      ": Connection refused; 127.0.0.1" + port + ": Connection refused");
+    }
+}
+
+TEST(SEKAddressTest, ASilentNameServerEndsAtTheDeadline) {
+    std::promise<void> release;
+    silence = release.get_future().share();
+    try {
+        SEKAddress::resolve("silent.example", 80, AF_INET, SEKAddress::Use::Connect, SEKDeadline(20));
+        FAIL() << "resolved";
+    } catch (const SEKFailure& failure) {
+        EXPECT_STREQ(failure.what(), "cannot resolve silent.example (IPv4): no answer in time");
+    }
+    release.set_value();
+}
+
+TEST(SEKAddressTest, PrintsBothFamilies) {
+    const auto textOf = [](const char* host, int family) {
+        return SEKAddress::resolve(host, 9300, family, SEKAddress::Use::Connect, SEKDeadline(-1))
+            .front()
+            .text();
+    };
+    EXPECT_EQ(textOf("127.0.0.1", AF_INET), "127.0.0.1:9300");
+    EXPECT_EQ(textOf("::1", AF_INET6), "[::1]:9300");
+}
+
+TEST(SEKAddressTest, LinkLocalAddressesMayNameTheirZone) {
+    const SEKAddress address =
+        SEKAddress::resolve("fe80::1%lo", 1, AF_INET6, SEKAddress::Use::Connect, SEKDeadline(-1)).front();
+    EXPECT_EQ(address.text(), "[fe80::1%lo]:1");
+}
+
+}  // namespace

@@ -1,0 +1,143 @@
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "TVLConfigurationFactory.h"
+#include "TestKit.h"
+#include "ZORBootstrapService.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Variables that these tests may set; none is left behind.
+constexpr const char* kVariables[] = {"VBS_TEST_A", "VBS_TEST_B", "VBS_TEST_C"};
+
+class EnvironmentTest : public ServiceTest {
+  protected:
+    EnvironmentTest() { forgetVariables(); }
+    ~EnvironmentTest() override { forgetVariables(); }
+
+    static void forgetVariables() {
+        for (const char* const name : kVariables)
+            unsetenv(name);
+    }
+    void setEnvironment(const std::string& file) const {
+        folder.write("configuration/zorEnvironmentVars.ini", file);
+        ZORBootstrapService::setEnvironment();
+    }
+};
+
+TEST_F(EnvironmentTest, EveryLineIsAVariable) {
+    setEnvironment("VBS_TEST_A=1\nVBS_TEST_B=two words\n");
+    EXPECT_STREQ(std::getenv("VBS_TEST_A"), "1");
+    EXPECT_STREQ(std::getenv("VBS_TEST_B"), "two words");
+    EXPECT_EQ(log.raw(), "");
+}
+
+TEST_F(EnvironmentTest, CommentsAndEmptyLinesAreSkippedAndTheLastValueWins) {
+    setEnvironment("# comment\n\nVBS_TEST_A=1\nVBS_TEST_A=2\n#VBS_TEST_B=1\n");
+    EXPECT_STREQ(std::getenv("VBS_TEST_A"), "2");
+    EXPECT_EQ(std::getenv("VBS_TEST_B"), nullptr);
+}
+
+TEST_F(EnvironmentTest, TheLastLineNeedsNoLineFeed) {
+    setEnvironment("VBS_TEST_A=1\nVBS_TEST_B=last");
+    EXPECT_STREQ(std::getenv("VBS_TEST_B"), "last");
+}
+
+TEST_F(EnvironmentTest, NothingIsTrimmedQuotedOrExpanded) {
+    setProperty("temp", "/tmp");
+    setEnvironment("VBS_TEST_A= \"x\" # no comment \r\nVBS_TEST_B=${temp}$HOME\n");
+    EXPECT_STREQ(std::getenv("VBS_TEST_A"), " \"x\" # no comment \r");
+    EXPECT_STREQ(std::getenv("VBS_TEST_B"), "${temp}$HOME");
+}
+
+TEST_F(EnvironmentTest, ACommentStartsInTheFirstColumnOnly) {
+    setEnvironment(" #VBS_TEST_A=1\n");
+    EXPECT_STREQ(std::getenv(" #VBS_TEST_A"), "1");
+    unsetenv(" #VBS_TEST_A");
+}
+
+TEST_F(EnvironmentTest, ALineWithoutAnEqualsSignRemovesTheVariable) {
+    setenv("VBS_TEST_A", "before", 1);
+    setEnvironment("VBS_TEST_A\n");
+    EXPECT_EQ(std::getenv("VBS_TEST_A"), nullptr);
+}
+
+TEST_F(EnvironmentTest, AnEmptyValueIsAValue) {
+    setEnvironment("VBS_TEST_A=\n");
+    EXPECT_STREQ(std::getenv("VBS_TEST_A"), "");
+}
+
+TEST_F(EnvironmentTest, LinesMayBeLong) {
+    const std::string longValue(100000, 'x');
+    setEnvironment("VBS_TEST_A=" + longValue + "\nVBS_TEST_B=1\n");
+    EXPECT_EQ(std::getenv("VBS_TEST_A"), longValue);
+    EXPECT_STREQ(std::getenv("VBS_TEST_B"), "1");
+}
+
+TEST_F(EnvironmentTest, AMissingFileChangesNothing) {
+    setenv("VBS_TEST_A", "before", 1);
+    ZORBootstrapService::setEnvironment();
+    EXPECT_STREQ(std::getenv("VBS_TEST_A"), "before");
+    EXPECT_EQ(log.raw(), "");
+}
+
+TEST_F(EnvironmentTest, TheValuesOutliveTheCall) {
+    setEnvironment("VBS_TEST_A=kept\n");
+    const char* const value = std::getenv("VBS_TEST_A");
+    setEnvironment("VBS_TEST_B=other\nVBS_TEST_C=another\n");
+    EXPECT_EQ(std::getenv("VBS_TEST_A"), value);
+    EXPECT_STREQ(value, "kept");
+}
+
+TEST_F(EnvironmentTest, TheInstallPathsAreTheWorkingDirectoryAndItsParent) {
+    ZORBootstrapService service;
+    EXPECT_EQ(service.findHome(), 1);
+    EXPECT_EQ(property("install_path"), folder.path());
+    EXPECT_EQ(property("bin_path"), folder.path("bin"));
+}
+
+TEST_F(EnvironmentTest, WithoutAWorkingDirectoryThereIsNoInstallRoot) {
+    fs::create_directory(folder.path("gone"));
+    fs::current_path(folder.path("gone"));
+    fs::remove(folder.path("gone"));
+    ZORBootstrapService service;
+    EXPECT_EQ(service.findHome(), 0);
+    EXPECT_TRUE(log.has("FATAL", "ZORBootstrapService", "Install home directory has not been specified"));
+    EXPECT_FALSE(log.has("FATAL", "ZORBootstrapService", "Install bin directory has not been specified"));
+    EXPECT_EQ(property("install_path"), nullptr);
+    EXPECT_EQ(property("bin_path"), nullptr);
+}
+
+// A configuration that cannot tell the working directory.
+class Nowhere : public TVLConfigurationFactory {
+  public:
+    Nowhere() : m_before(m_pInstance) { m_pInstance = this; }
+    ~Nowhere() override { m_pInstance = m_before; }
+    void getFullPath(std::string& path) override { path = path == "." ? "" : "/opt/product"; }
+
+  private:
+    TVLConfigurationFactory* m_before;
+};
+
+TEST_F(EnvironmentTest, WithoutABinDirectoryThereAreNoInstallPaths) {
+    const Nowhere nowhere;
+    ZORBootstrapService service;
+    EXPECT_EQ(service.findHome(), 0);
+    EXPECT_TRUE(log.has("FATAL", "ZORBootstrapService", "Install bin directory has not been specified"));
+    EXPECT_EQ(property("install_path"), nullptr);
+    EXPECT_EQ(property("bin_path"), nullptr);
+}
+
+TEST_F(EnvironmentTest, TheStoredEnvironmentIsHandedOut) {
+    char** const before = ZORBootstrapService::m_envp;
+    char variable[] = "A=1";
+    char* environment[] = {variable, nullptr};
+    ZORBootstrapService::m_envp = environment;
+    EXPECT_EQ(ZORBootstrapService::getEnv(), environment);
+    ZORBootstrapService::m_envp = before;
+}
+
+}  // namespace

@@ -1,0 +1,155 @@
+#include "TVLThreadSync.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <list>
+
+#include "TVLOs.h"
+#include "TVLThread.h"
+#include "VirtualOs.h"
+
+namespace {
+
+class Runnable : public TVLThreadRunnable {
+  public:
+    explicit Runnable(std::function<void()> body) : m_body(std::move(body)) {}
+    void run() override { m_body(); }
+
+  private:
+    std::function<void()> m_body;
+};
+
+TEST(TVLThreadSyncTest, AGuardHoldsItsMutexUntilTheEndOfItsScope) {
+    TVLThreadMutex mutex;
+    int counter = 0;
+    Runnable adder([&] {
+        for (int i = 0; i < 20000; ++i) {
+            const TVLThreadGuard guard(mutex);
+            ++counter;
+        }
+    });
+    std::list<TVLThread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back(&adder, 256 * 1024).start();
+    for (TVLThread& thread : threads)
+        thread.join();
+    EXPECT_EQ(counter, 80000);
+}
+
+TEST(TVLThreadSyncTest, ASemaphoreLetsThroughAsManyAsItCounts) {
+    TVLThreadSemaphore semaphore(2);
+    EXPECT_EQ(semaphore.timedWait(0), 1);
+    semaphore.wait();
+    EXPECT_EQ(semaphore.timedWait(0), 0);
+    semaphore.post();
+    EXPECT_EQ(semaphore.timedWait(0), 1);
+}
+
+TEST(TVLThreadSyncTest, PostsBeforeAWaitAreKept) {
+    TVLThreadSemaphore semaphore(0);
+    semaphore.post();
+    semaphore.post();
+    semaphore.wait();
+    semaphore.wait();
+    EXPECT_EQ(semaphore.timedWait(-1), 0);
+}
+
+TEST(TVLThreadSyncTest, ALimitOfZeroOrLessTestsOnce) {
+    VirtualOs os;
+    TVLThreadSemaphore semaphore(0);
+    EXPECT_EQ(semaphore.timedWait(0), 0);
+    EXPECT_EQ(semaphore.timedWait(-5000), 0);
+    EXPECT_EQ(os.nowMs(), 0);
+    semaphore.post();
+    EXPECT_EQ(semaphore.timedWait(-5000), 1);
+}
+
+TEST(TVLThreadSyncTest, ATimedWaitEndsAfterItsTime) {
+    VirtualOs os;
+    TVLThreadSemaphore semaphore(0);
+    EXPECT_EQ(semaphore.timedWait(30000), 0);
+    EXPECT_EQ(os.nowMs(), 30000);
+}
+
+TEST(TVLThreadSyncTest, ATimedWaitEndsWithThePost) {
+    VirtualOs os;
+    TVLThreadSemaphore semaphore(0);
+    os.at(12000, [&] { semaphore.post(); });
+    EXPECT_EQ(semaphore.timedWait(30000), 1);
+    EXPECT_EQ(os.nowMs(), 12000);
+}
+
+TEST(TVLThreadSyncTest, AWaitWithoutLimitEndsWithThePost) {
+    VirtualOs os;
+    TVLThreadSemaphore semaphore(0);
+    os.at(3600000, [&] { semaphore.post(); });
+    semaphore.wait();
+    EXPECT_EQ(os.nowMs(), 3600000);
+}
+
+TEST(TVLThreadSyncTest, TheRealClockEndsATimedWaitToo) {
+    TVLThreadSemaphore semaphore(0);
+    const std::int64_t startMs = TVLOs::current().nowMs();
+    EXPECT_EQ(semaphore.timedWait(20), 0);
+    EXPECT_GE(TVLOs::current().nowMs() - startMs, 20);
+}
+
+// A wake-up without a post must not count as one, nor shorten or lengthen the wait.
+TEST(TVLThreadSyncTest, AWakeUpWithoutAPostDoesNotEndAWait) {
+    class Restless : public TVLOs {
+      public:
+        Restless() { install(this); }
+        ~Restless() override { install(nullptr); }
+        std::int64_t nowMs() override { return time; }
+        bool waitUntil(std::condition_variable&, std::unique_lock<std::mutex>&,
+                       std::int64_t deadlineMs) override {
+            time += 10;
+            return time < deadlineMs;
+        }
+        std::int64_t time = 0;
+    } os;
+    TVLThreadSemaphore semaphore(0);
+    EXPECT_EQ(semaphore.timedWait(100), 0);
+    EXPECT_EQ(os.time, 100);
+}
+
+TEST(TVLThreadSyncTest, OnePostLetsOneOfSeveralWaitersThrough) {
+    TVLThreadSemaphore semaphore(0);
+    std::atomic<int> through{0};
+    TVLThreadSemaphore arrived(0);
+    Runnable waiter([&] {
+        semaphore.wait();
+        ++through;
+        arrived.post();
+    });
+    std::list<TVLThread> threads;
+    for (int i = 0; i < 3; ++i)
+        threads.emplace_back(&waiter, 256 * 1024).start();
+    for (int expected = 1; expected <= 3; ++expected) {
+        semaphore.post();
+        arrived.wait();
+        EXPECT_EQ(through, expected);
+    }
+    for (TVLThread& thread : threads)
+        thread.join();
+}
+
+TEST(TVLThreadSyncTest, AWaitThatTheSystemRefusesIsAnException) {
+    VirtualOs os;
+    os.failWaits(true);
+    TVLThreadSemaphore semaphore(0);
+    EXPECT_THROW(semaphore.wait(), TVLThreadResourceError);
+}
+
+TEST(TVLThreadSyncTest, ImmortalSemaphoresAreSemaphoresOfTheirOwn) {
+    TVLThreadSemaphore* const first = TVLThreadSemaphore::createImmortal(1);
+    TVLThreadSemaphore* const second = TVLThreadSemaphore::createImmortal(0);
+    EXPECT_EQ(first->timedWait(0), 1);
+    EXPECT_EQ(second->timedWait(0), 0);
+    second->post();
+    EXPECT_EQ(first->timedWait(0), 0);
+    EXPECT_EQ(second->timedWait(0), 1);
+}
+
+}  // namespace
