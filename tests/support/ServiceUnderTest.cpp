@@ -257,6 +257,10 @@ std::vector<std::string> ServiceUnderTest::environmentOf(const Launch& launch) c
     for (const char* const name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
         if (const char* const value = std::getenv(name); value != nullptr) variables[name] = value;
     }
+#ifdef VBS_SANITIZED
+    // A sanitizer stands between the program and dlopen, which then does not look beside the program.
+    variables["LD_LIBRARY_PATH"] = path("bin");
+#endif
     for (const auto& [name, value] : launch.environment)
         variables[name] = value;
     for (const std::string& name : launch.withoutVariables)

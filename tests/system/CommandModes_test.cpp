@@ -308,6 +308,20 @@ TEST_F(CommandModesTest, TheJavaVendorComesFromThePreferences) {
                        "isrunning"));
 }
 
+TEST_F(CommandModesTest, EverythingIsFoundFromTheWorkingFolder) {
+    const RunResult result = service.run(
+        {.arguments = {"-isrunning", "-java_home=/opt/java", "-stdoutLog=FATAL"}, .workingFolder = "output"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(ServiceUnderTest::normalised(result.out),
+              "FATAL ZORBootstrapService cannot open bootstrap config file \"" +
+                  service.path("output/bootstrap_linuxi38632.xml") + "\".\n");
+    EXPECT_TRUE(service.exists("logs/zordefault.log"));
+    EXPECT_EQ(ServiceUnderTest::normalised(service.read("logs/zordefault.log")),
+              "FATAL ZORLoggerFactory cannot open logging config file \"" +
+                  service.path("output/zorlogconfig.xml") + "\".\n" +
+                  ServiceUnderTest::normalised(result.out));
+}
+
 // ---- A document of one's own ----
 
 TEST_F(CommandModesTest, ARunWithItsOwnDocumentHasItsOwnPidFile) {

@@ -246,15 +246,29 @@ TEST_F(DaemonLifeTest, ChildrenStartInTheDocumentsOrder) {
                                  "DEBUG PingChildProcess stopping process \"nested\""}));
 }
 
-TEST_F(DaemonLifeTest, AProgramThatDoesNotExistIsToldByItsChild) {
+TEST_F(DaemonLifeTest, AProgramThatDoesNotExistIsToldByItsChildInEveryCycle) {
     bootstrapWith(ChildXml{.path = "${bin_path}/nothing"});
     const pid_t daemon = runningInForeground();
-    EXPECT_TRUE(service.waitForLog("FATAL", "ZORSpawnAction", "execve failed, errno=2"));
-    EXPECT_TRUE(
-        service.waitForLog("DEBUG", "PingChildProcess", "Process alpha is not alive. Resuscitating."));
+    EXPECT_TRUE(service.waitFor("a second start", [&] {
+        return service.countLogged("FATAL", "ZORSpawnAction", "execve failed, errno=2") >= 2;
+    }));
+    EXPECT_TRUE(service.logged("DEBUG", "PingChildProcess", "Process alpha is not alive. Resuscitating."));
     stopDaemon(daemon);
-    EXPECT_TRUE(service.logged("DEBUG", "PingChildProcess",
-                               "process \"alpha\" is not alive, so don't need to stop it."));
+    ASSERT_TRUE(service.waitFor("the last attempt's end", [&] { return service.processes().empty(); }));
+}
+
+TEST_F(DaemonLifeTest, AChildThatIsGoneNeedsNoStop) {
+    BootstrapXml document;
+    document.manager = "<processManager pollIntervalsec=\"60\"/>";
+    document.children = {ChildXml{.options = {"exit"}}};
+    service.bootstrap(document);
+    const pid_t daemon = runningInForeground();
+    ASSERT_TRUE(service.waitForStarts(1));
+    ASSERT_TRUE(service.waitForEnd(child()));
+    stopDaemon(daemon);
+    EXPECT_TRUE(
+        service.inOrder({"DEBUG PingChildProcess process \"alpha\" is not alive, so don't need to stop it.",
+                         "INFO PingChildProcess no processes are alive."}));
 }
 
 TEST_F(DaemonLifeTest, AProgramThatIsNotExecutableIsToldByItsChild) {
@@ -342,6 +356,25 @@ TEST_P(TerminationTest, StopsTheChildrenAndTheService) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Signal, TerminationTest, testing::Values(SIGHUP, SIGINT, SIGQUIT, SIGTERM));
+
+TEST_F(DaemonLifeTest, ASignalBeforeTheServiceRunsIsNotLost) {
+    // A pipe in the environment file's place holds the program in its first steps.
+    const std::string pipe = service.path("configuration/zorEnvironmentVars.ini");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const pid_t daemon = service.begin({.arguments = {"-d"}});
+    int writer = -1;
+    ASSERT_TRUE(service.waitFor("a reader of the environment file", [&] {
+        writer = open(pipe.c_str(), O_WRONLY | O_NONBLOCK);
+        return writer >= 0;
+    }));
+    ASSERT_EQ(kill(daemon, SIGTERM), 0);
+    close(writer);
+    EXPECT_EQ(service.finish(daemon).exitCode, 0);
+    EXPECT_TRUE(service.inOrder({"DEBUG ZORSignalHandlerThread Signal 15 caught.",
+                                 "INFO PingChildProcess stopping child process(es).",
+                                 "INFO ZORBootstrapService Done."}));
+    ASSERT_TRUE(service.waitFor("the child's end", [&] { return service.processes().empty(); }));
+}
 
 TEST_F(DaemonLifeTest, AStubbornChildIsKilledAtTheEndAndASecondSignalChangesNothing) {
     bootstrapWith(ChildXml{.options = {"ignoreTerm"}});

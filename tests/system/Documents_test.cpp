@@ -96,7 +96,7 @@ TEST_F(DocumentsTest, ABootstrapDocumentThatIsNotWellFormedFails) {
           {"<bootstrap><process>",
            "line 1, column 21: input ended before all started tags were ended; last tag "
            "started is 'process'"},
-          {"<bootstrap>\n  <a></b>\n</bootstrap>", "line 2, column 9: expected end of tag 'a'"},
+          {"<bootstrap>\n  <a></b>\n</bootstrap>", "line 2, column 8: expected end of tag 'a'"},
           {"not xml", "line 1, column 1: invalid document structure"}}) {
         service.write(kBootstrap, content);
         EXPECT_EQ(complaints(1), cannotParse(error)) << content;

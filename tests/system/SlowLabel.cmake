@@ -1,0 +1,3 @@
+if(slow_system_tests_TESTS)
+  set_tests_properties(${slow_system_tests_TESTS} PROPERTIES LABELS "system;slow")
+endif()
