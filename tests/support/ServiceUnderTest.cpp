@@ -53,6 +53,7 @@ void place(const fs::path& from, const fs::path& to) {
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts)
         pointers.push_back(text.data());
     pointers.push_back(nullptr);
@@ -185,8 +186,9 @@ void ServiceUnderTest::copyPrograms() const {
 void ServiceUnderTest::writeDocuments() const {
     std::string logging = "<?xml version=\"1.0\"?><logConfig>";
     for (const std::string mode : kModes) {
-        logging += "<" + mode + "><logging level=\"DEBUG\"><logFiles><file name=\"../logs/" + mode +
-                   ".log\" append=\"true\"/></logFiles></logging></" + mode + ">";
+        const std::string file = "<file name=\"../logs/" + mode + ".log\" append=\"true\"/>";
+        logging.append("<").append(mode).append("><logging level=\"DEBUG\"><logFiles>").append(file);
+        logging.append("</logFiles></logging></").append(mode).append(">");
     }
     write("bin/zorlogconfig.xml", logging + "</logConfig>");
     startup(startupDefaults());
@@ -266,8 +268,9 @@ std::vector<std::string> ServiceUnderTest::environmentOf(const Launch& launch) c
     for (const std::string& name : launch.withoutVariables)
         variables.erase(name);
     std::vector<std::string> entries;
+    entries.reserve(variables.size());
     for (const auto& [name, value] : variables)
-        entries.push_back(name + "=" + value);
+        entries.push_back(std::string(name).append("=").append(value));
     return entries;
 }
 

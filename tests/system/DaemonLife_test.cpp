@@ -393,12 +393,13 @@ TEST_F(DaemonLifeTest, AStubbornChildIsKilledAtTheEndAndASecondSignalChangesNoth
     // A second every 100 ms, and one check more.
     EXPECT_TRUE(service.logged("DEBUG", "PingChildProcess", "max checks for child process shutdown = 10"));
     EXPECT_EQ(service.countLogged("DEBUG", "PingChildProcess", "1 processes are still alive."), 11U);
-    EXPECT_TRUE(service.inOrder(
-        {"INFO PingChildProcess 1 processes are still alive, but we're not going to wait any longer for them "
-         "to die.",
-         "DEBUG PingChildProcess kill all processes.", "DEBUG ZORChildProcess killing process \"alpha\"",
-         "DEBUG ZORChildProcess Process ID used is " + std::to_string(alpha),
-         "DEBUG PingChildProcess raise semaphore to signal finished stopping."}));
+    const std::string gaveUp =
+        "INFO PingChildProcess 1 processes are still alive, but we're not going to wait any longer for them "
+        "to die.";
+    EXPECT_TRUE(service.inOrder({gaveUp, "DEBUG PingChildProcess kill all processes.",
+                                 "DEBUG ZORChildProcess killing process \"alpha\"",
+                                 "DEBUG ZORChildProcess Process ID used is " + std::to_string(alpha),
+                                 "DEBUG PingChildProcess raise semaphore to signal finished stopping."}));
 }
 
 TEST_F(DaemonLifeTest, AStopSignalThatCannotBeSentLeadsToTheKillAtOnce) {

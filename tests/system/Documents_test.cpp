@@ -112,9 +112,10 @@ TEST_F(DocumentsTest, AFolderInTheBootstrapDocumentsPlaceFails) {
 TEST_F(DocumentsTest, AHostileBootstrapDocumentFailsInsteadOfHanging) {
     std::string entities = "<!ENTITY a0 \"aaaaaaaaaa\">";
     for (int i = 1; i < 10; ++i) {
-        const std::string before = "&a" + std::to_string(i - 1) + ";";
-        entities += "<!ENTITY a" + std::to_string(i) + " \"" + before + before + before + before + before +
-                    before + "\">";
+        entities.append("<!ENTITY a").append(std::to_string(i)).append(" \"");
+        for (int times = 0; times < 6; ++times)
+            entities.append("&a").append(std::to_string(i - 1)).append(";");
+        entities.append("\">");
     }
     service.write(kBootstrap, "<!DOCTYPE b [" + entities + "]><b>&a9;</b>");
     EXPECT_NE(complaints(1).find("FATAL ZORBootstrapService Error parsing bootstrap.xml file"),

@@ -112,25 +112,27 @@ TEST_F(SupervisionTest, AHangingChildIsPingedStoppedKilledAndReplaced) {
     ASSERT_TRUE(service.waitForStarts(2));
     ASSERT_TRUE(service.waitForEnd(first));
     ASSERT_TRUE(service.waitForLog("DEBUG", "PingChildProcess", "process alpha pinged successfully."));
+    const std::string limitHit =
+        "WARN PingChildProcess process alpha hit ping failure limit, will restart, but first make sure it is "
+        "really dead.";
+    const std::string pending =
+        "DEBUG PingChildProcess ping loop: unresponsive process alpha requires restart, test to see if it is "
+        "still active.";
+    const std::string overdue =
+        "DEBUG PingChildProcess unresponsive process alpha still hasn't stopped after two polls intervals, "
+        "so "
+        "kill it";
     EXPECT_TRUE(service.inOrder(
         {"DEBUG PingChildProcess Pinging process alpha. Ping counter: -10",
          "DEBUG PingChildProcess ping loop: process \"alpha\" is still active, so we will ping it.",
          "ERROR ZORSocketCommand no response,  SEK_Poll timed out.",
          "DEBUG ZORSockSendAction error occured while reading response.",
-         "DEBUG PingChildProcess ping of process alpha failed. Will begin restart sequence.",
-         "WARN PingChildProcess process alpha hit ping failure limit, will restart, but first make sure it "
-         "is really "
-         "dead.",
+         "DEBUG PingChildProcess ping of process alpha failed. Will begin restart sequence.", limitHit,
          "WARN PingChildProcess process alpha appears to still be alive, so stop it.",
          "DEBUG PingChildProcess stopping process \"alpha\"",
-         "DEBUG PingChildProcess Pinging process alpha. Ping counter: 0",
-         "DEBUG PingChildProcess ping loop: unresponsive process alpha requires restart, test to see if it "
-         "is still "
-         "active.",
+         "DEBUG PingChildProcess Pinging process alpha. Ping counter: 0", pending,
          "WARN PingChildProcess unresponsive process alpha hasn't yet finished stopping.",
-         "DEBUG PingChildProcess Pinging process alpha. Ping counter: 1",
-         "DEBUG PingChildProcess unresponsive process alpha still hasn't stopped after two polls intervals, "
-         "so kill it",
+         "DEBUG PingChildProcess Pinging process alpha. Ping counter: 1", overdue,
          "DEBUG ZORChildProcess killing process \"alpha\"",
          "WARN PingChildProcess unresponsive process alpha hasn't yet finished stopping.",
          "WARN PingChildProcess restarting process alpha.",
