@@ -767,7 +767,7 @@ TEST_F(ZORLoggerTest, AForkedChildCanLogWhileAnotherThreadLogs) {
     begun.wait();
     begun.wait();
     int logged = 0;
-    for (int i = 0; i < 100; ++i) {
+    for (bool allDid = true; allDid && logged < 100;) {
         const pid_t child = fork();
         if (child == 0) {
             alarm(10);
@@ -775,7 +775,8 @@ TEST_F(ZORLoggerTest, AForkedChildCanLogWhileAnotherThreadLogs) {
             _exit(0);
         }
         int status = -1;
-        if (waitpid(child, &status, 0) == child && status == 0) ++logged;
+        allDid = waitpid(child, &status, 0) == child && status == 0;
+        if (allDid) ++logged;
     }
     stop = true;
     threads.join();
