@@ -137,7 +137,7 @@ TEST(TVLThreadSyncTest, OnePostLetsOneOfSeveralWaitersThrough) {
 
 TEST(TVLThreadSyncTest, AWaitThatTheSystemRefusesIsAnException) {
     VirtualOs os;
-    os.failWaits(true);
+    os.failNextWait();
     TVLThreadSemaphore semaphore(0);
     EXPECT_THROW(semaphore.wait(), TVLThreadResourceError);
 }
