@@ -1,17 +1,14 @@
 // Any text with references, against the rules written down plainly. The input's first three lines are the
-// values of the properties a, b and c; a value refers to nothing itself, since a circle of references never
-// ends.
+// values of the properties a, b and c. A circle of references never ends, so no value may bring more dollar
+// signs than the reference to it had, and none may bring both halves of a reference.
 
 #include <algorithm>
-#include <array>
 #include <string>
 
 #include "FuzzTarget.h"
 #include "ZORPropertyInserter.h"
 
 namespace {
-
-constexpr std::array<const char*, 3> kNames{"a", "b", "c"};
 
 std::string takeLine(std::string& text) {
     const std::size_t end = text.find('\n');
@@ -20,10 +17,16 @@ std::string takeLine(std::string& text) {
     return line;
 }
 
-std::string withoutReferences(std::string value) {
-    for (std::size_t at = value.find("${"); at != std::string::npos; at = value.find("${"))
-        value.erase(at, 1);
+std::string without(char unwanted, std::string value) {
+    value.erase(std::remove(value.begin(), value.end(), unwanted), value.end());
     return value;
+}
+
+// At most one, the first.
+std::string withOneDollar(const std::string& value) {
+    const std::size_t first = value.find('$');
+    if (first == std::string::npos) return value;
+    return value.substr(0, first + 1) + without('$', value.substr(first + 1));
 }
 
 std::string plainlyExpanded(std::string text) {
@@ -49,10 +52,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::string text = FuzzTarget::textOf(data, size);
     // Texts come from documents and arguments, which hold no zero.
     text.resize(std::min(text.find('\0'), text.size()));
-    for (const char* const name : kNames)
-        ZORPropertyInserter::getInstance()->add(name, withoutReferences(takeLine(text)).c_str());
+    ZORPropertyInserter* const properties = ZORPropertyInserter::getInstance();
+    properties->add("a", without('$', takeLine(text)).c_str());
+    properties->add("b", withOneDollar(without('{', takeLine(text))).c_str());
+    properties->add("c", without('$', takeLine(text)).c_str());
     std::string expanded = text;
-    ZORPropertyInserter::getInstance()->insertProperties(expanded);
+    properties->insertProperties(expanded);
     FuzzTarget::require(expanded == plainlyExpanded(text), "a text expands as the rules say");
     return 0;
 }
