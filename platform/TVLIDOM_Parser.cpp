@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <xercesc/dom/DOMException.hpp>
 #include <xercesc/internal/XMLScanner.hpp>
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/sax/ErrorHandler.hpp>
@@ -60,6 +61,11 @@ std::string oneLine(const I18NString& text) {
     return line;
 }
 
+// An error that the library tells without a place in the document.
+std::string withoutPlace(const XMLCh* message) {
+    return "line 0, column 0: " + oneLine(TVLIDOM_Text::fromXml(message));
+}
+
 // Stops at the first error, fatal or not, and keeps its place and words.
 class FirstError : public xercesc::ErrorHandler {
   public:
@@ -90,11 +96,35 @@ class PlainParser : public xercesc::XercesDOMParser {
         XercesDOMParser::entityDecl(entity, isParameterEntity, isIgnored);
     }
 
+    // The document refuses versions and names of document types that the scanner lets pass.
+    void XMLDecl(const XMLCh* const version, const XMLCh* const encoding, const XMLCh* const standalone,
+                 const XMLCh* const actualEncoding) override {
+        placed([&] { XercesDOMParser::XMLDecl(version, encoding, standalone, actualEncoding); });
+    }
+
+    void doctypeDecl(const xercesc::DTDElementDecl& element, const XMLCh* const publicId,
+                     const XMLCh* const systemId, const bool hasInternalSubset,
+                     const bool hasExternalSubset) override {
+        placed([&] {
+            XercesDOMParser::doctypeDecl(element, publicId, systemId, hasInternalSubset, hasExternalSubset);
+        });
+    }
+
     void startAttList(const xercesc::DTDElementDecl& /*element*/) override {
         refuse("attribute declarations are not supported");
     }
 
   private:
+    // An error of the document, told with its place.
+    template <typename Step>
+    void placed(Step step) const {
+        try {
+            step();
+        } catch (const xercesc::DOMException& exception) {
+            throw xercesc::SAXParseException(exception.getMessage(), *getScanner()->getLocator());
+        }
+    }
+
     [[noreturn]] void refuse(const char* words) const {
         throw xercesc::SAXParseException(TVLIDOM_Text::toXml(words).c_str(), *getScanner()->getLocator());
     }
@@ -131,9 +161,11 @@ int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document) {
                   std::to_string(exception.getColumnNumber()) + ": " +
                   oneLine(TVLIDOM_Text::fromXml(exception.getMessage()));
     } catch (const xercesc::SAXException& exception) {
-        m_error = oneLine(TVLIDOM_Text::fromXml(exception.getMessage()));
+        m_error = withoutPlace(exception.getMessage());
     } catch (const xercesc::XMLException& exception) {
-        m_error = "line 0, column 0: " + oneLine(TVLIDOM_Text::fromXml(exception.getMessage()));
+        m_error = withoutPlace(exception.getMessage());
+    } catch (const xercesc::DOMException& exception) {
+        m_error = withoutPlace(exception.getMessage());
     } catch (const xercesc::OutOfMemoryException&) {
         m_error = "line 0, column 0: out of memory";
     }

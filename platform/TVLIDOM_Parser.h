@@ -7,7 +7,8 @@
 // Ownership: keeps nothing of stream or document.
 // Threads: one thread at a time.
 // Units: none.
-// Errors: parse() returns 0 and getErrorString() is one line: "line L, column C: message".
+// Errors: parse() returns 0 and getErrorString() is one line: "line L, column C: message". Both are 0 when not even
+//   the first line could be decoded.
 #pragma once
 
 #include "I18NString.h"

@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr const char* kLogger = "ZORBootstrapService";
-
 class CommandModesTest : public WorldTest {
   protected:
     CommandModesTest() {

@@ -2,9 +2,15 @@
 
 #include <cstdlib>
 
+#include "LinkSeam.h"
 #include "TVLConfigurationFactory.h"
+#include "TVLThrowable.h"
 #include "TestKit.h"
 #include "ZORBootstrapService.h"
+
+// Of the leak checker, where there is one.
+extern "C" __attribute__((weak)) void __lsan_disable();
+extern "C" __attribute__((weak)) void __lsan_enable();
 
 namespace {
 
@@ -12,6 +18,18 @@ namespace fs = std::filesystem;
 
 // Variables that these tests may set; none is left behind.
 constexpr const char* kVariables[] = {"VBS_TEST_A", "VBS_TEST_B", "VBS_TEST_C"};
+
+// Variables are never freed, not even when these tests remove them from the environment again.
+struct LeaksAllowed {
+    LeaksAllowed() {
+        if (__lsan_disable != nullptr) __lsan_disable();
+    }
+    ~LeaksAllowed() {
+        if (__lsan_enable != nullptr) __lsan_enable();
+    }
+    LeaksAllowed(const LeaksAllowed&) = delete;
+    LeaksAllowed& operator=(const LeaksAllowed&) = delete;
+};
 
 class EnvironmentTest : public ServiceTest {
   protected:
@@ -24,6 +42,7 @@ class EnvironmentTest : public ServiceTest {
     }
     void setEnvironment(const std::string& file) const {
         folder.write("configuration/zorEnvironmentVars.ini", file);
+        const LeaksAllowed allowed;
         ZORBootstrapService::setEnvironment();
     }
 };
@@ -90,6 +109,14 @@ TEST_F(EnvironmentTest, TheValuesOutliveTheCall) {
     setEnvironment("VBS_TEST_B=other\nVBS_TEST_C=another\n");
     EXPECT_EQ(std::getenv("VBS_TEST_A"), value);
     EXPECT_STREQ(value, "kept");
+}
+
+TEST_F(EnvironmentTest, ExhaustedMemoryIsAnError) {
+    LinkSeam calls;
+    calls.failCopiesOf("VBS_TEST_B=2");
+    EXPECT_THROW(setEnvironment("VBS_TEST_A=1\nVBS_TEST_B=2\nVBS_TEST_C=3\n"), TVLOutOfMemoryError);
+    EXPECT_STREQ(std::getenv("VBS_TEST_A"), "1");
+    EXPECT_EQ(std::getenv("VBS_TEST_C"), nullptr);
 }
 
 TEST_F(EnvironmentTest, TheInstallPathsAreTheWorkingDirectoryAndItsParent) {

@@ -60,8 +60,7 @@ TEST_F(TVLConfigurationFactoryTest, WithoutAFileNothingIsFound) {
 TEST_F(TVLConfigurationFactoryTest, TheFileIsReadOnFirstUseOnly) {
     writeStartup("<temp>first</temp>");
     EXPECT_EQ(factory().getString("temp"), "first");
-    folder.write("configuration/startup.xml",
-                 "<startupConfiguration><temp>second</temp></startupConfiguration>");
+    folder.write("configuration/startup.xml", "<a><temp>second</temp></a>");
     EXPECT_EQ(factory().getString("temp"), "first");
 }
 

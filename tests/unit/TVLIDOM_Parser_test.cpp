@@ -91,6 +91,18 @@ TEST_F(TVLIDOM_ParserTest, EveryErrorIsOneLineWithItsPlace) {
     }
 }
 
+// The library reports these in another way than the rest.
+TEST_F(TVLIDOM_ParserTest, WhatOnlyTheDocumentRefusesIsAnErrorWithItsPlaceToo) {
+    EXPECT_EQ(errorOf("<?xml version='1.;0'?><a/>"),
+              "line 1, column 23: implementation does not support the requested type of object or operation");
+    EXPECT_EQ(errorOf("\n<!DOCTYPE a:b:c><a/>").rfind("line 2, column ", 0), 0U);
+}
+
+TEST_F(TVLIDOM_ParserTest, AnErrorInTheUndecodableFirstLineHasNoPlace) {
+    EXPECT_EQ(errorOf("<?xml version" + std::string(40, '\xff') + "='1.0'?><a/>"),
+              "line 0, column 0: unable to decode first line in entity '{null}'");
+}
+
 TEST_F(TVLIDOM_ParserTest, AnEmptyDocumentIsAnError) {
     EXPECT_EQ(errorOf(""), "line 1, column 1: invalid document structure");
 }

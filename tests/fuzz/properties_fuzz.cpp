@@ -1,0 +1,63 @@
+// Any text with references, against the rules written down plainly. The input's first three lines are the
+// values of the properties a, b and c. A circle of references never ends, so no value may bring more dollar
+// signs than the reference to it had, and none may bring both halves of a reference.
+
+#include <algorithm>
+#include <string>
+
+#include "FuzzTarget.h"
+#include "ZORPropertyInserter.h"
+
+namespace {
+
+std::string takeLine(std::string& text) {
+    const std::size_t end = text.find('\n');
+    std::string line = text.substr(0, end);
+    text.erase(0, end == std::string::npos ? end : end + 1);
+    return line;
+}
+
+std::string without(char unwanted, std::string value) {
+    value.erase(std::remove(value.begin(), value.end(), unwanted), value.end());
+    return value;
+}
+
+// At most one, the first.
+std::string withOneDollar(const std::string& value) {
+    const std::size_t first = value.find('$');
+    if (first == std::string::npos) return value;
+    return value.substr(0, first + 1) + without('$', value.substr(first + 1));
+}
+
+std::string plainlyExpanded(std::string text) {
+    std::size_t resume = 0;
+    for (std::size_t at = text.find("${"); at != std::string::npos; at = text.find("${", resume)) {
+        const std::size_t end = text.find('}', at + 2);
+        if (end == std::string::npos) break;
+        const std::string name = text.substr(at + 2, end - at - 2);
+        const char* const value = ZORPropertyInserter::getInstance()->get(name.c_str());
+        if (value == nullptr) {
+            resume = end;
+        } else {
+            text.replace(at, end + 1 - at, value);
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    FuzzTarget::logEverythingToNowhere();
+    std::string text = FuzzTarget::textOf(data, size);
+    // Texts come from documents and arguments, which hold no zero.
+    text.resize(std::min(text.find('\0'), text.size()));
+    ZORPropertyInserter* const properties = ZORPropertyInserter::getInstance();
+    properties->add("a", without('$', takeLine(text)).c_str());
+    properties->add("b", withOneDollar(without('{', takeLine(text))).c_str());
+    properties->add("c", without('$', takeLine(text)).c_str());
+    std::string expanded = text;
+    properties->insertProperties(expanded);
+    FuzzTarget::require(expanded == plainlyExpanded(text), "a text expands as the rules say");
+    return 0;
+}
