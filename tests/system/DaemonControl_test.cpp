@@ -313,15 +313,25 @@ TEST_F(DaemonControlTest, AStalePidFileDoesNotHinderAStart) {
 }
 
 TEST_F(DaemonControlTest, APidFileWithoutAProcessIdNeverSignalsAnybody) {
-    // A group, everybody, nobody in particular; this test's own process would be among the first two.
-    for (const std::string& content : {"-" + std::to_string(getpgrp()), std::string("-1"), std::string("0"),
-                                       std::string("abc"), std::string("\n"), std::string()}) {
+    // Should one be signalled all the same, it is this process's own group and nobody else's.
+    ASSERT_EQ(setpgid(0, 0), 0);
+    for (const std::string& content : {"-" + std::to_string(getpgrp()), std::string("0"), std::string("abc"),
+                                       std::string("\n"), std::string()}) {
         service.write(kPidFile, content);
         EXPECT_EQ(service.run({"-isrunning"}).exitCode, 1) << content;
         EXPECT_EQ(service.run({"-stop"}).exitCode, 0) << content;
         EXPECT_TRUE(service.neverLogged("will signal it to stop", "stop")) << content;
         EXPECT_EQ(service.read(kPidFile), content);
     }
+    service.cleanUp();
+}
+
+TEST_F(DaemonControlTest, APidFileThatNamesEverybodyReadsAsNotRunning) {
+    // Asked only: a stop that got this wrong would reach the whole machine.
+    service.write(kPidFile, "-1");
+    EXPECT_EQ(service.run({"-isrunning"}).exitCode, 1);
+    EXPECT_TRUE(
+        service.logged("DEBUG", "ZORBootstrapService", "testPID() - sigsend failed, errno=3", "isrunning"));
     service.cleanUp();
 }
 

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -355,7 +356,8 @@ TEST_P(TerminationTest, StopsTheChildrenAndTheService) {
          "INFO ZORBootstrapService Done."}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Signal, TerminationTest, testing::Values(SIGHUP, SIGINT, SIGQUIT, SIGTERM));
+INSTANTIATE_TEST_SUITE_P(Signal, TerminationTest, testing::Values(SIGHUP, SIGINT, SIGQUIT, SIGTERM),
+                         [](const auto& signal) { return std::string(sigabbrev_np(signal.param)); });
 
 TEST_F(DaemonLifeTest, ASignalBeforeTheServiceRunsIsNotLost) {
     // A pipe in the environment file's place holds the program in its first steps.
