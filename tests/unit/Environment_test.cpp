@@ -8,9 +8,10 @@
 #include "TestKit.h"
 #include "ZORBootstrapService.h"
 
-// Of the leak checker, where there is one.
+// Of the leak checker, where there is one; the names are its own. NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" __attribute__((weak)) void __lsan_disable();
 extern "C" __attribute__((weak)) void __lsan_enable();
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 

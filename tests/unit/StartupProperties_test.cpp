@@ -210,11 +210,11 @@ TEST_F(StartupPropertiesTest, AnExistingTempDirectoryIsConfirmed) {
 }
 
 TEST_F(StartupPropertiesTest, AMissingTempDirectoryIsCreatedWithItsParents) {
-    prepare("", "<temp>../work/deep/temp</temp>");
-    EXPECT_TRUE(fs::is_directory(folder.path("work/deep/temp")));
+    prepare("", "<temp>../made/deep/temp</temp>");
+    EXPECT_TRUE(fs::is_directory(folder.path("made/deep/temp")));
     EXPECT_TRUE(log.inOrder(
-        {{"WARN", kLogger, "Temp directory \"../work/deep/temp\" does not exist, will try to create.", {}},
-         {"WARN", kLogger, "Temp directory \"../work/deep/temp\" was created successfully.", {}}}));
+        {{"WARN", kLogger, "Temp directory \"../made/deep/temp\" does not exist, will try to create.", {}},
+         {"WARN", kLogger, "Temp directory \"../made/deep/temp\" was created successfully.", {}}}));
 }
 
 TEST_F(StartupPropertiesTest, ATempDirectoryThatCannotBeCreatedIsFatalInTheLogOnly) {

@@ -31,7 +31,7 @@ TEST(TVLThreadSyncTest, AGuardHoldsItsMutexUntilTheEndOfItsScope) {
     });
     std::list<TVLThread> threads;
     for (int i = 0; i < 4; ++i)
-        threads.emplace_back(&adder, 256 * 1024).start();
+        threads.emplace_back(&adder, std::size_t{256} * 1024).start();
     for (TVLThread& thread : threads)
         thread.join();
     EXPECT_EQ(counter, 80000);
@@ -125,7 +125,7 @@ TEST(TVLThreadSyncTest, OnePostLetsOneOfSeveralWaitersThrough) {
     });
     std::list<TVLThread> threads;
     for (int i = 0; i < 3; ++i)
-        threads.emplace_back(&waiter, 256 * 1024).start();
+        threads.emplace_back(&waiter, std::size_t{256} * 1024).start();
     for (int expected = 1; expected <= 3; ++expected) {
         semaphore.post();
         arrived.wait();

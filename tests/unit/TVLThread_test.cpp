@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr std::size_t kStackSize = 512 * 1024;
+constexpr std::size_t kStackSize = std::size_t{512} * 1024;
 
 class Runnable : public TVLThreadRunnable {
   public:
@@ -69,7 +69,7 @@ TEST(TVLThreadTest, WithoutARunnableThereIsNothingToRun) {
 // More than the system's default, and than any other thread here asks for: the system hands out the stacks of
 // ended threads again, which may be bigger than asked.
 TEST(TVLThreadTest, TheStackIsAsBigAsAsked) {
-    constexpr std::size_t kAsked = 23 * 1024 * 1024;
+    constexpr std::size_t kAsked = std::size_t{23} * 1024 * 1024;
     std::size_t got = 0;
     runInAThread([&] { got = ownStackSize(); }, kAsked);
     EXPECT_EQ(got, kAsked);

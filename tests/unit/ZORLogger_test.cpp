@@ -143,7 +143,7 @@ TEST_F(ZORLoggerTest, TheThreadIsTheKernelsId) {
         id = TVLThread::currentThreadId();
         logger()->log(ZOR_FATAL, "x");
     });
-    TVLThread thread(&runnable, 256 * 1024);
+    TVLThread thread(&runnable, std::size_t{256} * 1024);
     thread.start();
     thread.join();
     std::ostringstream expected;
@@ -253,7 +253,7 @@ TEST_F(ZORLoggerTest, ASuppressedLineTakesNoLock) {
     factory.setLevel(ZOR_FATAL);
     const std::string moreThanFits(2000000, 'x');
     Runnable runnable([&] { logger()->log(ZOR_FATAL, "%s", moreThanFits.c_str()); });
-    TVLThread thread(&runnable, 256 * 1024);
+    TVLThread thread(&runnable, std::size_t{256} * 1024);
     thread.start();
     pollfd begun{ends[0], POLLIN, 0};
     ASSERT_EQ(poll(&begun, 1, -1), 1);
@@ -434,7 +434,8 @@ TEST_F(ZORLoggerTest, ADestroyedLogFileLeavesItsStreamOpen) {
     std::FILE* const stream = std::fopen(folder.path("logs/a").c_str(), "w");
     {
         const ZORLogFile file(stream, 1);
-        const ZORLogFile copy(file);
+        ZORLogFile copy(nullptr, 0);
+        copy = file;
         EXPECT_EQ(copy.getStream(), stream);
         EXPECT_EQ(copy.isOwned(), 1);
     }
@@ -716,7 +717,7 @@ class LoggingThreads {
   public:
     LoggingThreads(int count, std::function<void()> body) : m_runnable(std::move(body)) {
         for (int i = 0; i < count; ++i)
-            m_threads.emplace_back(&m_runnable, 256 * 1024).start();
+            m_threads.emplace_back(&m_runnable, std::size_t{256} * 1024).start();
     }
     void join() {
         for (TVLThread& thread : m_threads)

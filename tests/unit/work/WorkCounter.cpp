@@ -25,6 +25,7 @@ std::uint64_t WorkCounter::stop() {
 
 // The names are the compiler's and the linker's: --wrap sends every call of memcpy to __wrap_memcpy and names
 // the library's own __real_memcpy.
+// NOLINTBEGIN(bugprone-reserved-identifier): see above
 extern "C" {
 
 void __sanitizer_cov_trace_pc() {
@@ -65,3 +66,4 @@ const void* __wrap_memchr(const void* in, int byte, std::size_t size) {
     return found;
 }
 }
+// NOLINTEND(bugprone-reserved-identifier)
