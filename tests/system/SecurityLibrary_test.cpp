@@ -1,6 +1,7 @@
 // The security library at run time: missing, incomplete, replaced, and TLS between the service and its child.
 
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -158,16 +159,22 @@ class ServiceTlsTest : public SystemTest {
         service.write("configuration/sek.cnf", "[gateway]\n" + commands + "\n[BTSV]\n");
     }
 
-    // The dispatcher shows this certificate; it is pinged and stopped over TLS.
+    // The dispatcher shows this certificate; it is pinged and stopped over TLS. It works in a folder of its
+    // own, so that a test can do with the service's settings what it likes.
     void dispatcherShows(const TestPki::Issued& certificate) {
+        std::filesystem::create_directories(service.path("temp/dispatcher/bin"));
+        std::filesystem::create_directories(service.path("temp/dispatcher/configuration"));
+        service.write("temp/dispatcher/configuration/sek.cnf",
+                      "[shown]\nCertificate = " + certificate.certificate.string() +
+                          "\nPrivateKey = " + certificate.key.string() + "\n");
         const auto parameter = [](const std::string& text) { return "<param>" + text + "</param>"; };
         BootstrapXml document;
         document.children.clear();
         document.extra =
-            "<process name=\"dispatcher\"><start><spawn><path>${bin_path}/sampledispatcher</path>" +
-            parameter("--listen=${dispatcherURI}") +
-            parameter("--certificate=" + certificate.certificate.string()) +
-            parameter("--key=" + certificate.key.string()) + parameter("--log-file=../logs/dispatcher.log") +
+            "<process name=\"dispatcher\"><start><spawn><path>/usr/bin/env</path>" +
+            parameter("--chdir=" + service.path("temp/dispatcher/bin")) +
+            parameter("${bin_path}/sampledispatcher") + parameter("--listen=${dispatcherURI}") +
+            parameter("--service=shown") + parameter("--log-file=" + service.path("logs/dispatcher.log")) +
             "</spawn></start><stop type=\"socketSend\"><socketSend URI=\"${dispatcherURI}\" "
             "commandString=\"SHUTDOWN\"/></stop><ping><socketSend URI=\"${dispatcherURI}\" "
             "commandString=\"PING\" "
