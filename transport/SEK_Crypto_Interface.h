@@ -1,7 +1,7 @@
 // The interface of libSEK_Crypto_Interface.so: sockets, plain or TLS, behind a C function table.
 //
 // Purpose: the one description of the 38 entry points, for the library that defines them and for the programs
-//   that load it. A program looks them up by name at run time; nothing links against the library.
+//   that use it. The service looks them up by name at run time; other programs may link against the library.
 // Ownership: a handle belongs to the caller until SEK_CloseHandle. Text and memory that the library hands out
 //   (details, protected data) is heap memory of the library, released with SEK_CryptoFree.
 // Threads: every entry may be called from any thread; one handle is used by one thread at a time.
