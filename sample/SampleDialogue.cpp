@@ -19,7 +19,9 @@ SampleDialogue::SampleDialogue(const SampleOptions& options, SampleLog& log)
       m_log(log),
       m_warmAt(std::chrono::steady_clock::now() + std::chrono::seconds(options.warmUpSec)) {}
 
-SampleServer::Reply SampleDialogue::reply(const std::string& peer, const std::string& received) {
+SampleConnection::Reply SampleDialogue::reply(const std::string& peer, const std::string& received) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_finished) return {.consumed = received.size(), .text = {}, .hangUp = true};
     if (beginsWith(received, m_options.pingCommand)) return answerPing(peer);
     if (beginsWith(received, m_options.shutdownCommand)) return obeyShutdown(peer);
     // The rest of a command may still be on its way.
@@ -29,8 +31,13 @@ SampleServer::Reply SampleDialogue::reply(const std::string& peer, const std::st
     return {.consumed = received.size(), .text = {}, .hangUp = true};
 }
 
-SampleServer::Reply SampleDialogue::answerPing(const std::string& peer) {
-    SampleServer::Reply reply{.consumed = m_options.pingCommand.size(), .text = {}, .hangUp = false};
+bool SampleDialogue::finished() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_finished;
+}
+
+SampleConnection::Reply SampleDialogue::answerPing(const std::string& peer) {
+    SampleConnection::Reply reply{.consumed = m_options.pingCommand.size(), .text = {}, .hangUp = false};
     if (isSilent()) {
         m_log.line(peer + ": ping, not answered");
         return reply;
@@ -45,7 +52,7 @@ SampleServer::Reply SampleDialogue::answerPing(const std::string& peer) {
     return reply;
 }
 
-SampleServer::Reply SampleDialogue::obeyShutdown(const std::string& peer) {
+SampleConnection::Reply SampleDialogue::obeyShutdown(const std::string& peer) {
     m_log.line(peer + ": shutdown command, " + (m_options.stubborn ? "ignored" : "ending"));
     m_finished = m_finished || !m_options.stubborn;
     return {.consumed = m_options.shutdownCommand.size(), .text = {}, .hangUp = false};

@@ -37,6 +37,7 @@ void SampleLog::openFile(const std::string& path) {
 
 void SampleLog::line(const std::string& text) {
     const std::string whole = timeStamp() + " " + std::to_string(getpid()) + " " + text;
+    const std::lock_guard<std::mutex> lock(m_mutex);
     std::cout << whole << std::endl;
     if (m_file.is_open()) m_file << whole << std::endl;
 }

@@ -3,12 +3,13 @@
 // Purpose: "time process-id text" on standard output and, when asked for, appended to a file as well, because
 //   the standard output of a supervised program usually ends in /dev/null.
 // Ownership: owns the file.
-// Threads: one.
+// Threads: line() may be called by any thread.
 // Units: UTC, to the millisecond.
 // Errors: openFile() throws std::runtime_error; a line that cannot be written is lost.
 #pragma once
 
 #include <fstream>
+#include <mutex>
 #include <string>
 
 class SampleLog {
@@ -17,5 +18,6 @@ class SampleLog {
     void line(const std::string& text);
 
   private:
+    std::mutex m_mutex;  // one line at a time
     std::ofstream m_file;
 };

@@ -5,8 +5,6 @@
 #include <stdexcept>
 #include <variant>
 
-#include "SampleUri.h"
-
 namespace {
 
 using Text = std::string SampleOptions::*;
@@ -22,13 +20,14 @@ struct Option {
 
 const Option kOptions[] = {
     {"--listen", "URI",
-     "Where to listen: tls://host:port or https://host:port with a certificate and a key,\n"
-     "tcp://host:port or http://host:port without. [::1] is an IPv6 address, * every address\n"
-     "of the machine. A path after the port is ignored.",
+     "Where to listen: tls://host:port or https://host:port with a certificate, tcp://host:port\n"
+     "or http://host:port without. [::1] is an IPv6 address, * every address of the machine. A\n"
+     "path after the port is ignored.",
      &SampleOptions::listenUri},
-    {"--certificate", "FILE", "The certificate chain (PEM) shown to TLS clients.",
-     &SampleOptions::certificateFile},
-    {"--key", "FILE", "The private key (PEM) of the certificate.", &SampleOptions::keyFile},
+    {"--service", "SECTION",
+     "The section of ../configuration/sek.cnf, relative to the working directory, that names the\n"
+     "certificate and its key for TLS. Default dispatcher.",
+     &SampleOptions::service},
     {"--wait-for-port", "SECONDS",
      "How long a port in use is tried again: a predecessor may still be about to end.\n"
      "Default 0: fail at once.",
@@ -97,10 +96,6 @@ void checkCommands(const SampleOptions& options) {
 
 void checkWhole(const SampleOptions& options) {
     if (options.listenUri.empty()) throw std::invalid_argument("--listen is required");
-    const bool hasFiles = !options.certificateFile.empty() && !options.keyFile.empty();
-    if (SampleUri::parse(options.listenUri).tls && !hasFiles) {
-        throw std::invalid_argument("a TLS URI needs --certificate and --key");
-    }
     checkCommands(options);
 }
 

@@ -13,8 +13,7 @@ struct SampleOptions {
     bool help = false;
 
     std::string listenUri;
-    std::string certificateFile;
-    std::string keyFile;
+    std::string service = "dispatcher";
     int waitForPortSec = 0;
     int idleLimitSec = 60;
 

@@ -1,6 +1,8 @@
 // A child for the bootstrap service to start, ping and stop; see --help.
+#include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -19,11 +21,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kTurnMs = 1000;         // how late a silent client may be noticed
-constexpr int kPortRetryMs = 100;     // between two attempts at a port in use
-constexpr int kLastAnswersMs = 2000;  // for clients to take their answers before the end
+constexpr int kTurnMs = 100;  // how late a signal or the last command may be noticed
 
-volatile std::sig_atomic_t endSignal = 0;  // the signal that asked for the end; 0: none
+std::atomic<int> endSignal{0};  // the signal that asked for the end; 0: none
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler writes it");
 
 void noteSignal(int signal) {
     endSignal = signal;
@@ -36,21 +37,16 @@ void setHandler(int signal, void (*handler)(int)) {
 }
 
 // The bootstrap service hands down SIGINT, SIGQUIT, SIGTERM and SIGHUP blocked, so a program that wants to
-// end on them must open them itself. They are blocked while the program works, wherever it was started from,
-// and open while it waits: the mask for waiting is the result. None can slip by between a test and a wait.
-sigset_t takeCharge(bool stubborn) {
+// end on them must open them itself.
+void takeCharge(bool stubborn) {
     setHandler(SIGPIPE, SIG_IGN);  // a client that goes while being answered is no reason to end
-    sigset_t blocked{};
-    sigemptyset(&blocked);
+    sigset_t ending{};
+    sigemptyset(&ending);
     for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
-        sigaddset(&blocked, signal);
+        sigaddset(&ending, signal);
         setHandler(signal, stubborn && signal == SIGTERM ? SIG_IGN : noteSignal);
     }
-    sigset_t whileWaiting{};
-    pthread_sigmask(SIG_BLOCK, &blocked, &whileWaiting);
-    for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP})
-        sigdelset(&whileWaiting, signal);
-    return whileWaiting;
+    pthread_sigmask(SIG_UNBLOCK, &ending, nullptr);
 }
 
 // The file with the process id, for as long as the program listens.
@@ -82,20 +78,22 @@ class Dispatcher {
     Dispatcher(const SampleOptions& options, SampleLog& log)
         : m_options(options),
           m_log(log),
-          m_whileWaiting(takeCharge(options.stubborn)),
           m_dialogue(options, log),
-          m_server({options.listenUri, options.certificateFile, options.keyFile, options.idleLimitSec}, log) {
-    }
+          m_server(
+              {options.listenUri, options.service, options.idleLimitSec},
+              [this](const std::string& peer, const std::string& received) {
+                  return m_dialogue.reply(peer, received);
+              },
+              log) {}
 
     void run() {
+        takeCharge(m_options.stubborn);
         if (!listen()) return;
         const PidFile pidFile(m_options.pidFile);
         while (!isToEnd())
-            turn(kTurnMs);
+            m_server.turn(kTurnMs);
         if (endSignal != 0) m_log.line("received signal " + std::to_string(endSignal) + ", ending");
-        const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(kLastAnswersMs);
-        while (m_server.hasUnsentAnswers() && Clock::now() < deadline)
-            turn(kPortRetryMs);
+        m_server.endConnections();
         m_log.line("ended");
     }
 
@@ -107,7 +105,7 @@ class Dispatcher {
             if (Clock::now() >= deadline) {
                 throw std::runtime_error("cannot listen on " + m_options.listenUri + ": the port is in use");
             }
-            turn(kPortRetryMs);
+            m_server.turn(kTurnMs);
             if (isToEnd()) return false;
         }
         return true;
@@ -115,16 +113,8 @@ class Dispatcher {
 
     bool isToEnd() const { return endSignal != 0 || m_dialogue.finished(); }
 
-    void turn(int timeoutMs) {
-        m_server.turn(timeoutMs, m_whileWaiting,
-                      [this](const std::string& peer, const std::string& received) {
-                          return m_dialogue.reply(peer, received);
-                      });
-    }
-
     const SampleOptions& m_options;
     SampleLog& m_log;
-    const sigset_t m_whileWaiting;
     SampleDialogue m_dialogue;
     SampleServer m_server;
 };

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # figures.sh: measures what the service costs and prints it, for the release build: the processor time of a question
-# ("-isrunning"), what the idle daemon with one child maps and keeps for itself, how often it wakes, and the
-# benchmarks. The numbers are for reading; nothing here passes or fails on them.
+# ("-isrunning"), what the idle daemon with one child maps and keeps for itself, how often it wakes, what the security
+# library adds to an exchange written by hand, and the benchmarks. The numbers are for reading; nothing here passes or fails on them.
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -21,7 +21,7 @@ build_target() {
 }
 
 build_target release velbootstrapservice sampledispatcher SEK_Crypto_Interface
-build_target bench service_bench
+build_target bench service_bench transport_bench
 
 service() { (cd "$stage/bin" && exec ./velbootstrapservice "$@"); }
 daemon_id() { cat "$stage/logs/velbootstrap_service.pid"; }
@@ -67,5 +67,14 @@ echo "The idle daemon with one child: $(private_kib "$id") KiB private, $(propor
 before=$(wakeups "$id")
 sleep "$idle_seconds"
 echo "Wake-ups in $idle_seconds s around no more than one poll (interval 30 s): $(($(wakeups "$id") - before))"
+# The columns of the benchmark's table: a name such as compare/tls_name/manual_time first, counters as name=value.
+exchange_ratios() {
+    "$root/build/bench/bin/transport_bench" --benchmark_color=false --benchmark_format=console --benchmark_min_time=2 \
+        2>/dev/null | awk '/^compare\// {
+            split($1, name, "/"); for (i = 2; i <= NF; i++) if (split($i, c, "=") == 2) value[c[1]] = c[2]
+            printf "An exchange, %s: library %s us, by hand %s us, ratio %s\n", \
+                name[2], value["library_us"], value["direct_us"], value["ratio"] }'
+}
+exchange_ratios
 echo
 "$root/build/bench/bin/service_bench" --benchmark_color=false 2>/dev/null

@@ -54,6 +54,7 @@ SEKSession SEKSession::parse(const char* text) {
     const SEKDocument document = parseDocument(text, "sessionConfigDocument");
     checkNamespace(document);
     SEKSession session;
+    session.text = text;
     session.serviceID = childOf(document, "serviceID");
     session.family = familyNamed(childOf(document, "protocolFamily"));
     requireOnly(document, 2);

@@ -1,8 +1,11 @@
 // What a caller's document says: the service, and the address family of a session.
 //
 // Purpose: the checked content of the session document, and the checks of the initialise and terminate
-// documents. Ownership: a value type. Threads: immutable once parsed. Units: none. Errors: both readers throw
-// SEKFailure that says what is wrong with the document.
+//   documents.
+// Ownership: a value type.
+// Threads: immutable once parsed.
+// Units: none.
+// Errors: both readers throw SEKFailure that says what is wrong with the document.
 #pragma once
 
 #include <string>
@@ -10,6 +13,7 @@
 struct SEKSession {
     std::string serviceID;  // names the section of sek.cnf that applies
     int family = 0;         // AF_INET or AF_INET6: the only family that is tried
+    std::string text{};     // the document itself, to know it again
 
     // The words of the session document for the family.
     const char* familyName() const;

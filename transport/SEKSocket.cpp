@@ -129,7 +129,9 @@ void SEKSocket::connect(const SEKAddress& address) {
 bool SEKSocket::connectUrl(const std::string& url, const char* sessionDocument) {
     if (m_state != State::Connected) {
         requireState(State::Fresh, "connect");
-        if (sessionDocument != nullptr) useSession(SEKSession::parse(sessionDocument));
+        // Callers hand over the document that they made the handle with, which is read already.
+        if (sessionDocument != nullptr && m_session.text != sessionDocument)
+            useSession(SEKSession::parse(sessionDocument));
         connectTo(SEKUri::parse(url));
         m_url = url;
     }
@@ -153,8 +155,10 @@ void SEKSocket::connectTo(const SEKUri& uri) {
     std::string reasons;
     for (std::size_t i = 0; i < addresses.size() && reached == nullptr; ++i) {
         const std::string reason = tryConnect(addresses[i], deadline.share(addresses.size() - i));
-        if (reason.empty()) reached = &addresses[i];
-        reasons += (reasons.empty() ? "" : "; ") + addresses[i].text() + ": " + reason;
+        if (reason.empty())
+            reached = &addresses[i];
+        else
+            reasons += (reasons.empty() ? "" : "; ") + addresses[i].text() + ": " + reason;
     }
     if (reached == nullptr)
         throw SEKFailure("cannot connect to " + uri.authority() + " (" + m_session.familyName() +

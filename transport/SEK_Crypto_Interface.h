@@ -1,7 +1,7 @@
 // The interface of libSEK_Crypto_Interface.so: sockets, plain or TLS, behind a C function table.
 //
 // Purpose: the one description of the 38 entry points, for the library that defines them and for the programs
-//   that load it. A program looks them up by name at run time; nothing links against the library.
+//   that use it. The service looks them up by name at run time; other programs may link against the library.
 // Ownership: a handle belongs to the caller until SEK_CloseHandle. Text and memory that the library hands out
 //   (details, protected data) is heap memory of the library, released with SEK_CryptoFree.
 // Threads: every entry may be called from any thread; one handle is used by one thread at a time.
@@ -76,7 +76,7 @@ long SEK_Connect(void* handle, sockaddr_storage* address, long length, char* res
 
 // Connects to scheme://host[:port][/path], plain for http and tcp, TLS for https and tls; 10 s at most, for
 // resolving and all addresses together. A TLS URL gives SEK_HandshakePending until the handshake is finished
-// and SEK_Ok afterwards. The document may be null; otherwise it must be of the handle's family. After a
+// and SEK_Ok afterwards. "localhost" is 127.0.0.1 or ::1 and is not looked up. The document may be null; otherwise it must be of the handle's family. After a
 // failure the call may be repeated.
 long SEK_Connect_Url(void* handle, char* url, char* sessionDocument);
 

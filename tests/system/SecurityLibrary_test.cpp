@@ -1,6 +1,11 @@
 // The security library at run time: missing, incomplete, replaced, and TLS between the service and its child.
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -143,6 +148,25 @@ TEST_F(SecurityLibraryTest, TheExecutableItselfNeedsFewLibrariesAndNoCryptograph
 
 // ---- TLS ----
 
+// Connected, and never says a word.
+class SilentClient {
+  public:
+    explicit SilentClient(const ReservedPort& port)
+        : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(port.str())));
+        EXPECT_EQ(connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    }
+    ~SilentClient() { close(m_socket); }
+    SilentClient(const SilentClient&) = delete;
+    SilentClient& operator=(const SilentClient&) = delete;
+
+  private:
+    int m_socket;
+};
+
 class ServiceTlsTest : public SystemTest {
   protected:
     ServiceTlsTest() : m_pki(service.path("configuration")) {
@@ -158,16 +182,22 @@ class ServiceTlsTest : public SystemTest {
         service.write("configuration/sek.cnf", "[gateway]\n" + commands + "\n[BTSV]\n");
     }
 
-    // The dispatcher shows this certificate; it is pinged and stopped over TLS.
+    // The dispatcher shows this certificate; it is pinged and stopped over TLS. It works in a folder of its
+    // own, so that a test can do with the service's settings what it likes.
     void dispatcherShows(const TestPki::Issued& certificate) {
+        fs::create_directories(service.path("temp/dispatcher/bin"));
+        fs::create_directories(service.path("temp/dispatcher/configuration"));
+        service.write("temp/dispatcher/configuration/sek.cnf",
+                      "[shown]\nCertificate = " + certificate.certificate.string() +
+                          "\nPrivateKey = " + certificate.key.string() + "\n");
         const auto parameter = [](const std::string& text) { return "<param>" + text + "</param>"; };
         BootstrapXml document;
         document.children.clear();
         document.extra =
-            "<process name=\"dispatcher\"><start><spawn><path>${bin_path}/sampledispatcher</path>" +
-            parameter("--listen=${dispatcherURI}") +
-            parameter("--certificate=" + certificate.certificate.string()) +
-            parameter("--key=" + certificate.key.string()) + parameter("--log-file=../logs/dispatcher.log") +
+            "<process name=\"dispatcher\"><start><spawn><path>/usr/bin/env</path>" +
+            parameter("--chdir=" + service.path("temp/dispatcher/bin")) +
+            parameter("${bin_path}/sampledispatcher") + parameter("--listen=${dispatcherURI}") +
+            parameter("--service=shown") + parameter("--log-file=" + service.path("logs/dispatcher.log")) +
             "</spawn></start><stop type=\"socketSend\"><socketSend URI=\"${dispatcherURI}\" "
             "commandString=\"SHUTDOWN\"/></stop><ping><socketSend URI=\"${dispatcherURI}\" "
             "commandString=\"PING\" "
@@ -214,6 +244,21 @@ TEST_F(ServiceTlsTest, ADispatcherIsPingedAndStoppedOverTls) {
     EXPECT_TRUE(service.inOrder({"WARN PingChildProcess stopAction->execute() return status = 1",
                                  "INFO PingChildProcess no processes are alive."}));
     EXPECT_NE(service.read("logs/dispatcher.log").find("shutdown command, ending"), std::string::npos);
+}
+
+TEST_F(ServiceTlsTest, AClientStuckInItsHandshakeDelaysNoPing) {
+    dispatcherShows(m_pki.issueForLocalhost());
+    ASSERT_EQ(service.startDaemon().exitCode, 0);
+    const SilentClient first(m_port);
+    const SilentClient second(m_port);
+    const auto answers = [&] {
+        return service.countLogged("DEBUG", "ZORSockSendAction", "got response \"READY\"");
+    };
+    const std::size_t before = answers();
+    EXPECT_TRUE(service.waitFor(
+        "two more answers", [&] { return answers() >= before + 2; }, 20));
+    EXPECT_EQ(service.log().find("failed to establish"), std::string::npos);
+    stopDaemon(service.daemonPid());
 }
 
 TEST_F(ServiceTlsTest, ACertificateOfAnUnknownAuthorityIsRefused) {

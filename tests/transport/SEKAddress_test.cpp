@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 
 #include <future>
+#include <utility>
 
 #include "SEKErrors.h"
 #include "SEKSocket.h"
@@ -38,6 +39,7 @@ bool isAskedFor(const char* host, const char* name) {
 extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo* hints, addrinfo** result) {
     const bool wantsFigures = (hints->ai_flags & AI_NUMERICHOST) != 0;
     if (wantsFigures) return systemResolver()(host, service, hints, result);
+    if (isAskedFor(host, "localhost")) return EAI_FAIL;
     if (isAskedFor(host, "two.example")) return resolveToTwo(service, hints, result);
     if (isAskedFor(host, "silent.example")) {
         const std::shared_future<void> untilThen = silence;
@@ -92,6 +94,19 @@ TEST(SEKAddressTest, AFailureNamesEveryAddress) {
     } catch (const SEKFailure& failure) {
         EXPECT_EQ(failure.what(), "cannot connect to two.example" + port + " (IPv4): 127.0.0.2" + port +
                                       ": Connection refused; 127.0.0.1" + port + ": Connection refused");
+    }
+}
+
+// It is the usual host of a child, and its pings must not depend on a name server.
+TEST(SEKAddressTest, LocalhostIsThisMachineWithoutALookUp) {
+    for (const char* const name : {"localhost", "LocalHost"}) {
+        for (const auto& [family, text] :
+             {std::pair(AF_INET, "127.0.0.1:80"), std::pair(AF_INET6, "[::1]:80")}) {
+            const auto found =
+                SEKAddress::resolve(name, 80, family, SEKAddress::Use::Connect, SEKDeadline(-1));
+            ASSERT_EQ(found.size(), 1U);
+            EXPECT_EQ(found.front().text(), text);
+        }
     }
 }
 
