@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <string_view>
 
 #include "SEKErrors.h"
 
@@ -34,6 +35,12 @@ std::string octal(mode_t mode) {
 
 bool sameName(const std::string& left, const char* right) {
     return strcasecmp(left.c_str(), right) == 0;
+}
+
+// VerifyCAFile, VerifyCAPath and VerifyCAStore, the commands that say whom to believe.
+bool namesTrust(const std::string& name) {
+    constexpr std::string_view beginning = "VerifyCA";
+    return strncasecmp(name.c_str(), beginning.data(), beginning.size()) == 0;
 }
 
 // OpenSSL would ask on the terminal, which a daemon has none of.
@@ -142,7 +149,7 @@ class SEKSettingsBuilder {
             m_keyIsGiven = true;
         }
         if (sameName(name, "Certificate")) m_certificateFile = value;
-        if (name.rfind("Verify", 0) == 0 && !sameName(name, "VerifyMode")) m_trustIsGiven = true;
+        if (namesTrust(name)) m_trustIsGiven = true;
         const int result = SSL_CONF_cmd(&commands, name.c_str(), value.c_str());
         if (result <= 0) refuseCommand(name, value, result == -2 ? "unknown command" : reason());
     }

@@ -76,8 +76,8 @@ long SEK_Connect(void* handle, sockaddr_storage* address, long length, char* res
 
 // Connects to scheme://host[:port][/path], plain for http and tcp, TLS for https and tls; 10 s at most, for
 // resolving and all addresses together. A TLS URL gives SEK_HandshakePending until the handshake is finished
-// and SEK_Ok afterwards. "localhost" is 127.0.0.1 or ::1 and is not looked up. The document may be null; otherwise it must be of the handle's family. After a
-// failure the call may be repeated.
+// and SEK_Ok afterwards. "localhost" is 127.0.0.1 or ::1 and is not looked up. The document may be null; otherwise
+// it must be of the handle's family. After a failure the call may be repeated.
 long SEK_Connect_Url(void* handle, char* url, char* sessionDocument);
 
 // The handshake, 2 s at most: SEK_CallAgain while it must be called again, with a detail text when that has gone

@@ -92,6 +92,14 @@ TEST_F(ConnectTest, LiteralOfTheOtherFamilyIsRefused) {
     EXPECT_EQ(v6.details().rfind("cannot resolve 127.0.0.1 (IPv6): ", 0), 0U) << v6.details();
 }
 
+TEST_F(ConnectTest, AFailureNamesTheZoneOfTheAddress) {
+    SekHandle handle("IPv6");
+    ASSERT_EQ(handle.connectUrl("http://[fe80::1%25lo]:81"), SEK_Failed);
+    // Whether nobody listens or nothing leads there depends on the machine.
+    EXPECT_EQ(handle.details().rfind("cannot connect to [fe80::1%lo]:81 (IPv6): [fe80::1%lo]:81: ", 0), 0U)
+        << handle.details();
+}
+
 TEST_F(ConnectTest, BadAddressesAreRefused) {
     SekHandle handle;
     EXPECT_EQ(handle.connectUrl("ftp://host"), SEK_Failed);

@@ -21,7 +21,13 @@ std::string refusalOf(SekHandle& handle, const TestPeer& peer, const std::string
     return text.rfind(prefix, 0) == 0 ? text.substr(prefix.size()) : "not about the peer: " + text;
 }
 
-using MisbehaviourTest = TlsTest;
+class MisbehaviourTest : public TlsTest {
+  protected:
+    // The script of a peer that speaks that scheme.
+    TestPeer::Script script(const std::string& scheme, TestPeer::Script rest) const {
+        return scheme == "https" ? tlsScript(std::move(rest)) : rest;
+    }
+};
 
 TEST_F(MisbehaviourTest, ASilentPeerMakesTheHandshakeAskToBeCalledAgain) {
     TestPeer peer([](PeerConnection& connection) { connection.waitForEnd(); });
@@ -70,6 +76,15 @@ TEST_F(MisbehaviourTest, ClosingAtOnceFailsTheHandshake) {
               "notification)");
 }
 
+TEST_F(MisbehaviourTest, ResetBeforeTheHandshakeIsReported) {
+    TestPeer peer([](PeerConnection& connection) { connection.reset(); });
+    SekHandle handle;
+    // The reset may arrive while the connection is being made or when the first bytes are sent.
+    ASSERT_NE(handle.open(peer.url("https")), SEK_Ok);
+    EXPECT_NE(handle.details().find("127.0.0.1:" + std::to_string(peer.port())), std::string::npos);
+    EXPECT_NE(handle.details().find("Connection reset by peer"), std::string::npos) << handle.details();
+}
+
 TEST_F(MisbehaviourTest, ResetDuringTheHandshakeIsReported) {
     TestPeer peer([](PeerConnection& connection) {
         connection.read();
@@ -97,6 +112,71 @@ TEST_F(MisbehaviourTest, ResetAfterTheHandshakeIsReportedByTheRead) {
     EXPECT_EQ(refusalOf(handle, peer, "cannot receive from "), ": Connection reset by peer");
 }
 
+TEST_F(MisbehaviourTest, ResetBeforeTheCommandIsReadIsReported) {
+    for (const char* scheme : {"http", "https"}) {
+        std::promise<void> sent;
+        TestPeer peer(script(scheme, [&](PeerConnection& connection) {
+            sent.get_future().wait();
+            connection.reset();
+        }));
+        SekHandle handle;
+        ASSERT_EQ(handle.open(peer.url(scheme)), SEK_Ok) << handle.details();
+        ASSERT_EQ(handle.send("ping"), SEK_Ok) << handle.details();
+        sent.set_value();
+        EXPECT_EQ(handle.poll(10000).result, SEK_Ok);
+        EXPECT_EQ(handle.receive().result, SEK_Failed);
+        EXPECT_EQ(refusalOf(handle, peer, "cannot receive from "), ": Connection reset by peer");
+    }
+}
+
+TEST_F(MisbehaviourTest, ResetWithinTheAnswerIsReportedAfterItsBeginning) {
+    for (const char* scheme : {"http", "https"}) {
+        std::promise<void> read;
+        TestPeer peer(script(scheme, [&](PeerConnection& connection) {
+            connection.read();
+            connection.write("half an ans");
+            read.get_future().wait();
+            connection.reset();
+        }));
+        SekHandle handle;
+        ASSERT_EQ(handle.open(peer.url(scheme)), SEK_Ok) << handle.details();
+        ASSERT_EQ(handle.send("ping"), SEK_Ok) << handle.details();
+        EXPECT_EQ(handle.receive().data, "half an ans");
+        read.set_value();
+        EXPECT_EQ(handle.poll(10000).result, SEK_Ok);
+        EXPECT_EQ(handle.receive().result, SEK_Failed);
+        EXPECT_EQ(refusalOf(handle, peer, "cannot receive from "), ": Connection reset by peer");
+    }
+}
+
+TEST_F(MisbehaviourTest, ResetInPlaceOfAFarewellDoesNotTroubleTheClose) {
+    for (const char* scheme : {"http", "https"}) {
+        TestPeer peer(script(scheme, [](PeerConnection& connection) {
+            connection.waitForEnd();
+            connection.reset();
+        }));
+        SekHandle handle;
+        ASSERT_EQ(handle.open(peer.url(scheme)), SEK_Ok) << handle.details();
+        EXPECT_EQ(handle.close(), SEK_Ok);
+        EXPECT_FALSE(::hasDetails(nullptr));
+    }
+}
+
+// Neither side of the connection is ended by the other: the close waits its tenth of a second and leaves.
+TEST_F(MisbehaviourTest, APeerThatNeverClosesDoesNotHoldTheClose) {
+    for (const char* scheme : {"http", "https"}) {
+        std::promise<void> closed;
+        TestPeer peer(script(scheme, [&](PeerConnection&) { closed.get_future().wait(); }));
+        SekHandle handle;
+        ASSERT_EQ(handle.open(peer.url(scheme)), SEK_Ok) << handle.details();
+        const auto start = steady_clock::now();
+        EXPECT_EQ(handle.close(), SEK_Ok);
+        EXPECT_GE(msSince(start), 90);
+        EXPECT_LT(msSince(start), 2000);
+        closed.set_value();
+    }
+}
+
 TEST_F(MisbehaviourTest, PlainResetIsReportedByTheRead) {
     TestPeer peer([](PeerConnection& connection) {
         connection.read();
@@ -114,12 +194,10 @@ TEST_F(MisbehaviourTest, PlainResetIsReportedByTheRead) {
 // end here.
 TEST_F(MisbehaviourTest, WritingToAPeerThatHasGoneNeverRaisesSigpipe) {
     for (const char* scheme : {"http", "https"}) {
-        const bool secure = std::string(scheme) == "https";
-        TestPeer peer([secure, context = server()](PeerConnection& connection) {
-            if (secure && !connection.acceptTls(context)) return;
+        TestPeer peer(script(scheme, [](PeerConnection& connection) {
             connection.read();
             connection.reset();
-        });
+        }));
         SekHandle handle;
         ASSERT_EQ(handle.open(peer.url(scheme)), SEK_Ok) << handle.details();
         ASSERT_EQ(handle.send("go"), SEK_Ok) << handle.details();
@@ -214,12 +292,10 @@ TEST_F(MisbehaviourTest, APeerThatTakesNoDataEndsTheSend) {
 
 TEST_F(MisbehaviourTest, EndlessDataDoesNotHoldTheClose) {
     for (const char* scheme : {"http", "https"}) {
-        const bool secure = std::string(scheme) == "https";
-        TestPeer peer([secure, context = server()](PeerConnection& connection) {
-            if (secure && !connection.acceptTls(context)) return;
+        TestPeer peer(script(scheme, [](PeerConnection& connection) {
             while (connection.write(std::string(16384, 'x')))
                 continue;
-        });
+        }));
         SekHandle handle;
         ASSERT_EQ(handle.open(peer.url(scheme)), SEK_Ok) << handle.details();
         EXPECT_EQ(handle.receive(100).data.size(), 100U);

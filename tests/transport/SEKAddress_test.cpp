@@ -41,6 +41,10 @@ extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo
     if (wantsFigures) return systemResolver()(host, service, hints, result);
     if (isAskedFor(host, "localhost")) return EAI_FAIL;
     if (isAskedFor(host, "two.example")) return resolveToTwo(service, hints, result);
+    // Listed with an IPv6 address only, as some machines have their own name.
+    if (isAskedFor(host, "six.example"))
+        return hints->ai_family == AF_INET6 ? systemResolver()("::1", service, hints, result)
+                                            : EAI_ADDRFAMILY;
     if (isAskedFor(host, "silent.example")) {
         const std::shared_future<void> untilThen = silence;
         untilThen.wait();
@@ -51,18 +55,18 @@ extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo
 
 namespace {
 
-SEKSession session() {
+SEKSession session(int family = AF_INET) {
     SEKSession result;
     result.serviceID = "gateway";
-    result.family = AF_INET;
+    result.family = family;
     return result;
 }
 
 class Listener {
   public:
-    explicit Listener(const char* address) {
+    explicit Listener(const char* address, int family = AF_INET) : m_socket(session(family)) {
         m_socket.bind(
-            SEKAddress::resolve(address, 0, AF_INET, SEKAddress::Use::Bind, SEKDeadline(-1)).front());
+            SEKAddress::resolve(address, 0, family, SEKAddress::Use::Bind, SEKDeadline(-1)).front());
         m_socket.listen(4);
     }
     std::string portText() const {
@@ -71,7 +75,7 @@ class Listener {
     }
 
   private:
-    SEKSocket m_socket{session()};
+    SEKSocket m_socket;
 };
 
 TEST(SEKAddressTest, EveryAddressIsTriedInTurn) {
@@ -107,6 +111,24 @@ TEST(SEKAddressTest, LocalhostIsThisMachineWithoutALookUp) {
             ASSERT_EQ(found.size(), 1U);
             EXPECT_EQ(found.front().text(), text);
         }
+    }
+}
+
+TEST(SEKAddressTest, ANameWithAnIPv6AddressOnlyIsReachedOverIPv6) {
+    const Listener listener("::1", AF_INET6);
+    SEKSocket socket(session(AF_INET6));
+    EXPECT_TRUE(socket.connectUrl("tcp://six.example" + listener.portText(), nullptr));
+    EXPECT_EQ(socket.peerAddress().text(), "[::1]" + listener.portText());
+}
+
+TEST(SEKAddressTest, ANameWithAnIPv6AddressOnlyIsUnknownToIPv4) {
+    SEKSocket socket(session());
+    try {
+        socket.connectUrl("tcp://six.example:9300", nullptr);
+        FAIL() << "connected";
+    } catch (const SEKFailure& failure) {
+        EXPECT_STREQ(failure.what(),
+                     "cannot resolve six.example (IPv4): Address family for hostname not supported");
     }
 }
 

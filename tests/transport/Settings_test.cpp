@@ -141,6 +141,20 @@ TEST_F(SettingsTest, ACertificateThatIsNotRevokedPasses) {
     EXPECT_EQ(handshakeUnder("[gateway]\nCRLFile = " + list + "\nVerifyCAFile = " + authority() + "\n"), "");
 }
 
+TEST_F(SettingsTest, ARevocationListOfAnotherAuthorityLeavesNobodyAccepted) {
+    TestPki stranger(configuration(), "stranger");
+    const std::string list = stranger.revocationList("").string();
+    EXPECT_EQ(handshakeUnder("[gateway]\nVerifyCAFile = " + authority() + "\nCRLFile = " + list + "\n"),
+              "certificate verify failed: unable to get certificate CRL");
+}
+
+TEST_F(SettingsTest, CommandsAreKnownInAnyCase) {
+    const std::string list = pki().revocationList(identity().certificate).string();
+    EXPECT_EQ(handshakeUnder("[gateway]\nverifycafile = " + authority() + "\n"), "");
+    EXPECT_EQ(handshakeUnder("[gateway]\nVERIFYCAFILE = " + authority() + "\ncrlfile = " + list + "\n"),
+              "certificate verify failed: certificate revoked");
+}
+
 TEST_F(SettingsTest, AnUnreadableRevocationListIsRefused) {
     const std::string text = handshakeUnder("[gateway]\nVerifyCAFile = " + authority() +
                                             "\nCRLFile = ../configuration/missing.crl\n");

@@ -61,10 +61,17 @@ PeerContext newContext(const SSL_METHOD* method) {
 
 }  // namespace
 
-int listenOnLoopback(int family, int backlog) {
-    const int listener = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+int bindToLoopback(int family) {
+    const int descriptor = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const LoopbackAddress address = loopback(family, 0);
-    require(bind(listener, &address.any, lengthFor(family)) == 0, "bind");
+    const int yes = 1;
+    setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    require(bind(descriptor, &address.any, lengthFor(family)) == 0, "bind");
+    return descriptor;
+}
+
+int listenOnLoopback(int family, int backlog) {
+    const int listener = bindToLoopback(family);
     require(listen(listener, backlog) == 0, "listen");
     return listener;
 }

@@ -86,6 +86,9 @@ class TestPeer {
 
 // A plain connection to a local port, for tests in which the library is the server; -1 when refused.
 int connectPlain(std::uint16_t port, int family = AF_INET);
+// A descriptor bound to a free port of the loopback interface. As long as it is open, nobody else is given that
+// port, and whoever asks for it by number may listen on it.
+int bindToLoopback(int family);
 // A descriptor that listens on a free port of the loopback interface.
 int listenOnLoopback(int family, int backlog);
 std::uint16_t portOf(int descriptor);
