@@ -102,7 +102,7 @@ void SampleSocket::check(long result) const {
 void SampleSocket::limit(int option, int limitMs) {
     timeval time{};
     time.tv_sec = limitMs / 1000;
-    time.tv_usec = limitMs % 1000 * 1000;
+    time.tv_usec = decltype(time.tv_usec){limitMs % 1000} * 1000;
     check(SEK_SetSockOpt(m_handle, option, &time, sizeof time, nullptr));
 }
 
@@ -156,6 +156,7 @@ void SampleSocket::send(const std::string& text) {
 
 std::vector<SampleSocket*> SampleSocket::withInput(const std::vector<SampleSocket*>& sockets, int timeoutMs) {
     std::vector<SEK_Pollfd> entries;
+    entries.reserve(sockets.size());
     for (const SampleSocket* const socket : sockets)
         entries.push_back({socket->m_handle, SEK_Readable, 0});
     std::vector<SampleSocket*> found;
