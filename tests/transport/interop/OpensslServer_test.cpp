@@ -101,7 +101,7 @@ TEST_F(OpensslServerTest, AVersionBefore12IsRefused) {
 }
 
 TEST_F(OpensslServerTest, ARequiredClientCertificateIsShown) {
-    showCertificate(clientIdentity(pki()));
+    showCertificate(pki().issueForClient());
     for (const char* version : {"-tls1_2", "-tls1_3"}) {
         OpensslServer server(identity(), requiringCertificate(version));
         expectExchange(server.url());
@@ -121,7 +121,7 @@ TEST_F(OpensslServerTest, AMissingClientCertificateIsReported) {
 
 TEST_F(OpensslServerTest, AClientCertificateOfAnotherAuthorityIsReported) {
     TestPki stranger(configuration(), "stranger");
-    showCertificate(clientIdentity(stranger));
+    showCertificate(stranger.issueForClient());
     for (const char* version : {"-tls1_2", "-tls1_3"}) {
         OpensslServer server(identity(), requiringCertificate(version));
         const std::string text = refusal(server);
