@@ -120,6 +120,13 @@ TestPki::Issued TestPki::issueForLocalhost(const std::string& name) {
     return issue(request);
 }
 
+TestPki::Issued TestPki::issueForClient(const std::string& name) {
+    Request request;
+    request.name = name;
+    request.purpose = Purpose::Client;
+    return issue(request);
+}
+
 fs::path TestPki::revocationList(const fs::path& revokedCertificate) {
     const std::unique_ptr<X509_CRL, decltype(&X509_CRL_free)> list(X509_CRL_new(), X509_CRL_free);
     const std::unique_ptr<ASN1_TIME, decltype(&ASN1_TIME_free)> time(ASN1_TIME_new(), ASN1_TIME_free);

@@ -43,6 +43,8 @@ class TestPki {
     Issued issue(const Request& request);
     // A certificate for "localhost", 127.0.0.1 and ::1.
     Issued issueForLocalhost(const std::string& name = "server");
+    // A client's certificate.
+    Issued issueForClient(const std::string& name = "client");
     // A revocation list of the authority with that certificate on it; nothing on it when the path is empty.
     std::filesystem::path revocationList(const std::filesystem::path& revokedCertificate);
 

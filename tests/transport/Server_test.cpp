@@ -7,6 +7,15 @@
 
 namespace {
 
+// A client on a thread of its own; its result is what it received.
+template <typename Work>
+std::future<std::string> client(std::uint16_t port, Work work, int family = AF_INET) {
+    return std::async(std::launch::async, [=] {
+        PeerConnection connection(connectPlain(port, family));
+        return std::string(work(connection));
+    });
+}
+
 class ServerTest : public TlsTest {
   protected:
     void SetUp() override {
@@ -17,16 +26,16 @@ class ServerTest : public TlsTest {
         writeSettings("[gateway]\nVerifyCAFile = " + pki().authorityFile().string() + "\nCertificate = " +
                       issued.certificate.string() + "\nPrivateKey = " + issued.key.string() + "\n" + more);
     }
+    // A TLS client with that certificate, which reads once.
+    std::future<std::string> clientShowing(const TestPki::Issued& issued, std::uint16_t port) const {
+        return client(port, [ca = pki().authorityFile(), issued](PeerConnection& peer) {
+            const PeerContext context = clientContext(ca);
+            SSL_CTX_use_certificate_chain_file(context.get(), issued.certificate.c_str());
+            SSL_CTX_use_PrivateKey_file(context.get(), issued.key.c_str(), SSL_FILETYPE_PEM);
+            return peer.connectTls(context, "localhost") ? peer.read() : peer.lastTlsError();
+        });
+    }
 };
-
-// A client on a thread of its own; its result is what it received.
-template <typename Work>
-std::future<std::string> client(std::uint16_t port, Work work, int family = AF_INET) {
-    return std::async(std::launch::async, [=] {
-        PeerConnection connection(connectPlain(port, family));
-        return std::string(work(connection));
-    });
-}
 
 TEST_F(ServerTest, ServesPlainConnections) {
     SekHandle listener;
@@ -90,21 +99,42 @@ TEST_F(ServerTest, WithoutACertificateTheHandshakeSaysWhatIsMissing) {
 
 TEST_F(ServerTest, ARequiredClientCertificateIsVerified) {
     serveWith(identity(), "VerifyMode = Peer,Require\n");
-    TestPki::Request request{"client", {}};
-    request.purpose = TestPki::Purpose::Client;
-    const TestPki::Issued good = pki().issue(request);
     SekHandle listener;
-    auto answer = client(listener.listen("https"), [ca = pki().authorityFile(), good](PeerConnection& peer) {
-        const PeerContext context = clientContext(ca);
-        SSL_CTX_use_certificate_chain_file(context.get(), good.certificate.c_str());
-        SSL_CTX_use_PrivateKey_file(context.get(), good.key.c_str(), SSL_FILETYPE_PEM);
-        if (!peer.connectTls(context, "localhost")) return peer.lastTlsError();
-        return peer.read();
-    });
+    auto answer = clientShowing(pki().issueForClient("client"), listener.listen("https"));
     SekHandle accepted(listener.accept());
     ASSERT_EQ(accepted.establish(), SEK_Ok) << accepted.details();
     EXPECT_EQ(accepted.send("welcome"), SEK_Ok);
     EXPECT_EQ(answer.get(), "welcome");
+}
+
+TEST_F(ServerTest, ACertificateForServersIsRefusedFromAClient) {
+    serveWith(identity(), "VerifyMode = Peer,Require\n");
+    SekHandle listener;
+    auto answer = clientShowing(pki().issueForLocalhost("no-client"), listener.listen("https"));
+    SekHandle accepted(listener.accept());
+    EXPECT_EQ(accepted.establish(), SEK_Failed);
+    EXPECT_NE(accepted.details().find("certificate purpose"), std::string::npos) << accepted.details();
+    accepted.close();
+    EXPECT_EQ(answer.get(), "");
+}
+
+TEST_F(ServerTest, ARevokedClientIsRefusedAndOthersAreNot) {
+    const TestPki::Issued revoked = pki().issueForClient("revoked");
+    const std::string list = pki().revocationList(revoked.certificate).string();
+    serveWith(identity(), "VerifyMode = Peer,Require\nCRLFile = " + list + "\n");
+    SekHandle listener;
+    const std::uint16_t port = listener.listen("https");
+    auto refused = clientShowing(revoked, port);
+    SekHandle first(listener.accept());
+    EXPECT_EQ(first.establish(), SEK_Failed);
+    EXPECT_NE(first.details().find("certificate revoked"), std::string::npos) << first.details();
+    first.close();
+    EXPECT_EQ(refused.get(), "");
+    auto welcomed = clientShowing(pki().issueForClient("good"), port);
+    SekHandle second(listener.accept());
+    ASSERT_EQ(second.establish(), SEK_Ok) << second.details();
+    EXPECT_EQ(second.send("welcome"), SEK_Ok);
+    EXPECT_EQ(welcomed.get(), "welcome");
 }
 
 TEST_F(ServerTest, AClientWithoutTheRequiredCertificateIsRefused) {

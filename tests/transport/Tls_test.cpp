@@ -195,9 +195,7 @@ TEST_F(VerificationTest, AFailedHandshakeMayBeTriedAgain) {
 }
 
 TEST_F(TlsTest, AuthenticatesWithAClientCertificate) {
-    TestPki::Request request{"client", {}};
-    request.purpose = TestPki::Purpose::Client;
-    const TestPki::Issued client = pki().issue(request);
+    const TestPki::Issued client = pki().issueForClient();
     writeSettings("[gateway]\nVerifyCAFile = " + pki().authorityFile().string() + "\nCertificate = " +
                   client.certificate.string() + "\nPrivateKey = " + client.key.string() + "\n");
     const PeerContext context = server();

@@ -81,7 +81,7 @@ TEST_P(ClientsExchangeTest, OpensslIsServedFromHandshakeToClose) {
 
 TEST_F(ClientsTest, OpensslShowsTheRequiredCertificate) {
     serveWith(identity(), "VerifyMode = Peer,Require\n");
-    const TestPki::Issued shown = clientIdentity(pki());
+    const TestPki::Issued shown = pki().issueForClient();
     for (const char* version : {"-tls1_2", "-tls1_3"}) {
         SekHandle listener;
         const std::uint16_t port = listener.listen("tls");
@@ -114,7 +114,7 @@ TEST_F(ClientsTest, OpensslWithoutTheRequiredCertificateIsRefused) {
 TEST_F(ClientsTest, ACertificateOfAnotherAuthorityIsRefused) {
     serveWith(identity(), "VerifyMode = Peer,Require\n");
     TestPki stranger(configuration(), "stranger");
-    const TestPki::Issued shown = clientIdentity(stranger);
+    const TestPki::Issued shown = stranger.issueForClient();
     SekHandle listener;
     const std::uint16_t port = listener.listen("tls");
     ExternalProgram client(
@@ -166,7 +166,7 @@ TEST_F(ClientsTest, CurlIsServed) {
 
 TEST_F(ClientsTest, CurlShowsTheRequiredCertificate) {
     serveWith(identity(), "VerifyMode = Peer,Require\n");
-    const TestPki::Issued shown = clientIdentity(pki());
+    const TestPki::Issued shown = pki().issueForClient();
     SekHandle listener;
     ExternalProgram client(
         curl(listener.listen("https"), {"--cert", shown.certificate.string(), "--key", shown.key.string()}));

@@ -53,6 +53,7 @@ void ExternalProgram::becomeProgram(const std::vector<std::string>& command, con
     if (getppid() != m_parent) _exit(127);  // the test ended before it could be followed
     std::vector<std::string> copies = command;
     std::vector<char*> arguments;
+    arguments.reserve(copies.size() + 1);
     for (std::string& copy : copies)
         arguments.push_back(copy.data());
     arguments.push_back(nullptr);

@@ -16,12 +16,6 @@ TestPki::Issued InteropTest::identityWith(TestPki::Key key) const {
     return pki().issue(request);
 }
 
-TestPki::Issued InteropTest::clientIdentity(TestPki& authority, const std::string& name) {
-    TestPki::Request request{name, {}};
-    request.purpose = TestPki::Purpose::Client;
-    return authority.issue(request);
-}
-
 void InteropTest::showCertificate(const TestPki::Issued& issued) const {
     writeSettings("[gateway]\nVerifyCAFile = " + authority() + "\nCertificate = " +
                   issued.certificate.string() + "\nPrivateKey = " + issued.key.string() + "\n");

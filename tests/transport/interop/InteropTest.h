@@ -19,8 +19,6 @@ class InteropTest : public TlsTest {
   protected:
     // A certificate for "localhost" and both loopback addresses with that kind of key.
     TestPki::Issued identityWith(TestPki::Key key) const;
-    // A client's certificate of that authority.
-    static TestPki::Issued clientIdentity(TestPki& authority, const std::string& name = "client");
     // The client's settings: trusts the authority and shows that certificate.
     void showCertificate(const TestPki::Issued& issued) const;
     std::string authority() const { return pki().authorityFile().string(); }

@@ -82,7 +82,7 @@ TEST_F(NginxServerTest, TheVersionIsHeldToTheSettings) {
 }
 
 TEST_F(NginxServerTest, ARequiredClientCertificateIsAccepted) {
-    showCertificate(clientIdentity(pki()));
+    showCertificate(pki().issueForClient());
     for (const char* version : versions) {
         NginxServer server(folder(), " ssl", requiringCertificate(version));
         EXPECT_EQ(inShort(ask(server.url("https"))), "HTTP/1.1 200 OK|" + std::string(version) + " SUCCESS ");
@@ -101,7 +101,7 @@ TEST_F(NginxServerTest, AMissingClientCertificateIsAnsweredWithARefusal) {
 
 TEST_F(NginxServerTest, AClientCertificateOfAnotherAuthorityIsAnsweredWithARefusal) {
     TestPki stranger(configuration(), "stranger");
-    showCertificate(clientIdentity(stranger));
+    showCertificate(stranger.issueForClient());
     for (const char* version : versions) {
         NginxServer server(folder(), " ssl", requiringCertificate(version));
         const Answer answer = ask(server.url("https"));
