@@ -252,13 +252,15 @@ TEST_F(ZORLoggerTest, ASuppressedLineTakesNoLock) {
     factory.addFile(pipeStream, 1);
     factory.setLevel(ZOR_FATAL);
     const std::string moreThanFits(2000000, 'x');
-    Runnable runnable([&] { logger()->log(ZOR_FATAL, "%s", moreThanFits.c_str()); });
+    ZORLogger* const busy = logger();
+    ZORLogger* const suppressed = logger();
+    Runnable runnable([&] { busy->log(ZOR_FATAL, "%s", moreThanFits.c_str()); });
     TVLThread thread(&runnable, std::size_t{256} * 1024);
     thread.start();
     pollfd begun{ends[0], POLLIN, 0};
     ASSERT_EQ(poll(&begun, 1, -1), 1);
 
-    logger()->log(ZOR_DEBUG, "suppressed");
+    suppressed->log(ZOR_DEBUG, "suppressed");
 
     std::string drained(2000000, '\0');
     for (std::size_t missing = moreThanFits.size(); missing > 0;) {
