@@ -6,8 +6,6 @@
 #include "TVLIDOM_Helper.h"
 #include "TVLIDOM_Text.h"
 
-using xercesc::DOMNode;
-
 int TVLIDOM_Node::getNodeType() const {
     return m_node == nullptr ? 0 : m_node->getNodeType();
 }

@@ -739,8 +739,8 @@ int ZORBootstrapService::prepareChildren(const TVLIDOM_Element& root) {
         auto child = std::make_unique<ZORChildProcess>();
         try {
             child->prepare(TVLIDOM_Element(processes.item(i)));
-            m_children.push_back(child.get());
-            child.release();  // the list's from here on
+            m_children.push_back(nullptr);
+            m_children.back() = child.release();
         } catch (const ZORBadConfigException& exception) {
             // Deliberate: the others go on, even when none is left; see BootstrapDocumentTest.
             logger->log(ZOR_ERROR, "exception while processing configuration: \"%s\"",

@@ -2,9 +2,8 @@
 
 ZORFileInputStream::ZORFileInputStream() = default;
 
-ZORFileInputStream::ZORFileInputStream(const char* path) {
-    ZORFileInputStream::open(path);
-}
+ZORFileInputStream::ZORFileInputStream(const char* path)
+    : m_file(path == nullptr ? nullptr : TVLFile::open(path, "rb")) {}
 
 ZORFileInputStream::~ZORFileInputStream() {
     try {

@@ -163,8 +163,8 @@ void ZORLoggerFactory::addFile(const char* path, int append) {
     if (path == nullptr) return;
     TVLFilePtr file = TVLFile::open(path, append != 0 ? "at" : "wt");
     if (!file) return;
-    addFile(file.get(), 1);
-    file.release();  // the list's from here on
+    m_files.emplace_back(nullptr, 1);
+    m_files.back() = ZORLogFile(file.release(), 1);
 }
 
 int ZORLoggerFactory::prepare(TVLIDOM_Element root) {
