@@ -54,7 +54,8 @@ install_missing() {
 build_packages() {
     echo g++ cmake ninja-build libxerces-c-dev libicu-dev libssl-dev
     case $1 in
-        clang | fuzz) echo clang ;;
+        clang) echo clang ;;
+        fuzz) echo clang libclang-rt-14-dev ;;
         bench) echo libbenchmark-dev ;;
     esac
 }
