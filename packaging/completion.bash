@@ -27,7 +27,7 @@ _velbootstrapservice_value() {
         -testReadyInterval | -testDeadInterval) mapfile -t COMPREPLY < <(compgen -W 6 -- "$2") ;;
         -config | -logconfig)
             compopt -o filenames 2>/dev/null
-            mapfile -t COMPREPLY < <(compgen -d -- "$2" && compgen -f -X '!*.xml' -- "$2")
+            mapfile -t COMPREPLY < <(compgen -d -- "$2"; compgen -f -X '!*.xml' -- "$2")
             ;;
         -java_home | -install_root)
             compopt -o filenames 2>/dev/null
