@@ -58,7 +58,7 @@ owner_of() { in_copy stat -c '%a %U:%G' "$1"; }
 install_package() { expect "installing" in_copy dpkg --install /tmp/package.deb; }
 
 check_installed() {
-    local folder
+    local folder file
     service_id=$(in_copy id -u velbootstrap)
     expect_equal "the user's shell" /usr/sbin/nologin "$(in_copy getent passwd velbootstrap | cut -d: -f7)"
     expect "a system user" test "$service_id" -lt 1000
@@ -76,7 +76,12 @@ check_installed() {
     expect_equal "enabled units" "" "$(find "$changes/etc/systemd" -type l 2>/dev/null)"
     expect "the manager accepts the units" in_copy systemd-analyze --man=no verify \
         velbootstrapservice.service velbootstrapservice-foreground.service
+    expect_not "it runs before the start" in_copy /bin/sh -c "cd $instance/bin && ./velbootstrapservice -isrunning"
     expect_running 1 "before the start"
+    # Root has asked first, and took nothing from the service.
+    for file in velbootstrapservice.log zordefault.log; do
+        expect_equal "$file" "640 velbootstrap:adm" "$(owner_of "$logs/$file")"
+    done
 }
 
 ask() { as_nobody curl -sS --max-time 20 -o /dev/null -w '%{http_code}' --cacert "$@"; }
@@ -91,6 +96,9 @@ check_use() {
     expect "the unit names that PID file" in_copy test "$(setting PIDFile)" -ef "$logs/velbootstrap_service.pid"
     answer=$(ask /etc/velbootstrapservice/ca.pem https://localhost:9300/dispatch/) || true
     expect_equal "the answer to curl" 200 "$answer"
+    expect "turning the log over" in_copy logrotate --force /etc/logrotate.d/velbootstrapservice
+    expect_equal "the old log" "640 velbootstrap:adm" "$(owner_of "$logs/velbootstrapservice.log.1")"
+    expect_running 0 "after the log was turned over"
     run_line ExecStop
     expect_running 1 "after the stop"
     expect_equal "processes after the stop" "" "$(service_processes)"

@@ -31,6 +31,7 @@ check_at_boot() {
     expect_not "the PID file is left" test -e "$logs/velbootstrap_service.pid"
     expect_not "the other PID file is left" test -e "$logs/zor_cnfgtest_4712"
     expect_equal "the log" line "$(cat "$logs/velbootstrapservice.log")"
+    expect_equal "mode of the other log" 640 "$(stat -c %a "$logs/zordefault.log")"
 }
 
 check_folders() {

@@ -47,7 +47,7 @@ check_kinds() {
 check_sandbox() {
     local unit
     for unit in velbootstrapservice velbootstrapservice-foreground; do
-        expect "the sandbox of $unit" systemd-analyze "--root=$tree" security --offline=true --threshold=35 "$unit.service"
+        expect "the sandbox of $unit" systemd-analyze "--root=$tree" security --offline=true --threshold=20 "$unit.service"
     done
 }
 
