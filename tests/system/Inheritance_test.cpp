@@ -7,8 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "ProcessView.h"
 #include "ServiceUnderTest.h"
@@ -32,6 +35,13 @@ std::string processXml(const std::string& name, const std::vector<std::string>& 
         xml += "<param>" + *argument + "</param>";
     return xml + "</spawn></start><stop type=\"signal\"><signal signal=\"" + std::to_string(stopSignal) +
            "\"/></stop></process>";
+}
+
+std::string textOf(const char* path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
 }
 
 // What the tests' own build adds.
@@ -207,6 +217,38 @@ TEST_F(InheritanceTest, OnlyTheCleanSlateLetsAPlainProgramBeTerminated) {
     EXPECT_TRUE(service.inOrder({"DEBUG PingChildProcess kill all processes.",
                                  "DEBUG ZORChildProcess killing process \"as it is\"",
                                  "DEBUG ZORChildProcess Process ID used is " + std::to_string(asItIs)}));
+}
+
+// The element of the sample document, to the letter.
+std::string housekeepingElement() {
+    const std::string sample = textOf(VBS_SAMPLE_FOLDER "/bin/bootstrap_linuxi38632.xml");
+    const std::size_t from = sample.find("<process name=\"housekeeping\">");
+    const std::string end = "</process>";
+    EXPECT_NE(from, std::string::npos);
+    return sample.substr(from, sample.find(end, from) + end.size() - from);
+}
+
+TEST_F(InheritanceTest, TheSamplesScriptWorksAndEndsInOrder) {
+    BootstrapXml document;
+    document.children.clear();
+    document.extra = housekeepingElement();
+    service.bootstrap(document);
+    std::filesystem::copy(VBS_SAMPLE_FOLDER "/bin/housekeeping", service.path("bin/housekeeping"));
+    const auto old = std::filesystem::file_time_type::clock::now() - std::chrono::hours(24 * 9);
+    for (const char* const file : {"temp/old.tmp", "temp/new.tmp", "temp/old.txt"})
+        service.write(file, "");
+    for (const char* const file : {"temp/old.tmp", "temp/old.txt"})
+        std::filesystem::last_write_time(service.path(file), old);
+    const pid_t daemon = runningInForeground();
+    EXPECT_TRUE(service.waitFor("its first round", [&] { return !service.exists("temp/old.tmp"); }));
+    EXPECT_TRUE(service.exists("temp/new.tmp"));
+    EXPECT_TRUE(service.exists("temp/old.txt"));
+    EXPECT_TRUE(
+        service.waitFor("its programs to have ended", [&] { return service.processes().size() == 2; }));
+    stopDaemon(daemon);
+    EXPECT_TRUE(service.logged("WARN", "PingChildProcess", "stopAction->execute() return status = 0"));
+    EXPECT_TRUE(service.logged("INFO", "PingChildProcess", "no processes are alive."));
+    EXPECT_TRUE(service.neverLogged("kill all processes."));
 }
 
 }  // namespace
