@@ -219,6 +219,20 @@ TEST_F(InheritanceTest, OnlyTheCleanSlateLetsAPlainProgramBeTerminated) {
                                  "DEBUG ZORChildProcess Process ID used is " + std::to_string(asItIs)}));
 }
 
+TEST_F(InheritanceTest, AChildsOwnVariablesComeFromItsDocument) {
+    BootstrapXml document;
+    document.children.clear();
+    document.extra = processXml(
+        "painted", {"/usr/bin/env", "--unset=SHADE", kCleanSlate, "COLOUR=blue", kSleep, kClean}, SIGKILL);
+    service.bootstrap(document);
+    service.begin({.arguments = {"-d"}, .environment = {{"SHADE", "light"}, {"COLOUR", "red"}}});
+    const std::vector<std::string> variables = child(kClean).environment();
+    EXPECT_EQ(std::count(variables.begin(), variables.end(), "COLOUR=blue"), 1);
+    EXPECT_EQ(std::count(variables.begin(), variables.end(), "COLOUR=red"), 0);
+    EXPECT_EQ(std::count(variables.begin(), variables.end(), "SHADE=light"), 0);
+    service.cleanUp();
+}
+
 // The element of the sample document, to the letter.
 std::string housekeepingElement() {
     const std::string sample = textOf(VBS_SAMPLE_FOLDER "/bin/bootstrap_linuxi38632.xml");
