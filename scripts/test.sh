@@ -9,9 +9,9 @@ preset=${1:-release}
 shift $(($# > 0 ? 1 : 0))
 
 read -r -a packages <<<"$(build_packages "$preset" | tr '\n' ' ')"
-# The last three are peers that the tests start on ports of their own. Installing nginx may also start the
+# The last ones are what the tests start on ports of their own. Installing nginx may also start the
 # machine's web server; the tests neither need nor touch that one.
-install_missing "${packages[@]}" libgtest-dev openssl nginx-light curl
+install_missing "${packages[@]}" libgtest-dev openssl nginx-light curl tomcat10-common openjdk-17-jre-headless
 
 cd "$root"
 cmake --preset "$preset"

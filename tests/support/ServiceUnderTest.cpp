@@ -368,6 +368,12 @@ std::vector<pid_t> ServiceUnderTest::processes() const {
     return found;
 }
 
+std::string ServiceUnderTest::commandLine(pid_t pid) {
+    std::string command = contentOf("/proc/" + std::to_string(pid) + "/cmdline");
+    std::replace(command.begin(), command.end(), '\0', ' ');
+    return command;
+}
+
 // Again until none is left: one may have started another meanwhile.
 void ServiceUnderTest::endProcesses() {
     for (int attempt = 0; attempt < 500; ++attempt) {
@@ -387,11 +393,8 @@ void ServiceUnderTest::cleanUp() {
 
 std::string ServiceUnderTest::leftovers() const {
     std::string text;
-    for (const pid_t pid : processes()) {
-        std::string command = contentOf("/proc/" + std::to_string(pid) + "/cmdline");
-        std::replace(command.begin(), command.end(), '\0', ' ');
-        text += "process " + std::to_string(pid) + ": " + command + "\n";
-    }
+    for (const pid_t pid : processes())
+        text += "process " + std::to_string(pid) + ": " + commandLine(pid) + "\n";
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(m_root / "logs", error)) {
         const std::string name = entry.path().filename().string();

@@ -1,0 +1,100 @@
+// The script that makes an installation with a Tomcat: what it makes, and what it refuses.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "TomcatTest.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Only the folder of the tree is used, for installations of the test's own.
+class MakeInstallationTest : public SystemTest {
+  protected:
+    std::string folder(const std::string& name = "made") const { return service.path("temp/" + name); }
+    std::string in(const std::string& file) const { return service.read("temp/made/" + file); }
+
+    // Nothing of an attempt stays.
+    bool isUntouched() const { return fs::is_empty(service.path("temp/alpha")) && entries() == 1; }
+    std::ptrdiff_t entries() const {
+        return std::distance(fs::directory_iterator(service.path("temp")), fs::directory_iterator());
+    }
+
+    void expectRefusal(const std::vector<std::string>& arguments, const std::string& words) const {
+        const Said said = makeInstallation(arguments);
+        EXPECT_EQ(said.exitCode, 1) << said.words;
+        EXPECT_NE(said.words.find("velbootstrap-tomcat: " + words), std::string::npos) << said.words;
+        EXPECT_TRUE(isUntouched());
+    }
+};
+
+mode_t modeOf(const std::string& file) {
+    struct stat status {};
+    return stat(file.c_str(), &status) == 0 ? status.st_mode & 0777U : 0;
+}
+
+}  // namespace
+
+TEST_F(MakeInstallationTest, PortsAndJavaHomeStandInItsDocuments) {
+    const Said said = makeInstallation({"--port", "9500", folder()});
+    ASSERT_EQ(said.exitCode, 0) << said.words;
+    EXPECT_NE(in("configuration/startup.xml").find(">https://localhost:9500/dispatch<"), std::string::npos);
+    EXPECT_NE(in("configuration/startup.xml").find("unsignedShort\">9501<"), std::string::npos);
+    const std::string environment = in("configuration/zorEnvironmentVars.ini");
+    const std::string home = environment.substr(environment.find("\nJAVA_HOME=") + 11);
+    EXPECT_TRUE(fs::exists(home.substr(0, home.find('\n')) + "/bin/java")) << environment;
+    EXPECT_NE(in("temp/zor.prefs").find("\njava_vendor=Sun ("), std::string::npos);
+    EXPECT_TRUE(fs::is_symlink(folder() + "/bin/velbootstrapservice"));
+    EXPECT_EQ(modeOf(folder() + "/configuration/dispatcher.key"), 0600U);
+    // The way on, as it is to be typed.
+    EXPECT_NE(said.words.find("\n  cd " + folder() + "/bin\n  ./velbootstrapservice -start\n"),
+              std::string::npos);
+}
+
+TEST_F(MakeInstallationTest, RenewingChangesTheCertificatesOnly) {
+    ASSERT_EQ(makeInstallation({folder()}).exitCode, 0);
+    service.write("temp/made/configuration/startup.xml", "edited");
+    const std::string before = in("configuration/dispatcher.pem");
+    EXPECT_EQ(makeInstallation({"--renew", folder()}).exitCode, 0);
+    EXPECT_NE(in("configuration/dispatcher.pem"), before);
+    EXPECT_EQ(in("configuration/startup.xml"), "edited");
+    // The new authority vouches for the new certificate.
+    EXPECT_EQ(say({"openssl", "verify", "-CAfile", folder() + "/configuration/ca.pem",
+                   folder() + "/configuration/dispatcher.pem"})
+                  .exitCode,
+              0);
+}
+
+TEST_F(MakeInstallationTest, AFolderInUseIsLeftAsItIs) {
+    service.write("temp/alpha/note", "mine");
+    const Said said = makeInstallation({service.path("temp/alpha")});
+    EXPECT_EQ(said.exitCode, 1);
+    EXPECT_NE(said.words.find("is there already"), std::string::npos) << said.words;
+    EXPECT_EQ(service.read("temp/alpha/note"), "mine");
+    EXPECT_EQ(entries(), 1);
+}
+
+TEST_F(MakeInstallationTest, AnEmptyFolderIsFilled) {
+    fs::create_directory(folder());
+    EXPECT_EQ(makeInstallation({folder()}).exitCode, 0);
+    EXPECT_TRUE(service.exists("temp/made/tomcat/conf/server.xml"));
+}
+
+TEST_F(MakeInstallationTest, WrongArgumentsAreNamedAndNothingIsMade) {
+    expectRefusal({"--port", "0", folder()}, "--port must be a number from 1 to 65535, not '0'");
+    expectRefusal({"--port", "65536", folder()}, "--port must be a number from 1 to 65535, not '65536'");
+    expectRefusal({"--port", "65535", folder()},
+                  "--shutdown-port must be a number from 1 to 65535, not '65536'");
+    expectRefusal({"--port", "9300", "--shutdown-port", "9300", folder()},
+                  "--port and --shutdown-port must differ");
+    expectRefusal({"--days", "soon", folder()}, "--days must be a number from 1 to 99999, not 'soon'");
+    expectRefusal({"--days"}, "--days needs a value");
+    expectRefusal({"--ports", "1", folder()}, "--ports is no option");
+    expectRefusal({folder(), folder("other")}, "more than one folder");
+    expectRefusal({"--renew", folder()}, folder() + " is no installation");
+    expectRefusal({"--programs", service.path("logs"), folder()},
+                  "no velbootstrapservice in " + service.path("logs") + ": name its folder with --programs");
+}
