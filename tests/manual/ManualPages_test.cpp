@@ -95,6 +95,14 @@ TEST_F(ManualPagesTest, EachOptionThatTheServiceReadsIsDescribed) {
     expectWords("velbootstrapservice.8", options);
 }
 
+TEST_F(ManualPagesTest, EachOptionOfTheTomcatScriptIsDescribed) {
+    ExternalProgram script({(repository::root() / "sample/tomcat/velbootstrap-tomcat").string(), "--help"});
+    ASSERT_EQ(script.waitForEnd(), 0) << script.words();
+    const std::set<std::string> options = matches(script.words(), "(--[a-z-]+)");
+    EXPECT_GE(options.size(), 6U);
+    expectWords("velbootstrap-tomcat.1", options);
+}
+
 TEST_F(ManualPagesTest, EachElementAndAttributeThatTheServiceReadsIsDescribed) {
     std::set<std::string> names;
     for (const char* const file : {"PingChildProcess", "ZORAction", "ZORArgVector", "ZORChildProcess",

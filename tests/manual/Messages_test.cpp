@@ -138,4 +138,31 @@ TEST_F(MessagesTest, EachListedMessageExists) {
     EXPECT_GT(m_rows.size(), 150U);
 }
 
+// Without the marks that join it to what stands before and after it.
+std::string innerPart(const std::string& text) {
+    constexpr const char* kMarks = " :;,.()\"'";
+    const std::size_t begin = text.find_first_not_of(kMarks);
+    if (begin == std::string::npos) return {};
+    return collapsed(text.substr(begin, text.find_last_not_of(kMarks) + 1 - begin));
+}
+
+// In the guide, or in the security library's own chapter.
+TEST_F(MessagesTest, EachReasonOfAFailedConnectionIsMentioned) {
+    const std::string documents =
+        collapsed(m_chapter + repository::read(repository::root() / "docs/transport.md"));
+    std::size_t reasons = 0;
+    for (const char* const file : {"SEKAddress", "SEKDeadline", "SEKErrors", "SEKLibrary", "SEKSettings",
+                                   "SEKSocket", "SEKTlsStream", "SEKUri"}) {
+        const SourceText source(
+            repository::read(repository::root() / "transport" / (std::string(file) + ".cpp")));
+        for (const SourceText::Literal& literal : source.literals()) {
+            const std::string reason = innerPart(literal.text);
+            if (reason.find(' ') == std::string::npos) continue;
+            ++reasons;
+            EXPECT_NE(documents.find(reason), std::string::npos) << file << ": nobody explains: " << reason;
+        }
+    }
+    EXPECT_GT(reasons, 40U);
+}
+
 }  // namespace
