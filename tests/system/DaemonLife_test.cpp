@@ -59,9 +59,10 @@ std::string inheritableDescriptors(pid_t pid) {
 
 class DaemonLifeTest : public SystemTest {
   protected:
-    void bootstrapWith(const ChildXml& child) {
+    void bootstrapWith(const ChildXml& child, Schema schema = Schema::Accepts) {
         BootstrapXml document;
         document.children = {child};
+        document.schema = schema;
         service.bootstrap(document);
     }
 
@@ -237,6 +238,7 @@ TEST_F(DaemonLifeTest, ChildrenStartInTheDocumentsOrder) {
     BootstrapXml document;
     document.children = {ChildXml{.name = "second"}, ChildXml{.name = "first"}};
     document.extra = "<group><more>" + ChildXml{.name = "nested"}.str() + "</more></group>";
+    document.schema = Schema::Refuses;
     service.bootstrap(document);
     fs::create_directory(service.path("temp/nested"));
     const pid_t daemon = runningInForeground();
@@ -410,7 +412,7 @@ TEST_F(DaemonLifeTest, AStubbornChildIsKilledAtTheEndAndASecondSignalChangesNoth
 }
 
 TEST_F(DaemonLifeTest, AStopSignalThatCannotBeSentLeadsToTheKillAtOnce) {
-    bootstrapWith(ChildXml{.stop = "<stop type=\"signal\"><signal signal=\"99\"/></stop>"});
+    bootstrapWith(ChildXml{.stop = "<stop type=\"signal\"><signal signal=\"99\"/></stop>"}, Schema::Refuses);
     const pid_t daemon = runningInForeground();
     ASSERT_TRUE(service.waitForStarts(1));
     stopDaemon(daemon);
