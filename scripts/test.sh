@@ -11,7 +11,8 @@ shift $(($# > 0 ? 1 : 0))
 read -r -a packages <<<"$(build_packages "$preset" | tr '\n' ' ')"
 # The last ones are what the tests start on ports of their own. Installing nginx may also start the
 # machine's web server; the tests neither need nor touch that one.
-install_missing "${packages[@]}" libgtest-dev libxml2-utils openssl nginx-light curl tomcat10-common openjdk-17-jre-headless
+install_missing "${packages[@]}" libgtest-dev openssl nginx-light curl tomcat10-common openjdk-17-jre-headless \
+    libxml2-utils man-db mandoc
 
 cd "$root"
 cmake --preset "$preset"
