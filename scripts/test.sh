@@ -12,7 +12,8 @@ read -r -a packages <<<"$(build_packages "$preset" | tr '\n' ' ')"
 # The last ones are what the tests start on ports of their own. Installing nginx may also start the
 # machine's web server; the tests neither need nor touch that one.
 install_missing "${packages[@]}" libgtest-dev openssl nginx-light curl tomcat10-common openjdk-17-jre-headless \
-    default-jre-headless adduser dpkg-dev file iproute2 lintian logrotate procps systemd
+    libxml2-utils man-db mandoc default-jre-headless adduser dpkg-dev file iproute2 lintian logrotate procps \
+    systemd
 
 cd "$root"
 cmake --preset "$preset"

@@ -20,6 +20,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "SchemaCheck.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -29,6 +31,9 @@ constexpr uid_t kOrdinaryUser = 65534;
 constexpr gid_t kOrdinaryGroup = 65534;
 
 constexpr const char* kPidFile = "logs/velbootstrap_service.pid";
+
+constexpr const char* kBootstrapFile = "bin/bootstrap_linuxi38632.xml";
+constexpr const char* kStartupFile = "configuration/startup.xml";
 
 constexpr const char* kModes[] = {"start", "stop", "isrunning", "run", "default"};
 
@@ -41,6 +46,11 @@ std::string contentOf(const fs::path& path) {
     std::ostringstream content;
     content << file.rdbuf();
     return content.str();
+}
+
+void expectFromSchema(Schema verdict, const char* schema, const std::string& document) {
+    const std::string complaints = schemaComplaints(schema, document);
+    EXPECT_EQ(complaints.empty(), verdict == Schema::Accepts) << complaints << document;
 }
 
 // A hard link where that is possible: the programs are large and every test has its own tree.
@@ -184,16 +194,16 @@ void ServiceUnderTest::copyPrograms() const {
 }
 
 void ServiceUnderTest::writeDocuments() const {
-    std::string logging = "<?xml version=\"1.0\"?><logConfig>";
+    std::string logging = "<?xml version=\"1.0\"?><logConfiguration>";
     for (const std::string mode : kModes) {
         const std::string file = "<file name=\"../logs/" + mode + ".log\" append=\"true\"/>";
         logging.append("<").append(mode).append("><logging level=\"DEBUG\"><logFiles>").append(file);
         logging.append("</logFiles></logging></").append(mode).append(">");
     }
-    write("bin/zorlogconfig.xml", logging + "</logConfig>");
-    startup(startupDefaults());
-    bootstrap(BootstrapXml{});
-    fs::create_directory(m_root / "temp/alpha");
+    write("bin/zorlogconfig.xml", logging + "</logConfiguration>");
+    // Not held against the schemas each time: one test does that for all.
+    writeStartup(startupDefaults());
+    writeBootstrap(BootstrapXml{});
 }
 
 std::string ServiceUnderTest::path(const std::string& relative) const {
@@ -219,7 +229,12 @@ void ServiceUnderTest::remove(const std::string& relative) const {
 }
 
 void ServiceUnderTest::bootstrap(const BootstrapXml& document) const {
-    write("bin/bootstrap_linuxi38632.xml", document.str());
+    writeBootstrap(document);
+    expectFromSchema(document.schema, "bootstrap", read(kBootstrapFile));
+}
+
+void ServiceUnderTest::writeBootstrap(const BootstrapXml& document) const {
+    write(kBootstrapFile, document.str());
     for (const ChildXml& child : document.children)
         fs::create_directories(m_root / "temp" / child.name);
 }
@@ -230,10 +245,16 @@ std::string ServiceUnderTest::startupDefaults() {
            "<internalDispatcher>https://localhost:9300/dispatch</internalDispatcher>";
 }
 
-void ServiceUnderTest::startup(const std::string& elements) const {
-    write("configuration/startup.xml",
+void ServiceUnderTest::startup(const std::string& elements, Schema schema) const {
+    writeStartup(elements);
+    expectFromSchema(schema, "startup", read(kStartupFile));
+}
+
+void ServiceUnderTest::writeStartup(const std::string& elements) const {
+    write(kStartupFile,
           "<startupConfiguration xmlns:vrx=\"urn:velmora:startup\" "
-          "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\">" +
+          "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+          "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">" +
               elements + "</startupConfiguration>");
 }
 

@@ -37,6 +37,10 @@ class ReservedPort {
     int m_port = 0;
 };
 
+// Whether the schemas accept a document. A test that is about a mistake says so; the mistake is then one that the
+// schema must find, too.
+enum class Schema { Accepts, Refuses };
+
 // A "process" element with defaults: the fake child, stopped by SIGTERM, without a ping. Its folder is
 // temp/<name>.
 struct ChildXml {
@@ -62,6 +66,7 @@ struct BootstrapXml {
     std::string daemonSpawn =
         "<daemonSpawn><path>${bin_path}/velbootstrapservice</path><param>runAsDaemon</param>"
         "<param>-java_home=${java_home}</param></daemonSpawn>";
+    Schema schema = Schema::Accepts;
 
     std::string str() const;
 };
@@ -98,8 +103,10 @@ class ServiceUnderTest {
     std::string read(const std::string& relative) const;
     bool exists(const std::string& relative) const;
     void remove(const std::string& relative) const;
+    // Both hold the document against its schema.
     void bootstrap(const BootstrapXml& document) const;
-    void startup(const std::string& elements) const;  // configuration/startup.xml around these
+    // configuration/startup.xml around these elements
+    void startup(const std::string& elements, Schema schema = Schema::Accepts) const;
     static std::string startupDefaults();
     void useLibrary(const std::string& file) const;  // as the security library, in place of the real one
     // From here on programs run as a user who may not do everything; the tree is made theirs.
@@ -153,6 +160,8 @@ class ServiceUnderTest {
 
   private:
     void writeDocuments() const;
+    void writeBootstrap(const BootstrapXml& document) const;
+    void writeStartup(const std::string& elements) const;
     void copyPrograms() const;
     std::vector<std::string> environmentOf(const Launch& launch) const;
     [[noreturn]] void becomeProgram(const Launch& launch, const std::string& out,

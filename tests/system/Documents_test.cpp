@@ -56,6 +56,7 @@ class DocumentsTest : public SystemTest {
     std::string processComplaints(const std::string& process) {
         BootstrapXml document;
         document.extra = process;
+        document.schema = Schema::Refuses;
         service.bootstrap(document);
         return complaints(1);
     }
@@ -133,6 +134,7 @@ TEST_F(DocumentsTest, ABootstrapDocumentWithoutProcessesFails) {
 TEST_F(DocumentsTest, ABootstrapDocumentWithoutADaemonSpawnFails) {
     BootstrapXml document;
     document.daemonSpawn = "";
+    document.schema = Schema::Refuses;
     service.bootstrap(document);
     EXPECT_EQ(complaints(1),
               "FATAL ZORBootstrapService required element \"daemonSpawn\" is missing.\n" + cannotProcess());
@@ -141,6 +143,7 @@ TEST_F(DocumentsTest, ABootstrapDocumentWithoutADaemonSpawnFails) {
 TEST_F(DocumentsTest, ADaemonSpawnWithoutAPathFailsInAllModes) {
     BootstrapXml document;
     document.daemonSpawn = "<daemonSpawn><param>runAsDaemon</param></daemonSpawn>";
+    document.schema = Schema::Refuses;
     service.bootstrap(document);
     EXPECT_EQ(complaints(1),
               "FATAL ZORSpawnAction required attribute \"path\" is missing\n"
@@ -151,6 +154,7 @@ TEST_F(DocumentsTest, ADaemonSpawnWithoutAPathFailsInAllModes) {
 
 TEST_F(DocumentsTest, APollIntervalOfZeroFails) {
     BootstrapXml document;
+    document.schema = Schema::Refuses;
     for (const char* const interval : {"0", "often"}) {
         document.manager = std::string("<processManager pollIntervalsec=\"") + interval + "\"/>";
         service.bootstrap(document);
@@ -164,6 +168,7 @@ TEST_F(DocumentsTest, APollIntervalOfZeroFails) {
 TEST_F(DocumentsTest, ABadProcessIsDroppedAndTheOthersStay) {
     BootstrapXml document;
     document.extra = "<process name=\"bad\"/>";
+    document.schema = Schema::Refuses;
     service.bootstrap(document);
     const pid_t daemon = runningInForeground();
     EXPECT_TRUE(service.waitForStarts(1));
@@ -221,6 +226,7 @@ TEST_F(DocumentsTest, ADocumentWhoseEveryProcessIsBadStillLoads) {
     BootstrapXml document;
     document.children.clear();
     document.extra = "<process name=\"bad\"/>";
+    document.schema = Schema::Refuses;
     service.bootstrap(document);
     service.run({"-isrunning"});
     EXPECT_TRUE(service.logged("INFO", "ZORBootstrapService", "Process is not running.", "isrunning"));
@@ -250,7 +256,7 @@ TEST_F(DocumentsTest, WithoutAStartupConfigurationItsPropertiesAreMissing) {
 }
 
 TEST_F(DocumentsTest, AStartupConfigurationWithoutTheServicesElementIsLikeNone) {
-    service.startup("<temp>../temp</temp>");
+    service.startup("<temp>../temp</temp>", Schema::Refuses);
     EXPECT_EQ(complaints(0).substr(0, 86),
               "ERROR ZORBootstrapService failed to find ZOR element in bootstrap config (via CFGAPI)\n");
 }
@@ -288,7 +294,7 @@ TEST_F(DocumentsTest, AWrongStartupConfigurationStartsNothing) {
 TEST_F(DocumentsTest, AParameterOfAnotherTypeIsNotFound) {
     service.startup(
         "<ZOR><vrx:parameter name=\"shutdownPort\"><vrx:value xsi:type=\"xsd:unsignedInt\">9399</vrx:value>"
-        "</vrx:parameter></ZOR>");
+        "</vrx:parameter></ZOR><temp>../temp</temp>");
     service.run({"-isrunning"});
     EXPECT_TRUE(service.logged(
         "WARN", "ZORBootstrapService",

@@ -307,6 +307,7 @@ TEST_F(SupervisionTest, AnEmptyLimitFileChangesNothing) {
 TEST_F(SupervisionTest, ANegativeIntervalMeansNoSupervisionAndNoStop) {
     BootstrapXml document;
     document.manager = "<processManager pollIntervalsec=\"-1\"/>";
+    document.schema = Schema::Refuses;
     service.bootstrap(document);
     const pid_t daemon = runningInForeground();
     ASSERT_TRUE(service.waitForStarts(1));
@@ -326,6 +327,7 @@ TEST_F(SupervisionTest, TheLimitsFollowTheStartupConfiguration) {
         "<vrx:value xsi:type=\"xsd:unsignedShort\">2</vrx:value></vrx:parameter></ZOR><temp>../temp</temp>");
     BootstrapXml document;
     document.manager = "<processManager pollIntervalsec=\"10\" checkForShutdownIntervalms=\"-5\"/>";
+    document.schema = Schema::Refuses;
     service.bootstrap(document);
     service.run({"-isrunning"});
     EXPECT_TRUE(

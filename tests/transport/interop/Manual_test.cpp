@@ -1,29 +1,10 @@
 // The administrator's page: its commands are run as printed, in the installation's configuration folder, and each
 // of its examples of sek.cnf serves a connection.
 
-#include <fstream>
-
 #include "InteropTest.h"
+#include "MarkdownBlocks.h"
 
 namespace {
-
-// The contents of the page's blocks of that language, in order.
-std::vector<std::string> blocksOf(const std::string& language) {
-    std::ifstream page(TRANSPORT_MANUAL);
-    std::vector<std::string> blocks;
-    bool inside = false;
-    for (std::string line; std::getline(page, line);) {
-        if (inside && line == "```") {
-            inside = false;
-        } else if (inside) {
-            blocks.back() += line + "\n";
-        } else if (line == "```" + language) {
-            blocks.emplace_back();
-            inside = true;
-        }
-    }
-    return blocks;
-}
 
 class ManualTest : public InteropTest {
   protected:
@@ -39,9 +20,9 @@ class ManualTest : public InteropTest {
 
     void SetUp() override {
         InteropTest::SetUp();
-        m_examples = blocksOf("ini");
+        m_examples = markdownBlocks(TRANSPORT_MANUAL, "ini");
         ASSERT_EQ(m_examples.size(), Server + 1U);
-        for (const std::string& commands : blocksOf("sh"))
+        for (const std::string& commands : markdownBlocks(TRANSPORT_MANUAL, "sh"))
             run(commands);
     }
     void run(const std::string& commands) const {
