@@ -72,6 +72,7 @@ check_rights() {
     expect_equal "files that are not root's" "" "$(awk '$2 != "root/root" { print $6 }' "$listing")"
     expect_equal "files others can write" "" "$(awk '/^[^l]....w/ || /^[^l].......w/ { print $6 }' "$listing")"
     expect_equal "programs" "./usr/lib/velbootstrapservice/velbootstrapservice
+./usr/share/velbootstrapservice/samples/bin/housekeeping
 ./usr/share/velbootstrapservice/tomcat/make-certificates
 ./usr/share/velbootstrapservice/tomcat/velbootstrap-tomcat" "$(awk '/^-..x/ { print $6 }' "$listing" | sort)"
 }
