@@ -36,6 +36,7 @@ copy_configuration() {
     local sample=$root/sample/install
     mkdir -p "$stage/logs" "$stage/temp"
     install -m 644 "$sample"/bin/*.xml "$stage/bin/"
+    install -m 755 "$sample/bin/housekeeping" "$stage/bin/"
     install -m 644 "$sample"/configuration/* "$stage/configuration/"
     sed -i "s|localhost:9300|localhost:$port|" "$stage/configuration/startup.xml"
 }

@@ -1,4 +1,4 @@
-// The daemon as a process: how it detaches, what children inherit, how signals end it, what it leaves behind.
+// The daemon as a process: how it detaches, what children are given, how signals end it, what it leaves behind.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "ProcessView.h"
 #include "ServiceUnderTest.h"
 
 namespace fs = std::filesystem;
@@ -18,44 +19,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kPidFile = "logs/velbootstrap_service.pid";
-
-std::string contentOfProc(pid_t pid, const std::string& file) {
-    std::ifstream stream("/proc/" + std::to_string(pid) + "/" + file);
-    std::ostringstream content;
-    content << stream.rdbuf();
-    return content.str();
-}
-
-// The value after "<key>:" and a tab, up to the end of the line.
-std::string field(const std::string& text, const std::string& key) {
-    const std::size_t at = ("\n" + text).find("\n" + key + ":");
-    if (at == std::string::npos) return "";
-    const std::size_t from = text.find_first_not_of("\t ", at + key.size() + 1);
-    return text.substr(from, text.find('\n', from) - from);
-}
-
-std::string target(pid_t pid, const std::string& link) {
-    std::error_code error;
-    return fs::read_symlink("/proc/" + std::to_string(pid) + "/" + link, error).string();
-}
-
-std::size_t entriesOf(pid_t pid, const char* folder) {
-    const fs::directory_iterator entries("/proc/" + std::to_string(pid) + "/" + folder);
-    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-}
-
-// Descriptors above the standard three that a program started from this process would get.
-std::string inheritableDescriptors(pid_t pid) {
-    std::string found;
-    for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fdinfo")) {
-        const std::string number = entry.path().filename().string();
-        const std::string info = contentOfProc(pid, "fdinfo/" + number);
-        const unsigned long flags = std::strtoul(field(info, "flags").c_str(), nullptr, 8);
-        if (std::atoi(number.c_str()) > STDERR_FILENO && (flags & O_CLOEXEC) == 0)
-            found += number + " " + target(pid, "fd/" + number) + "\n";
-    }
-    return found;
-}
 
 class DaemonLifeTest : public SystemTest {
   protected:
@@ -82,12 +45,11 @@ TEST_F(DaemonLifeTest, TheDaemonLeavesItsStarterBehind) {
     EXPECT_NE(getsid(daemon), getsid(0));
     EXPECT_NE(getsid(daemon), daemon) << "a session leader could gain a terminal";
     EXPECT_EQ(getpgid(daemon), getsid(daemon));
-    EXPECT_EQ(field(contentOfProc(daemon, "status"), "PPid"), std::to_string(getpid()))
-        << "its parents are gone";
+    EXPECT_EQ(ProcessView(daemon).status("PPid"), std::to_string(getpid())) << "its parents are gone";
     for (const char* const descriptor : {"fd/0", "fd/1", "fd/2"})
-        EXPECT_EQ(target(daemon, descriptor), "/dev/null");
-    EXPECT_EQ(target(daemon, "cwd"), service.path("bin"));
-    EXPECT_EQ(target(daemon, "exe"), service.path("bin/velbootstrapservice"));
+        EXPECT_EQ(ProcessView(daemon).target(descriptor), "/dev/null");
+    EXPECT_EQ(ProcessView(daemon).target("cwd"), service.path("bin"));
+    EXPECT_EQ(ProcessView(daemon).target("exe"), service.path("bin/velbootstrapservice"));
     EXPECT_EQ(service.processes().size(), 2U) << "daemon and child, no process between";
     stopDaemon(daemon);
 }
@@ -118,7 +80,7 @@ TEST_F(DaemonLifeTest, ADaemonHasThreeThreads) {
 #else
     constexpr std::size_t kOfTheSanitizer = 0;
 #endif
-    EXPECT_EQ(entriesOf(daemon, "task"), 3U + kOfTheSanitizer) << "main, signals, supervisor";
+    EXPECT_EQ(ProcessView(daemon).entriesOf("task"), 3U + kOfTheSanitizer) << "main, signals, supervisor";
     stopDaemon(daemon);
 }
 
@@ -127,11 +89,12 @@ TEST_F(DaemonLifeTest, EveryThreadBlocksTheTerminationSignals) {
     ASSERT_TRUE(service.waitForLog("DEBUG", "PingChildProcess", "entering timedWait, interval = 1000"));
     for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(daemon) + "/task")) {
         const std::string status =
-            contentOfProc(daemon, "task/" + task.path().filename().string() + "/status");
-        const unsigned long blocked = std::strtoul(field(status, "SigBlk").c_str(), nullptr, 16);
+            ProcessView(daemon).content("task/" + task.path().filename().string() + "/status");
+        const unsigned long blocked = std::strtoul(ProcessView::field(status, "SigBlk").c_str(), nullptr, 16);
         for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGTERM}) {
             // The signal thread takes them while it waits: its mask shows them as open then.
-            const bool waits = contentOfProc(daemon, "task/" + task.path().filename().string() + "/wchan")
+            const bool waits = ProcessView(daemon)
+                                   .content("task/" + task.path().filename().string() + "/wchan")
                                    .find("sigtimedwait") != std::string::npos;
             EXPECT_TRUE(waits || (blocked >> (signal - 1) & 1) != 0) << signal;
         }
@@ -139,12 +102,12 @@ TEST_F(DaemonLifeTest, EveryThreadBlocksTheTerminationSignals) {
     stopDaemon(daemon);
 }
 
-// ---- What children inherit ----
+// ---- What children are given ----
 
 TEST_F(DaemonLifeTest, AChildIsGivenTheStandardStreamsAndNothingElse) {
     const pid_t daemon = runningDaemon();
     EXPECT_EQ(service.childFile("alpha", "fds"), "0 /dev/null\n1 /dev/null\n2 /dev/null\n");
-    EXPECT_EQ(inheritableDescriptors(daemon), "");
+    EXPECT_EQ(ProcessView(daemon).inheritableDescriptors(), "");
     stopDaemon(daemon);
 }
 
@@ -152,7 +115,7 @@ TEST_F(DaemonLifeTest, TheMarkersDescriptorStaysInTheDaemon) {
     service.write("temp/zordaemonwait", "");
     const pid_t daemon = runningInForeground();
     ASSERT_TRUE(service.waitForStarts(1));
-    EXPECT_EQ(inheritableDescriptors(daemon), "");
+    EXPECT_EQ(ProcessView(daemon).inheritableDescriptors(), "");
     EXPECT_EQ(service.childFile("alpha", "fds").find("zordaemonwait"), std::string::npos);
     stopDaemon(daemon);
 }
@@ -169,24 +132,6 @@ TEST_F(DaemonLifeTest, ADescriptorOfTheCallerIsPassedOn) {
     close(handed);
     ASSERT_TRUE(service.waitFor("the PID file", [&] { return service.daemonPid() == program; }));
     stopDaemon(program);
-}
-
-TEST_F(DaemonLifeTest, AChildHasTheDaemonsSignalState) {
-    const pid_t daemon = runningDaemon();
-    const std::string status = service.childFile("alpha", "status");
-    EXPECT_EQ(field(status, "SigBlk"), "0000000000004007") << "SIGHUP, SIGINT, SIGQUIT and SIGTERM";
-    EXPECT_EQ(field(status, "SigIgn"), "0000000000011000") << "SIGPIPE and SIGCHLD";
-    EXPECT_EQ(field(status, "SigPnd"), "0000000000000000");
-    stopDaemon(daemon);
-}
-
-TEST_F(DaemonLifeTest, AChildHasTheDaemonsSessionGroupAndFolder) {
-    const pid_t daemon = runningDaemon();
-    std::ostringstream expected;
-    expected << daemon << ' ' << getsid(daemon) << ' ' << getpgid(daemon) << '\n'
-             << service.path("bin") << '\n';
-    EXPECT_EQ(service.childFile("alpha", "ids"), expected.str());
-    stopDaemon(daemon);
 }
 
 TEST_F(DaemonLifeTest, AChildHasTheStartersEnvironment) {
@@ -505,12 +450,12 @@ TEST_F(DaemonLifeTest, RestartsCostNoDescriptorAndNoThread) {
     bootstrapWith(ChildXml{.options = {"exit"}});
     const pid_t daemon = runningInForeground();
     ASSERT_TRUE(service.waitForStarts(2));
-    const std::size_t descriptors = entriesOf(daemon, "fd");
-    const std::size_t threads = entriesOf(daemon, "task");
+    const std::size_t descriptors = ProcessView(daemon).entriesOf("fd");
+    const std::size_t threads = ProcessView(daemon).entriesOf("task");
     ASSERT_TRUE(service.waitForStarts(8));
-    EXPECT_EQ(entriesOf(daemon, "fd"), descriptors);
-    EXPECT_EQ(entriesOf(daemon, "task"), threads);
-    EXPECT_EQ(field(contentOfProc(daemon, "status"), "State").substr(0, 1), "S");
+    EXPECT_EQ(ProcessView(daemon).entriesOf("fd"), descriptors);
+    EXPECT_EQ(ProcessView(daemon).entriesOf("task"), threads);
+    EXPECT_EQ(ProcessView(daemon).status("State").substr(0, 1), "S");
     stopDaemon(daemon);
 }
 
@@ -533,11 +478,11 @@ TEST_F(DaemonLifeTest, PingsCostNoDescriptorAndNoThread) {
         });
     };
     ASSERT_TRUE(idle(1));
-    const std::size_t descriptors = entriesOf(daemon, "fd");
-    const std::size_t threads = entriesOf(daemon, "task");
+    const std::size_t descriptors = ProcessView(daemon).entriesOf("fd");
+    const std::size_t threads = ProcessView(daemon).entriesOf("task");
     ASSERT_TRUE(idle(4));
-    EXPECT_EQ(entriesOf(daemon, "fd"), descriptors);
-    EXPECT_EQ(entriesOf(daemon, "task"), threads);
+    EXPECT_EQ(ProcessView(daemon).entriesOf("fd"), descriptors);
+    EXPECT_EQ(ProcessView(daemon).entriesOf("task"), threads);
     stopDaemon(daemon);
 }
 

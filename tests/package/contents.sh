@@ -1,0 +1,102 @@
+#!/usr/bin/env bash
+# contents.sh SOURCES PACKAGES: what the package holds, to whom it belongs, which of it is the administrator's, and what
+# the package asks for.
+# shellcheck source=tests/package/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+package=$(echo "$packages"/velbootstrapservice_*.deb)
+tree=$scratch/tree
+unpack velbootstrapservice "$tree"
+
+expect_link() { expect_equal "/$1" "$2" "$(readlink "$tree/$1" || true)"; }
+expect_same() { expect "/$1" cmp "$tree/$1" "$sources/$2"; }
+
+# Every file of a source folder, under the same name.
+expect_all_of() {
+    local file
+    for file in "$sources/$2"/*; do
+        [[ ! -f $file ]] || expect_same "$1/${file##*/}" "$2/${file##*/}"
+    done
+}
+
+check_places() {
+    expect_link usr/sbin/velbootstrapservice ../lib/velbootstrapservice/velbootstrapservice
+    expect_link usr/bin/velbootstrap-tomcat ../share/velbootstrapservice/tomcat/velbootstrap-tomcat
+    expect_link var/lib/velbootstrapservice/configuration /etc/velbootstrapservice
+    expect_link var/lib/velbootstrapservice/logs ../../log/velbootstrapservice
+    expect_link var/lib/velbootstrapservice/tomcat/conf /etc/velbootstrapservice/tomcat
+    expect_link var/lib/velbootstrapservice/tomcat/logs ../../../log/velbootstrapservice/tomcat
+    expect_link var/lib/velbootstrapservice/bin/velbootstrapservice /usr/lib/velbootstrapservice/velbootstrapservice
+    expect_link var/lib/velbootstrapservice/bin/bootstrap_linuxi38632.xml \
+        /etc/velbootstrapservice/bootstrap_linuxi38632.xml
+    expect_link var/lib/velbootstrapservice/bin/zorlogconfig.xml /etc/velbootstrapservice/zorlogconfig.xml
+    expect "bin/ is a folder" test ! -L "$tree/var/lib/velbootstrapservice/bin"
+}
+
+# Installed under another name than in the source tree, or in a tree of its own.
+check_files() {
+    expect_all_of etc/velbootstrapservice sample/tomcat/bin
+    expect_all_of etc/velbootstrapservice sample/tomcat/configuration
+    expect_all_of etc/velbootstrapservice/tomcat sample/tomcat/tomcat/conf
+    expect_all_of usr/share/velbootstrapservice/tomcat/bin sample/tomcat/bin
+    expect_all_of usr/share/velbootstrapservice/tomcat/configuration sample/tomcat/configuration
+    expect_all_of usr/share/velbootstrapservice/tomcat/tomcat/conf sample/tomcat/tomcat/conf
+    expect_all_of usr/share/velbootstrapservice/tomcat/tomcat/webapps/dispatch sample/tomcat/tomcat/webapps/dispatch
+    expect_all_of usr/share/velbootstrapservice/samples/bin sample/install/bin
+    expect_all_of usr/share/velbootstrapservice/samples/configuration sample/install/configuration
+    expect_all_of usr/share/velbootstrapservice/schemas schemas
+    expect_same lib/systemd/system/velbootstrapservice.service packaging/systemd/velbootstrapservice.service
+    expect_same lib/systemd/system/velbootstrapservice-foreground.service \
+        packaging/systemd/velbootstrapservice-foreground.service
+    expect_same lib/systemd/system/velbootstrapservice.service.d/sandbox.conf packaging/systemd/sandbox.conf
+    expect_same lib/systemd/system/velbootstrapservice-foreground.service.d/sandbox.conf packaging/systemd/sandbox.conf
+    expect_same usr/lib/tmpfiles.d/velbootstrapservice.conf packaging/systemd/tmpfiles.conf
+    expect_same usr/lib/sysusers.d/velbootstrapservice.conf packaging/systemd/sysusers.conf
+    expect_same etc/logrotate.d/velbootstrapservice packaging/logrotate
+    expect_same usr/share/bash-completion/completions/velbootstrapservice packaging/completion.bash
+    expect_same usr/share/doc/velbootstrapservice/copyright packaging/debian/copyright
+}
+
+check_pages() {
+    local page name
+    while read -r page; do
+        name=${page##*/}
+        expect "the page $name" cmp "$page" <(zcat "$tree/usr/share/man/man${name##*.}/$name.gz")
+    done < <(find "$sources/packaging" -path '*/man/*.[1-8]')
+}
+
+# Everything is root's and can be changed by nobody else; only programs and scripts can be run.
+check_rights() {
+    local listing=$scratch/listing
+    dpkg-deb --contents "$package" >"$listing"
+    expect_equal "files that are not root's" "" "$(awk '$2 != "root/root" { print $6 }' "$listing")"
+    expect_equal "files others can write" "" "$(awk '/^[^l]....w/ || /^[^l].......w/ { print $6 }' "$listing")"
+    expect_equal "programs" "./usr/lib/velbootstrapservice/velbootstrapservice
+./usr/share/velbootstrapservice/tomcat/make-certificates
+./usr/share/velbootstrapservice/tomcat/velbootstrap-tomcat" "$(awk '/^-..x/ { print $6 }' "$listing" | sort)"
+}
+
+check_conffiles() {
+    expect_equal "conffiles" "$(cd "$tree" && find etc -type f -printf '/%p\n' | sort)" \
+        "$(dpkg-deb --ctrl-tarfile "$package" | tar -xO ./conffiles | sort)"
+}
+
+field() { dpkg-deb --field "$package" "$1"; }
+
+check_fields() {
+    local library
+    expect_equal "Architecture" "$(dpkg --print-architecture)" "$(field Architecture)"
+    expect_equal "Version" "$(dpkg-parsechangelog -l "$sources/packaging/debian/changelog" -S Version)" "$(field Version)"
+    for library in libc6 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers; do
+        expect "Depends names $library" grep -qF "$library" <(field Depends)
+    done
+    expect_equal "Recommends" "default-jre-headless, openssl, tomcat10-common" "$(field Recommends)"
+}
+
+check_places
+check_files
+check_pages
+check_rights
+check_conffiles
+check_fields
+verdict

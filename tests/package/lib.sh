@@ -1,0 +1,57 @@
+# shellcheck shell=bash
+# What the tests of this folder share. Sourced with the test's arguments: the source tree, the folder with the
+# packages. A test tells everything that is wrong and fails in verdict().
+set -euo pipefail
+
+# Not every test needs the sources.
+# shellcheck disable=SC2034
+sources=$1
+packages=$2
+failures=0
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+give_up() {
+    printf 'Cannot test: %s\n' "$*" >&2
+    exit 1
+}
+
+wrong() {
+    printf 'WRONG: %s\n' "$*" >&2
+    failures=$((failures + 1))
+}
+
+# expect_equal WHAT EXPECTED ACTUAL
+expect_equal() {
+    [[ $2 == "$3" ]] || wrong "$1 is '$3', expected '$2'"
+}
+
+# expect WHAT COMMAND...: the command must succeed.
+expect() {
+    local what=$1 words
+    shift
+    words=$("$@" 2>&1) || wrong "$what; $*: $words"
+}
+
+# expect_not WHAT COMMAND...: the command must fail.
+expect_not() {
+    local what=$1
+    shift
+    if "$@" >/dev/null 2>&1; then
+        wrong "$what; succeeded: $*"
+    fi
+}
+
+verdict() {
+    if ((failures > 0)); then
+        echo "$failures wrong" >&2
+        exit 1
+    fi
+    echo "all as expected"
+}
+
+# The package, unpacked in a folder of its own.
+unpack() {
+    mkdir -p "$2"
+    dpkg-deb --extract "$(echo "$packages/$1"_*.deb)" "$2"
+}
