@@ -24,7 +24,7 @@ std::string contentOf(const fs::path& path) {
 std::string schemaOf(const fs::path& file) {
     const std::string name = file.filename().string();
     if (file.extension() != ".xml") return {};
-    for (const std::string schema : {"bootstrap", "zorlogconfig", "startup"}) {
+    for (std::string schema : {"bootstrap", "zorlogconfig", "startup"}) {
         if (name.compare(0, schema.size(), schema) == 0) return schema;
     }
     return {};
