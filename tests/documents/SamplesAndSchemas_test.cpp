@@ -2,8 +2,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
-#include <sstream>
 
 #include "ExternalProgram.h"
 #include "SchemaCheck.h"
@@ -15,9 +15,7 @@ namespace {
 
 std::string contentOf(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // By the beginning of the file's name; empty for a document of another program.
