@@ -41,26 +41,32 @@ void accept(const std::vector<Change>& changes) {
 
 // ---- Accepted ----
 
+// M is the manager, D the daemon's start; a small letter is a process of that name.
 TEST(BootstrapSchemaTest, EveryOrderBelowTheRootIsAccepted) {
-    const std::string m = kManager;
-    const std::string d = kDaemon;
-    const std::string a = process("a");
-    const std::string b = process("b");
-    for (const std::string& elements :
-         {m + a + d, m + d + a, m + a + d + b, m + d + a + b, d + a, d + m + a, d + a + m, d + m + a + b,
-          d + a + m + b, a + d, a + m + d, a + d + m, a + m + b + d, a + d + b + m, a + b + m + d,
-          a + b + d + m, a + m + d + b, a + d + m + b})
+    for (const std::string order :
+         {"aD", "aMD", "aDM", "abMceD", "abMDce", "abMceDfg", "abDceM", "abDMce", "abDceMfg", "MaD", "MDa",
+          "MabDce", "MDab", "Da", "DaM", "DMa", "DabMce", "DMab"}) {
+        std::string elements;
+        for (const char element : order) {
+            if (element == 'M') elements += kManager;
+            if (element == 'D') elements += kDaemon;
+            if (element >= 'a') elements += process(std::string(1, element));
+        }
         expectAccepted("bootstrap", root(elements), {});
+    }
 }
 
+// S is the start, T the stop, P the ping.
 TEST(BootstrapSchemaTest, EveryOrderInAProcessIsAccepted) {
-    const std::string start = kStart;
-    const std::string stop = kStop;
-    const std::string ping = kPing;
-    for (const std::string& elements :
-         {start + stop, stop + start, start + stop + ping, start + ping + stop, stop + start + ping,
-          stop + ping + start, ping + start + stop, ping + stop + start})
-        expectAccepted("bootstrap", root("<process name=\"a\">" + elements + "</process>" + kDaemon), {});
+    for (const std::string order : {"ST", "TS", "STP", "SPT", "TSP", "TPS", "PST", "PTS"}) {
+        std::string elements = "<process name=\"a\">";
+        for (const char element : order) {
+            if (element == 'S') elements += kStart;
+            if (element == 'T') elements += kStop;
+            if (element == 'P') elements += kPing;
+        }
+        expectAccepted("bootstrap", root(elements + "</process>" + kDaemon), {});
+    }
 }
 
 TEST(BootstrapSchemaTest, TheThreeWaysToStopAreAccepted) {
@@ -112,6 +118,7 @@ TEST(BootstrapSchemaTest, ArgumentsAreAnyText) {
             {"<param/>", "<param>$$name=${value}</param>"},
             {"<path", "<param>first</param><path"},
             {"${bin_path}/program", "program"},
+            {"${bin_path}/program", "p"},
             {"${bin_path}/program", "/opt/my programs/one"},
             {"\"PING\"", "\"GET /ready HTTP/1.0&#13;&#10;&#13;&#10;\""},
             {"\"READY\"", "\"$READY$\""},
@@ -221,6 +228,7 @@ TEST(BootstrapSchemaTest, NumbersThatTheServiceMisreadsAreFound) {
             number("wait_time", "2", "2147484"),
             number("sockIOTimeoutSec", "5", "0"),
             number("sockIOTimeoutSec", "5", "-2"),
+            number("sockIOTimeoutSec", "5", "2147484"),
             number("sockIOTimeoutSec", "5", "${dispatcherPingTimeout}"),
             number("responseSize", "64", "64k"),
             number("responseSize", "64", "-1"),

@@ -2,8 +2,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
-#include <sstream>
 
 #include "ExternalProgram.h"
 #include "SchemaCheck.h"
@@ -15,16 +15,14 @@ namespace {
 
 std::string contentOf(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // By the beginning of the file's name; empty for a document of another program.
 std::string schemaOf(const fs::path& file) {
     const std::string name = file.filename().string();
     if (file.extension() != ".xml") return {};
-    for (const std::string schema : {"bootstrap", "zorlogconfig", "startup"}) {
+    for (std::string schema : {"bootstrap", "zorlogconfig", "startup"}) {
         if (name.compare(0, schema.size(), schema) == 0) return schema;
     }
     return {};

@@ -61,6 +61,8 @@ TEST(StartupSchemaTest, ValuesMayBeWhatTheServiceReads) {
                     {">1024<", ">4294967295<"},
                     {"IPv4", "IPv6"},
                     {"../temp", "/var/tmp/my temp"},
+                    {"../temp", "t"},
+                    {"</vrx:value>", "</vrx:value><vrx:value xsi:type=\"xsd:unsignedInt\">70</vrx:value>"},
                     {"https://localhost:9300/dispatch", "tcp://127.0.0.1:9300"},
                     {"https://localhost:9300/dispatch", "https://[::1]:9300/dispatch"},
                     {"https://localhost:9300/dispatch", "https://localhost:${port}/dispatch"},

@@ -23,6 +23,7 @@ TEST(ZorlogconfigSchemaTest, SectionsAndDestinationsComeInAnyOrder) {
     expectAccepted("zorlogconfig", "<logConfiguration>" + all + "</logConfiguration>", {});
     expectAccepted("zorlogconfig", document(),
                    {{section("start"), ""},
+                    {section("run"), ""},
                     {kFiles, "<logFiles><stderr/><stdout/><file name=\"a\"/><file name=\"b\"/></logFiles>"},
                     {R"( level="INFO")", ""},
                     {R"( append="true")", ""},

@@ -6,6 +6,7 @@
 
 #include "ExternalProgram.h"
 #include "Repository.h"
+#include "SchemaCheck.h"
 #include "ServiceUnderTest.h"
 #include "SourceText.h"
 
@@ -126,7 +127,9 @@ TEST_F(ManualPagesTest, TheExampleOfADocumentIsAcceptedWhole) {
     const std::string last = "</bootstrap>";
     const std::size_t end = text.find(last);
     ASSERT_LT(begin, end);
-    service.write("bin/bootstrap_linuxi38632.xml", text.substr(begin, end + last.size() - begin));
+    const std::string example = text.substr(begin, end + last.size() - begin);
+    EXPECT_EQ(schemaComplaints("bootstrap", example), "");
+    service.write("bin/bootstrap_linuxi38632.xml", example);
     const std::string log = ServiceUnderTest::normalised(service.run({"-isrunning", "-stdoutLog=DEBUG"}).out);
     EXPECT_EQ(matches(log, "(?:^|\n)((?:FATAL|ERROR) .*)"), std::set<std::string>{});
     EXPECT_EQ(matches(log, "preparing process named (.*)"), (std::set<std::string>{"helper", "server"}));
