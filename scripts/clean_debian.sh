@@ -12,7 +12,6 @@ package=$(find "$root/build/release/package" -name 'velbootstrapservice_*.deb' 2
 [[ -n $package ]] || fail "no package: run scripts/package.sh first"
 install_missing debootstrap systemd-container
 
-mirror=${DEBIAN_MIRROR:-http://deb.debian.org/debian}
 container=
 scratch=
 if (($# > 0)); then
@@ -36,7 +35,7 @@ clean_up() {
 make_system() {
     [[ ! -e $system/etc/debian_version ]] || return 0
     echo "Making a minimal Debian 12"
-    debootstrap --variant=minbase --include=systemd,systemd-sysv,dbus bookworm "$system" "$mirror" >"$words" 2>&1 ||
+    debootstrap --variant=minbase --include=systemd,systemd-sysv,dbus bookworm "$system" >"$words" 2>&1 ||
         fail "debootstrap failed: $(tail -n 5 "$words")"
 }
 

@@ -8,7 +8,8 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 if ((EUID != 0)); then
     sudo -n true 2>/dev/null || give_up "a copy of the machine needs root: run the tests as root, or with a sudo" \
         "that asks for no password"
-    exec sudo -n "${BASH_SOURCE[0]}" "$@"
+    sudo -n "${BASH_SOURCE[0]}" "$@"
+    exit
 fi
 unshare --mount --pid --net --ipc --fork true || give_up "this machine gives no namespaces"
 inside=("$(dirname "${BASH_SOURCE[0]}")/life_inside.sh" "$sources" "$packages" "$scratch")

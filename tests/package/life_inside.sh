@@ -48,7 +48,7 @@ expect_running() {
     expect_equal "exit code of -isrunning $2" "$1" "$code"
 }
 
-service_processes() { pgrep -u "$service_id" | tr '\n' ' '; }
+service_processes() { in_copy pgrep -u "$service_id" | tr '\n' ' '; }
 
 # owner_of PATH: mode, owner, group.
 owner_of() { in_copy stat -c '%a %U:%G' "$1"; }
