@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# pack.sh BUILD-FOLDER OUTPUT-FOLDER: packs what was built there, as a Debian package and one with its debug symbols,
-# and prints their paths. What is in the output folder already is removed.
+# pack.sh BUILD-FOLDER OUTPUT-FOLDER: brings what is shipped up to date in a build folder and packs it, as a Debian
+# package and one with its debug symbols. Prints their paths. What is in the output folder already is removed.
 set -euo pipefail
 
 build=$(cd "$1" && pwd -P)
@@ -10,10 +10,17 @@ output=$(cd "$2" && pwd -P)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
-(cd "$scratch" && cpack --config "$build/CPackConfig.cmake" -B "$output") >"$scratch/words" 2>&1 || {
-    cat "$scratch/words" >&2
-    exit 1
+# run COMMAND...: tells what it said only when it fails.
+run() {
+    "$@" >"$scratch/words" 2>&1 || {
+        cat "$scratch/words" >&2
+        exit 1
+    }
 }
+
+run cmake --build "$build" --target shipped
+cd "$scratch"
+run cpack --config "$build/CPackConfig.cmake" -B "$output"
 rm -rf "$output/_CPack_Packages"
 
 # CPack's package of debug symbols names absolute files of this machine in its checksums, lacks the link to the

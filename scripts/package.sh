@@ -11,5 +11,4 @@ install_missing "${packages[@]}" libgtest-dev dpkg-dev file
 
 cd "$root"
 cmake --preset "$preset"
-cmake --build --preset "$preset" --target shipped
 packaging/pack.sh "build/$preset" "build/$preset/package"

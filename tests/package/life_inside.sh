@@ -104,11 +104,13 @@ check_use() {
     expect_equal "processes after the stop" "" "$(service_processes)"
 }
 
-# Removed while it runs, started by hand: stopped first; settings and logs stay.
+# Upgraded while it runs, started by hand: nobody stops it. Removed after that: stopped first; settings and logs stay.
 check_removal() {
     local settings=$copy/etc/velbootstrapservice/startup.xml
     sed -i 's|>60<|>55<|' "$settings"
     run_line ExecStart
+    install_package
+    expect_running 0 "after installing a second time"
     expect "removing" in_copy dpkg --remove velbootstrapservice
     expect_equal "processes after removing" "" "$(service_processes)"
     expect_not "the program is there" test -e "$copy/usr/sbin/velbootstrapservice"

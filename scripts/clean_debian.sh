@@ -1,0 +1,219 @@
+#!/usr/bin/env bash
+# clean_debian.sh [FOLDER]: proves that the package works on a clean Debian 12. Puts a minimal one into a folder (a
+# throw-away one unless named; a named one is kept), boots it as a container, installs the package with apt, and takes
+# it through the two commands to a supervised Tomcat, the question, the kill, the stop, and the purge. Needs root, Debian's
+# archive, and some minutes. The packages must have been built: scripts/package.sh.
+set -euo pipefail
+# shellcheck source=scripts/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+((EUID == 0)) || fail "needs root"
+package=$(find "$root/build/release/package" -name 'velbootstrapservice_*.deb' 2>/dev/null)
+[[ -n $package ]] || fail "no package: run scripts/package.sh first"
+install_missing debootstrap systemd-container
+
+mirror=${DEBIAN_MIRROR:-http://deb.debian.org/debian}
+container=
+scratch=
+if (($# > 0)); then
+    system=$1
+else
+    scratch=$(mktemp -d)
+    system=$scratch/debian
+fi
+
+# --- the container ---
+
+clean_up() {
+    if [[ -n $container ]]; then
+        kill -TERM "$container" 2>/dev/null || true
+        wait "$container" || true
+    fi
+    [[ -z $scratch ]] || rm -rf "$scratch"
+    rm -f "$words"
+}
+
+make_system() {
+    [[ ! -e $system/etc/debian_version ]] || return 0
+    echo "Making a minimal Debian 12"
+    debootstrap --variant=minbase --include=systemd,systemd-sysv,dbus bookworm "$system" "$mirror" >"$words" 2>&1 ||
+        fail "debootstrap failed: $(tail -n 5 "$words")"
+}
+
+# With the machine's network and without the container's manager running, as when an image is made.
+install_package() {
+    cp "$package" "$system/root/"
+    systemd-nspawn --quiet --register=no --keep-unit --pipe --resolv-conf=copy-host --directory="$system" \
+        /bin/sh -c "cd /root && apt-get update -qq && apt-get install -y -qq ./${package##*/} curl procps </dev/null" \
+        >"$words" 2>&1 ||
+        fail "apt failed: $(tail -n 20 "$words")"
+}
+
+# The container's first process, which systemd-nspawn has started.
+manager() { pgrep --parent "$container" || true; }
+
+inside() { nsenter --target "$(manager)" --all env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"; }
+
+is_up() {
+    local state
+    state=$(inside systemctl is-system-running 2>/dev/null) || true
+    [[ $state == running || $state == degraded ]]
+}
+
+# With a network of its own, so that its ports are nobody else's.
+boot() {
+    systemd-nspawn --quiet --register=no --keep-unit --private-network --console=pipe --boot \
+        --directory="$system" </dev/null >"$words" 2>&1 &
+    container=$!
+    wait_until 60 is_up || fail "the container does not come up: $(tail -n 20 "$words")"
+}
+
+wait_until() {
+    local deadline=$((SECONDS + $1))
+    shift
+    until "$@"; do
+        ((SECONDS < deadline)) || return 1
+        sleep 0.2
+    done
+}
+
+# --- what is proved ---
+
+show() {
+    printf '%3d s  # %s\n' "$SECONDS" "$*"
+    inside "$@" || stop_here "it ended with $?"
+}
+
+# As show, for a command that talks a lot.
+show_quietly() {
+    printf '%3d s  # %s\n' "$SECONDS" "$*"
+    inside "$@" >"$words" 2>&1 || stop_here "it ended with $?: $(tail -n 20 "$words")"
+}
+
+stop_here() {
+    inside systemctl --no-pager status velbootstrapservice velbootstrapservice-foreground || true
+    inside journalctl --no-pager -n 40 || true
+    inside tail -n 40 /var/log/velbootstrapservice/velbootstrapservice.log || true
+    fail "$*"
+}
+
+claim() { printf '%3d s  %s\n' "$SECONDS" "$*"; }
+
+ask() { inside curl -sS --cacert /etc/velbootstrapservice/ca.pem https://localhost:9300/dispatch/; }
+answers() { ask >/dev/null 2>&1; }
+tomcat() { inside pgrep --uid velbootstrap --full org.apache.catalina || true; }
+was_replaced() { [[ -n $(tomcat) && $(tomcat) != "$1" ]] && answers; }
+# "-start" has returned, too.
+was_restarted() { was_replaced "$1" && [[ $(state_of velbootstrapservice) == active ]]; }
+state_of() { inside systemctl is-active "$1" || true; }
+expect_state() { [[ $(state_of "$2") == "$1" ]] || stop_here "$2 is $(state_of "$2"), not $1"; }
+nothing_runs() { [[ -z $(inside pgrep --uid velbootstrap) ]]; }
+
+prove_two_commands() {
+    [[ -z $(inside systemctl --quiet is-enabled velbootstrapservice && echo enabled) ]] || stop_here "it is enabled"
+    show velbootstrap-tomcat --system
+    show systemctl start velbootstrapservice
+    show curl -sS --cacert /etc/velbootstrapservice/ca.pem https://localhost:9300/dispatch/
+    expect_state active velbootstrapservice
+}
+
+prove_supervision() {
+    local before
+    before=$(tomcat)
+    inside kill -KILL "$before"
+    claim "killed Tomcat, process $before"
+    wait_until 60 was_replaced "$before" || stop_here "it was not replaced"
+    claim "replaced by process $(tomcat), which answers"
+}
+
+# The manager ends what the killed daemon has left, before it starts another.
+prove_killed_daemon() {
+    local before
+    before=$(tomcat)
+    inside kill -KILL "$(inside cat /var/log/velbootstrapservice/velbootstrap_service.pid)"
+    claim "killed the daemon"
+    wait_until 90 was_restarted "$before" || stop_here "the unit was not restarted"
+    claim "restarted by systemd: Tomcat is process $(tomcat) now"
+}
+
+prove_upgrade() {
+    local before
+    before=$(tomcat)
+    show_quietly apt-get install -y -qq --reinstall "/root/${package##*/}"
+    wait_until 90 was_restarted "$before" || stop_here "it was not restarted"
+    claim "installed anew: Tomcat is process $(tomcat) now"
+}
+
+prove_stop() {
+    show systemctl stop velbootstrapservice
+    expect_state inactive velbootstrapservice
+    nothing_runs || stop_here "something is left: $(inside ps -u velbootstrap)"
+    claim "no process is left"
+}
+
+prove_foreground() {
+    show systemctl start velbootstrapservice-foreground
+    wait_until 60 answers || stop_here "no answer"
+    expect_state active velbootstrapservice-foreground
+    show systemctl stop velbootstrapservice-foreground
+    expect_state inactive velbootstrapservice-foreground
+    nothing_runs || stop_here "something is left"
+    claim "the foreground unit serves and stops"
+}
+
+expect_no_start() {
+    if inside systemctl start velbootstrapservice 2>/dev/null; then
+        stop_here "the start counts as one with $*"
+    fi
+    nothing_runs || stop_here "something is left of the failed start with $*"
+    # No further try, and no memory of those there were.
+    inside systemctl stop velbootstrapservice
+    inside systemctl reset-failed velbootstrapservice 2>/dev/null || true
+    claim "no start with $*, and nothing is left of it"
+}
+
+# A faulty startup configuration ends "-start" with 0: systemd must not believe that a daemon is there.
+prove_failures() {
+    local settings=/etc/velbootstrapservice status=/var/lib/velbootstrapservice/temp/dispatcher.status
+    local drop_in=/run/systemd/system/velbootstrapservice.service.d
+    inside sed -i 's|<ZOR>|<ZOR|' "$settings/startup.xml"
+    expect_no_start "a faulty startup configuration"
+    inside sed -i 's|<ZOR$|<ZOR>|' "$settings/startup.xml"
+
+    inside sh -c "echo fatal >$status"
+    expect_no_start "an application that says it is broken"
+
+    # The unit's own line with fewer checks, so that this is over soon.
+    inside sh -c "echo 'not ready' >$status; mkdir -p $drop_in; { echo '[Service]'; echo ExecStart=;
+        sed -n 's/^\(ExecStart=.*-testReadyTries=\)[0-9]*/\12/p' /lib/systemd/system/velbootstrapservice.service
+        } >$drop_in/soon.conf; systemctl daemon-reload"
+    expect_no_start "an application that does not get ready in time"
+    inside sh -c "rm $status $drop_in/soon.conf; systemctl daemon-reload"
+}
+
+# While it runs.
+prove_purge() {
+    local left
+    show systemctl start velbootstrapservice
+    show_quietly apt-get purge -y -qq velbootstrapservice
+    left=$(inside find / -xdev -name '*velbootstrap*' ! -path '/root/*' ! -path '/var/lib/dpkg/*' ! -path '/var/lib/systemd/*')
+    [[ -z $left ]] || stop_here "something is left: $left"
+    claim "purged: nothing is left"
+}
+
+words=$(mktemp)
+trap clean_up EXIT
+make_system
+echo "Installing $package"
+install_package
+boot
+SECONDS=0
+prove_two_commands
+prove_supervision
+prove_killed_daemon
+prove_upgrade
+prove_stop
+prove_foreground
+prove_failures
+prove_purge
+echo "All of it came true in $SECONDS seconds."
