@@ -161,7 +161,7 @@ class Pod:
 
     def _start(self, recipe, package):
         command = self.container["command"] + self.container.get("args", [])
-        specification = {
+        plan = {
             "scratch": str(self.folder / "scratch"),
             "package": str(package),
             "prepare": run_steps(recipe),
@@ -173,9 +173,9 @@ class Pod:
             "environment": self.environment,
             "workingDir": self.container["workingDir"],
         }
-        (self.folder / "specification").write_text(json.dumps(specification))
+        (self.folder / "plan").write_text(json.dumps(plan))
         namespaces = ["--mount", "--pid", "--net", "--ipc", "--uts", "--fork", "--kill-child"]
-        inside = [sys.executable, str(INSIDE), str(self.folder / "specification")]
+        inside = [sys.executable, str(INSIDE), str(self.folder / "plan")]
         with self.output.open("wb") as output:
             # It goes with this process, whatever ends that.
             self.process = subprocess.Popen(

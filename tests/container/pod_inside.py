@@ -1,6 +1,6 @@
-"""pod_inside.py SPECIFICATION: the first process of a pod; makes the container's file system and becomes its program.
+"""pod_inside.py PLAN: the first process of a pod; makes the container's file system and becomes its program.
 
-Runs as root in namespaces of its own. The specification is a JSON file that pod.py has written:
+Runs as root in namespaces of its own. The plan is a JSON file that pod.py has written:
 
     scratch      an empty folder to mount on
     package      the Debian package that the image is made with
@@ -77,26 +77,26 @@ def mount_volume(root, volumes, mount):
         run("mount", "-o", "remount,bind,ro", str(target))
 
 
-def become(specification, root):
+def become(plan, root):
     os.chroot(root)
-    os.chdir(specification["workingDir"])
+    os.chdir(plan["workingDir"])
     os.umask(0o022)
-    command = specification["command"]
-    os.execvpe(command[0], command, specification["environment"])
+    command = plan["command"]
+    os.execvpe(command[0], command, plan["environment"])
 
 
 def main():
-    specification = json.loads(pathlib.Path(sys.argv[1]).read_text())
-    root = make_root(pathlib.Path(specification["scratch"]))
-    make_image(root, specification["package"], specification["prepare"])
+    plan = json.loads(pathlib.Path(sys.argv[1]).read_text())
+    root = make_root(pathlib.Path(plan["scratch"]))
+    make_image(root, plan["package"], plan["prepare"])
     make_kernel_folders(root)
-    for mount in sorted(specification["mounts"], key=lambda each: each["path"]):
-        mount_volume(root, specification["volumes"], mount)
-    if specification["readOnlyRoot"]:
+    for mount in sorted(plan["mounts"], key=lambda each: each["path"]):
+        mount_volume(root, plan["volumes"], mount)
+    if plan["readOnlyRoot"]:
         run("mount", "-o", "remount,ro", str(root))
     run("ip", "link", "set", "lo", "up")
-    run("ip", "address", "add", specification["address"] + "/32", "dev", "lo")
-    become(specification, root)
+    run("ip", "address", "add", plan["address"] + "/32", "dev", "lo")
+    become(plan, root)
 
 
 if __name__ == "__main__":
