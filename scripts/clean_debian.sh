@@ -67,15 +67,6 @@ boot() {
     wait_until 60 is_up || fail "the container does not come up: $(tail -n 20 "$words")"
 }
 
-wait_until() {
-    local deadline=$((SECONDS + $1))
-    shift
-    until "$@"; do
-        ((SECONDS < deadline)) || return 1
-        sleep 0.2
-    done
-}
-
 # --- what is proved ---
 
 show() {

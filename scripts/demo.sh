@@ -71,18 +71,6 @@ clean_up() {
     rm -f "$service_pid_file"
 }
 
-# --- waiting ---
-
-# wait_until SECONDS CONDITION...: true as soon as the condition holds, false when the time is over.
-wait_until() {
-    local deadline=$((SECONDS + $1))
-    shift
-    until "$@"; do
-        ((SECONDS < deadline)) || return 1
-        sleep 0.1
-    done
-}
-
 # --- conditions ---
 
 child_was_replaced() {

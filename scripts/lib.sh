@@ -9,6 +9,16 @@ fail() {
     exit 1
 }
 
+# wait_until SECONDS CONDITION...: true as soon as the condition holds, false when the time is over.
+wait_until() {
+    local deadline=$((SECONDS + $1))
+    shift
+    until "$@"; do
+        ((SECONDS < deadline)) || return 1
+        sleep 0.1
+    done
+}
+
 is_installed() {
     [[ $(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
 }
