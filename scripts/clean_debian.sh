@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # clean_debian.sh [FOLDER]: proves that the package works on a clean Debian 12. Puts a minimal one into a folder (a
 # throw-away one unless named; a named one is kept), boots it as a container, installs the package with apt, and takes
-# it through the two commands to a supervised Tomcat, the question, the kill, the stop, and the purge. Needs root, Debian's
-# archive, and some minutes. The packages must have been built: scripts/package.sh.
+# it through the two commands to a supervised Tomcat, the commands that the documents print for an installed package,
+# the kill, the stop, another boot, and the purge. Needs root, Debian's archive, and some minutes. The packages must
+# have been built: scripts/package.sh.
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -23,11 +24,16 @@ fi
 
 # --- the container ---
 
-clean_up() {
+shut_down() {
     if [[ -n $container ]]; then
         kill -TERM "$container" 2>/dev/null || true
         wait "$container" || true
+        container=
     fi
+}
+
+clean_up() {
+    shut_down
     [[ -z $scratch ]] || rm -rf "$scratch"
     rm -f "$words"
 }
@@ -39,11 +45,13 @@ make_system() {
         fail "debootstrap failed: $(tail -n 5 "$words")"
 }
 
-# With the machine's network and without the container's manager running, as when an image is made.
+# With the machine's network and without the container's manager running, as when an image is made. What is not
+# installed for the package's sake is what the documents' commands need besides.
 install_package() {
+    local tools="curl procps bash-completion libxml2-utils logrotate man-db"
     cp "$package" "$system/root/"
     systemd-nspawn --quiet --register=no --keep-unit --pipe --resolv-conf=copy-host --directory="$system" \
-        /bin/sh -c "cd /root && apt-get update -qq && apt-get install -y -qq ./${package##*/} curl procps </dev/null" \
+        /bin/sh -c "cd /root && apt-get update -qq && apt-get install -y -qq ./${package##*/} $tools </dev/null" \
         >"$words" 2>&1 ||
         fail "apt failed: $(tail -n 20 "$words")"
 }
@@ -107,6 +115,30 @@ prove_two_commands() {
     expect_state active velbootstrapservice
 }
 
+# The lines of a page that match, as they are printed, in the instance's bin/.
+show_printed() {
+    local line lines
+    mapfile -t lines < <(grep -E "$2" "$root/$1")
+    ((${#lines[@]} > 0)) || stop_here "$1 does not print $2"
+    for line in "${lines[@]}"; do
+        show env --chdir=/var/lib/velbootstrapservice/bin sh -c "$line"
+    done
+}
+
+# What "man" shows has the page's name in its first line; what bash completes with is found by the command's name.
+prove_documents() {
+    local page
+    show_printed docs/packaging.md '^cd .* -isrunning$'
+    show_printed docs/packaging.md '^logrotate '
+    show_printed docs/configuration.md '^xmllint .* /usr/share/'
+    for page in velbootstrapservice velbootstrap.xml velbootstrap-tomcat; do
+        show sh -c "man $page | head -n 1 | grep -i '^$page('"
+    done
+    # shellcheck disable=SC2016
+    show bash -c '. /usr/share/bash-completion/bash_completion; _completion_loader velbootstrapservice || (($? == 124))
+        complete -p velbootstrapservice'
+}
+
 prove_supervision() {
     local before
     before=$(tomcat)
@@ -139,6 +171,19 @@ prove_stop() {
     expect_state inactive velbootstrapservice
     nothing_runs || stop_here "something is left: $(inside ps -u velbootstrap)"
     claim "no process is left"
+}
+
+# The PID file that was left behind names a process that there is in every boot.
+prove_boot() {
+    show systemctl enable velbootstrapservice
+    inside sh -c 'echo 1 >/var/log/velbootstrapservice/velbootstrap_service.pid'
+    shut_down
+    boot
+    expect_state active velbootstrapservice
+    answers || stop_here "no answer after the boot"
+    claim "started by the next boot: Tomcat is process $(tomcat)"
+    show systemctl disable --now velbootstrapservice
+    nothing_runs || stop_here "something is left: $(inside ps -u velbootstrap)"
 }
 
 prove_foreground() {
@@ -181,12 +226,13 @@ prove_failures() {
     inside sh -c "rm $status $drop_in/soon.conf; systemctl daemon-reload"
 }
 
-# While it runs.
+# While it runs. What "man" has kept is its own.
 prove_purge() {
     local left
     show systemctl start velbootstrapservice
     show_quietly apt-get purge -y -qq velbootstrapservice
-    left=$(inside find / -xdev -name '*velbootstrap*' ! -path '/root/*' ! -path '/var/lib/dpkg/*' ! -path '/var/lib/systemd/*')
+    left=$(inside find / -xdev -name '*velbootstrap*' ! -path '/root/*' ! -path '/var/lib/dpkg/*' \
+        ! -path '/var/lib/systemd/*' ! -path '/var/cache/man/*')
     [[ -z $left ]] || stop_here "something is left: $left"
     claim "purged: nothing is left"
 }
@@ -199,10 +245,12 @@ install_package
 boot
 SECONDS=0
 prove_two_commands
+prove_documents
 prove_supervision
 prove_killed_daemon
 prove_upgrade
 prove_stop
+prove_boot
 prove_foreground
 prove_failures
 prove_purge
