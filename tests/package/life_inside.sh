@@ -86,6 +86,16 @@ check_installed() {
 
 ask() { as_nobody curl -sS --max-time 20 -o /dev/null -w '%{http_code}' --cacert "$@"; }
 
+# check_printed PAGE PATTERN: the commands of a page that match work as they are printed, in bin/.
+check_printed() {
+    local command commands
+    mapfile -t commands < <(grep -E "$2" "$sources/$1")
+    expect "$1 prints $2" test "${#commands[@]}" -gt 0
+    for command in "${commands[@]}"; do
+        expect "a command of $1" in_copy /bin/sh -c "cd $instance/bin && $command"
+    done
+}
+
 check_use() {
     local answer
     in_copy velbootstrap-tomcat --system >/dev/null || give_up "the system instance could not be readied"
@@ -97,6 +107,8 @@ check_use() {
     answer=$(ask /etc/velbootstrapservice/ca.pem https://localhost:9300/dispatch/) || true
     expect_equal "the answer to curl" 200 "$answer"
     expect "turning the log over" in_copy logrotate --force /etc/logrotate.d/velbootstrapservice
+    check_printed docs/packaging.md '^cd .* -isrunning$'
+    check_printed docs/configuration.md '^xmllint .* /usr/share/'
     expect_equal "the old log" "640 velbootstrap:adm" "$(owner_of "$logs/velbootstrapservice.log.1")"
     expect_running 0 "after the log was turned over"
     run_line ExecStop
