@@ -34,6 +34,9 @@ put_sources
 # shellcheck disable=SC2016
 exec unshare --mount bash -c '
     set -e
+    # A root of its own, not a mere folder, so that the tests in it may make namespaces.
+    mount --rbind "$0" "$0"
+    cd "$0"
     mount -t proc proc "$0/proc"
     mount --rbind /dev "$0/dev"
     mount -t sysfs sysfs "$0/sys"
