@@ -83,6 +83,41 @@ TEST_F(MakeInstallationTest, AnEmptyFolderIsFilled) {
     EXPECT_TRUE(service.exists("temp/made/tomcat/conf/server.xml"));
 }
 
+TEST_F(MakeInstallationTest, TheFolderMayBeALinkOrTheCallersOwn) {
+    fs::create_directory(folder());
+    fs::create_symlink("made", folder("link"));
+    const Said linked = makeInstallation({folder("link") + "//"});
+    EXPECT_EQ(linked.exitCode, 0) << linked.words;
+    EXPECT_TRUE(fs::is_symlink(folder("link")));
+    EXPECT_TRUE(service.exists("temp/made/tomcat/conf/server.xml"));
+
+    fs::create_directory(folder("own"));
+    const Said own = say({"env", "--chdir=" + folder("own"), "CDPATH=" + folder(),
+                          VBS_TOMCAT_SAMPLE "/velbootstrap-tomcat", "--programs", VBS_PROGRAMS, "."});
+    EXPECT_EQ(own.exitCode, 0) << own.words;
+    EXPECT_NE(own.words.find("\n  cd " + folder("own") + "/bin\n"), std::string::npos) << own.words;
+    EXPECT_TRUE(service.exists("temp/own/tomcat/conf/server.xml"));
+}
+
+TEST_F(MakeInstallationTest, PathsMayHoldWhatAShellOrAnEditorOfStreamsWouldTakeForItsOwn) {
+    const std::string odd = "made/a b'c&d|e\\1$f";
+    const std::string home = folder(odd + "/java");
+    fs::create_directories(home + "/bin");
+    fs::create_symlink(fs::canonical("/usr/bin/java"), home + "/bin/java");
+    const Said said = say({"env", "JAVA_HOME=" + home, VBS_TOMCAT_SAMPLE "/velbootstrap-tomcat", "--programs",
+                           VBS_PROGRAMS, folder(odd + "/installation")});
+    ASSERT_EQ(said.exitCode, 0) << said.words;
+    const std::string environment =
+        service.read("temp/" + odd + "/installation/configuration/zorEnvironmentVars.ini");
+    EXPECT_NE(environment.find("\nJAVA_HOME=" + home + "\n"), std::string::npos) << environment;
+    // The first of the printed commands leads there.
+    const std::string command = said.words.substr(said.words.find("  cd "));
+    EXPECT_EQ(say({"bash", "-c", command.substr(0, command.find('\n')) + " && test -x velbootstrapservice"})
+                  .exitCode,
+              0)
+        << command;
+}
+
 TEST_F(MakeInstallationTest, WrongArgumentsAreNamedAndNothingIsMade) {
     expectRefusal({"--port", "0", folder()}, "--port must be a number from 1 to 65535, not '0'");
     expectRefusal({"--port", "65536", folder()}, "--port must be a number from 1 to 65535, not '65536'");
@@ -95,6 +130,9 @@ TEST_F(MakeInstallationTest, WrongArgumentsAreNamedAndNothingIsMade) {
     expectRefusal({"--ports", "1", folder()}, "--ports is no option");
     expectRefusal({folder(), folder("other")}, "more than one folder");
     expectRefusal({"--renew", folder()}, folder() + " is no installation");
+    expectRefusal({"--renew", "--port", "9400", folder()}, "--port is only for a new installation");
+    expectRefusal({folder("a \"quoted\" one")},
+                  "Tomcat cannot work in a folder with a double quote in its path: ");
     expectRefusal({"--programs", service.path("logs"), folder()},
                   "no velbootstrapservice in " + service.path("logs") + ": name its folder with --programs");
 }
