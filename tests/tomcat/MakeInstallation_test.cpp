@@ -92,8 +92,7 @@ TEST_F(MakeInstallationTest, TheFolderMayBeALinkOrTheCallersOwn) {
     EXPECT_TRUE(service.exists("temp/made/tomcat/conf/server.xml"));
 
     fs::create_directory(folder("own"));
-    const Said own = say({"env", "--chdir=" + folder("own"), "CDPATH=" + folder(),
-                          VBS_TOMCAT_SAMPLE "/velbootstrap-tomcat", "--programs", VBS_PROGRAMS, "."});
+    const Said own = makeInstallation({"."}, {"--chdir=" + folder("own"), "CDPATH=" + folder()});
     EXPECT_EQ(own.exitCode, 0) << own.words;
     EXPECT_NE(own.words.find("\n  cd " + folder("own") + "/bin\n"), std::string::npos) << own.words;
     EXPECT_TRUE(service.exists("temp/own/tomcat/conf/server.xml"));
@@ -104,8 +103,7 @@ TEST_F(MakeInstallationTest, PathsMayHoldWhatAShellOrAnEditorOfStreamsWouldTakeF
     const std::string home = folder(odd + "/java");
     fs::create_directories(home + "/bin");
     fs::create_symlink(fs::canonical("/usr/bin/java"), home + "/bin/java");
-    const Said said = say({"env", "JAVA_HOME=" + home, VBS_TOMCAT_SAMPLE "/velbootstrap-tomcat", "--programs",
-                           VBS_PROGRAMS, folder(odd + "/installation")});
+    const Said said = makeInstallation({folder(odd + "/installation")}, {"JAVA_HOME=" + home});
     ASSERT_EQ(said.exitCode, 0) << said.words;
     const std::string environment =
         service.read("temp/" + odd + "/installation/configuration/zorEnvironmentVars.ini");
