@@ -12,6 +12,8 @@ service=
 end_service() {
     local children
     if [[ -n $service ]]; then
+        # Frozen first: it starts a child anew that has gone.
+        kill -STOP "$service"
         mapfile -t children < <(pgrep -P "$service")
         kill -KILL "$service" "${children[@]}" || true
     fi
@@ -51,13 +53,11 @@ rotate() { expect "rotating" /usr/sbin/logrotate --force --state "$scratch/state
 # None while there is no file.
 rounds() { grep -c 'end of timedWait' "$log" 2>/dev/null || [[ -f $log ]] || echo 0; }
 
+tells_of_rounds() { (($(rounds) >= $1)); }
+
 # wait_for_rounds N: until the log tells of that many rounds.
 wait_for_rounds() {
-    local deadline=$((SECONDS + 60))
-    until (($(rounds) >= $1)); do
-        ((SECONDS < deadline)) || give_up "the service logs nothing: $(tail -n 5 "$log")"
-        sleep 0.1
-    done
+    wait_until 60 tells_of_rounds "$1" || fail "the service logs nothing: $(tail -n 5 "$log")"
 }
 
 start_service() {
