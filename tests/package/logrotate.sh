@@ -44,6 +44,8 @@ make_settings() {
     unpack velbootstrapservice "$installed"
     sed -e "s|/var/log/velbootstrapservice|$tree/logs|" -e "s|su .*|su $(id -un) $(id -gn)|" \
         "$installed/etc/logrotate.d/velbootstrapservice" >"$scratch/settings"
+    expect "the service's user does it" grep -qx ' *su velbootstrap adm' \
+        "$installed/etc/logrotate.d/velbootstrapservice"
     expect "the settings are about that log" grep -qF "$log {" "$scratch/settings"
     chmod 644 "$scratch/settings"
 }
