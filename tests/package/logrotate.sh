@@ -40,13 +40,14 @@ DOCUMENT
 
 # The package's settings for this tree, by whoever runs the test.
 make_settings() {
-    local installed=$scratch/package
+    local installed=$scratch/package user="su velbootstrap adm" settings
+    local place=/var/log/velbootstrapservice/velbootstrapservice.log
     unpack velbootstrapservice "$installed"
-    sed -e "s|/var/log/velbootstrapservice|$tree/logs|" -e "s|su .*|su $(id -un) $(id -gn)|" \
-        "$installed/etc/logrotate.d/velbootstrapservice" >"$scratch/settings"
-    expect "the service's user does it" grep -qx ' *su velbootstrap adm' \
-        "$installed/etc/logrotate.d/velbootstrapservice"
-    expect "the settings are about that log" grep -qF "$log {" "$scratch/settings"
+    settings=$(<"$installed/etc/logrotate.d/velbootstrapservice")
+    expect "the settings are about the service's log" grep -qxF "$place {" <<<"$settings"
+    expect "the service's user does it" grep -qxF "    $user" <<<"$settings"
+    settings=${settings/"$place"/"\"$log\""}
+    printf '%s\n' "${settings/"$user"/"su $(id -un) $(id -gn)"}" >"$scratch/settings"
     chmod 644 "$scratch/settings"
 }
 
