@@ -44,6 +44,8 @@ TEST_F(TomcatTest, ItsMemoryPortsAndVendorOptionsComeFromTheConfiguration) {
     const std::string command = tomcat.commandLine();
     for (const std::string& option :
          {std::string("/bin/java -Xmx256m -Xms64m "), std::string(" -XX:+ExitOnOutOfMemoryError "),
+          " -XX:ErrorFile=" + service.path("logs/java_error_%p.log") + " ",
+          " -Djava.io.tmpdir=" + service.path("tomcat/temp") + " ",
           " -Dvelmora.dispatcherPort=" + port().str() + " ",
           " -Dcatalina.base=" + service.path("tomcat") + " "})
         EXPECT_NE(command.find(option), std::string::npos) << option << " in " << command;
