@@ -54,7 +54,11 @@ make_settings() {
 rotate() { expect "rotating" /usr/sbin/logrotate --force --state "$scratch/state" "$scratch/settings"; }
 
 # None while there is no file.
-rounds() { grep -c 'end of timedWait' "$log" 2>/dev/null || [[ -f $log ]] || echo 0; }
+rounds() {
+    local count
+    count=$(grep -c 'end of timedWait' "$log" 2>/dev/null) || true
+    echo "${count:-0}"
+}
 
 tells_of_rounds() { (($(rounds) >= $1)); }
 
