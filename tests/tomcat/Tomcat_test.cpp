@@ -10,6 +10,8 @@ namespace {
 
 constexpr const char* kLimitIsHit =
     "process tomcat hit ping failure limit, will restart, but first make sure it is really dead.";
+constexpr const char* kIsKilled =
+    "unresponsive process tomcat still hasn't stopped after two polls intervals, so kill it";
 
 }  // namespace
 
@@ -93,8 +95,7 @@ TEST_F(TomcatTest, FrozenBeyondTheLimitItIsToldToStopKilledAndReplaced) {
                          "DEBUG PingChildProcess stopping process \"tomcat\"",
                          "WARN PingChildProcess stopAction->execute() return status = 1",
                          "WARN PingChildProcess unresponsive process tomcat hasn't yet finished stopping.",
-                         "DEBUG PingChildProcess unresponsive process tomcat still hasn't stopped after two "
-                         "polls intervals, so kill it",
+                         std::string("DEBUG PingChildProcess ") + kIsKilled,
                          "WARN PingChildProcess unresponsive process tomcat hasn't yet finished stopping.",
                          "WARN PingChildProcess restarting process tomcat."}));
     // The reason of a failed ping stands in the log.
