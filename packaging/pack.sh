@@ -3,10 +3,10 @@
 # package and one with its debug symbols. Prints their paths. What is in the output folder already is removed.
 set -euo pipefail
 
-build=$(cd "$1" && pwd -P)
+build=$(realpath "$1")
 rm -rf "$2"
 mkdir -p "$2"
-output=$(cd "$2" && pwd -P)
+output=$(realpath "$2")
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 

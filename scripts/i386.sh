@@ -28,7 +28,7 @@ put_sources() {
 }
 
 [[ -e $folder/made-for-tests ]] || make_system
-folder=$(cd "$folder" && pwd -P)
+folder=$(realpath "$folder")
 put_sources
 # The mounts are seen by nobody else and end with the run.
 # shellcheck disable=SC2016

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # What the scripts of this folder share; sourced, not run.
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+root=$(realpath "$(dirname "${BASH_SOURCE[0]}")/..")
 export root
 
 fail() {

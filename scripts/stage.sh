@@ -43,7 +43,7 @@ copy_configuration() {
 
 install_missing openssl
 mkdir -p "$stage/bin" "$stage/configuration"
-stage=$(cd "$stage" && pwd -P)
+stage=$(realpath "$stage")
 copy_programs
 copy_configuration
 "$root/sample/tomcat/make-certificates" --days 30 "$stage/configuration"

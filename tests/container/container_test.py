@@ -138,8 +138,9 @@ class PodTest(unittest.TestCase):
 
     def check_orphan(self):
         """What has lost its parent becomes the service's, and leaves nothing when it ends."""
-        orphan = int(self.pod.execute("sh", "-c", "sleep 1 >/dev/null 2>&1 & echo $!").stdout)
+        orphan = int(self.pod.execute("sh", "-c", "sleep 600 >/dev/null 2>&1 & echo $!").stdout)
         self.assertEqual(self.pod.processes()[orphan][0], 1)
+        self.pod.execute("kill", "-KILL", str(orphan))
         wait_for("the orphan's end", lambda: orphan not in self.pod.processes())
 
     def test_life(self):
@@ -215,7 +216,7 @@ class ServiceTest(unittest.TestCase):
         self.assertFalse(made.probe("livenessProbe"))
         service, pid = self.running_in(made)
         self.assertTrue(made.probe("livenessProbe"))
-        self.assertEqual(len(self.sleepers(made)), 1)
+        wait_for("its child", lambda: len(self.sleepers(made)) == 1)
         made.execute("kill", "-TERM", str(pid))
         self.assertEqual(service.wait(60), 0)
         self.assertFalse(made.probe("livenessProbe"))
@@ -229,7 +230,7 @@ class ServiceTest(unittest.TestCase):
         self.assertEqual(made.execute(SERVICE, "-start").returncode, 0)
         self.assertEqual(self.sleepers(made), [], "taken for running already")
         service, pid = self.running_in(made)
-        self.assertEqual(len(self.sleepers(made)), 1, "-d does not ask")
+        wait_for("its child, since -d does not ask", lambda: len(self.sleepers(made)) == 1)
         made.execute("kill", "-TERM", str(pid))
         self.assertEqual(service.wait(60), 0)
         self.assertFalse(made.probe("livenessProbe"), "the file is its own, and removed")
@@ -259,7 +260,8 @@ def as_root():
         return
     if subprocess.run(["sudo", "-n", "true"], stderr=subprocess.DEVNULL, check=False).returncode != 0:
         sys.exit("Cannot test: run the tests as root, or with a sudo that asks for no password")
-    os.execvp("sudo", ["sudo", "-n", sys.executable, *sys.argv])
+    # With Python's own options, which keep compiled files out of the sources.
+    os.execvp("sudo", ["sudo", "-n", *sys.orig_argv])
 
 
 if __name__ == "__main__":

@@ -189,10 +189,13 @@ class Pod:
         """Its id outside; 0 until it is the container's program."""
         if self.process.poll() is not None:
             raise AssertionError("the pod has ended: " + self.said())
-        children = pathlib.Path(f"/proc/{self.process.pid}/task/{self.process.pid}/children").read_text().split()
-        if not children:
-            return 0
-        program = pathlib.Path(os.readlink(f"/proc/{children[0]}/exe")).name
+        try:
+            children = pathlib.Path(f"/proc/{self.process.pid}/task/{self.process.pid}/children").read_text().split()
+            if not children:
+                return 0
+            program = pathlib.Path(os.readlink(f"/proc/{children[0]}/exe")).name
+        except OSError:
+            return 0  # it has ended meanwhile, and the next look tells why
         return 0 if re.match(r"python|setpriv|unshare", program) else int(children[0])
 
     # --- using it ---

@@ -5,11 +5,10 @@ Runs as root in namespaces of its own. The plan is a JSON file that pod.py has w
     scratch      an empty folder to mount on
     package      the Debian package that the image is made with
     prepare      command lines that the image's recipe runs, for /bin/sh
-    volumes      name -> {"folder": ..., "mode": ...} that hold what the volumes hold
+    volumes      name -> the folder that holds what the volume holds
     mounts       [{"volume", "path", "subPath" or null, "readOnly"}]
     readOnlyRoot whether the container may change its file system
     address      what the container is reached at
-    groups       whom the volumes belong to
     command, environment, workingDir
 
 The image is this machine's own file system, seen through a layer that keeps every change in memory, with the package

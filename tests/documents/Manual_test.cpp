@@ -60,13 +60,6 @@ std::string firstElement(const std::string& text) {
 }
 
 // An example for another program, such as the servlet container, must at least be XML.
-std::string wellFormedComplaints(const std::string& text) {
-    ExternalProgram xmllint({"xmllint", "--noout", "--nonet", "-"});
-    xmllint.type(text);
-    xmllint.endInput();
-    return xmllint.waitForEnd() == 0 ? "" : xmllint.words();
-}
-
 std::string complaintsOf(const std::string& block) {
     const auto part = knownParts().find(firstElement(block));
     if (part == knownParts().end()) return wellFormedComplaints(block);
@@ -74,7 +67,7 @@ std::string complaintsOf(const std::string& block) {
     return schemaComplaints(schema, before + block + after);
 }
 
-TEST(ManualPagesTest, TheExamplesAreAccepted) {
+TEST(GuideExamplesTest, TheExamplesAreAccepted) {
     std::size_t examples = 0;
     std::vector<fs::path> pages{VBS_SOURCE_FOLDER "/README.md"};
     for (const auto& entry : fs::directory_iterator(VBS_SOURCE_FOLDER "/docs")) {
@@ -89,7 +82,7 @@ TEST(ManualPagesTest, TheExamplesAreAccepted) {
     EXPECT_GE(examples, 3U);
 }
 
-TEST(ManualPagesTest, TheCommandsThatCheckADocumentWork) {
+TEST(GuideExamplesTest, TheCommandsThatCheckADocumentWork) {
     const std::vector<std::string> blocks = markdownBlocks(VBS_SOURCE_FOLDER "/docs/configuration.md", "sh");
     ASSERT_EQ(blocks.size(), 1U);
     ExternalProgram shell({"sh", "-e", "-c", blocks[0]}, VBS_SOURCE_FOLDER);
@@ -97,7 +90,7 @@ TEST(ManualPagesTest, TheCommandsThatCheckADocumentWork) {
     EXPECT_NE(shell.words().find("startup.xml validates"), std::string::npos) << shell.words();
 }
 
-TEST(ManualPagesTest, AMistakeInAnExampleWouldBeFound) {
+TEST(GuideExamplesTest, AMistakeInAnExampleWouldBeFound) {
     for (const auto& [name, surroundings] : knownParts())
         EXPECT_NE(complaintsOf("<!-- a --><" + name + " mistake=\"1\"/>"), "") << name;
     EXPECT_NE(complaintsOf("<Connector>"), "");

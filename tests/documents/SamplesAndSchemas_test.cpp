@@ -1,22 +1,16 @@
 // The documents of this repository against their schemas, and the schemas themselves.
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 
 #include "ExternalProgram.h"
+#include "FileContent.h"
 #include "SchemaCheck.h"
 #include "ServiceUnderTest.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string contentOf(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // By the beginning of the file's name; empty for a document of another program.
 std::string schemaOf(const fs::path& file) {

@@ -23,7 +23,8 @@ std::string read(const fs::path& file) {
 
 std::vector<fs::path> filesBelow(const std::string& folder, const std::string& extension) {
     std::vector<fs::path> files;
-    const fs::path top = root() / folder;
+    // Without dots, so that the build folder is known by its path.
+    const fs::path top = (root() / folder).lexically_normal();
     for (auto entry = fs::recursive_directory_iterator(top); entry != fs::recursive_directory_iterator();
          ++entry) {
         const std::string name = entry->path().filename().string();

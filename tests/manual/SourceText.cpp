@@ -1,5 +1,6 @@
 #include "SourceText.h"
 
+#include <algorithm>
 #include <cctype>
 #include <regex>
 

@@ -1,20 +1,17 @@
 # shellcheck shell=bash
 # What the tests of this folder share. Sourced with the test's arguments: the source tree, the folder with the
-# packages. A test tells everything that is wrong and fails in verdict().
+# packages. A test tells everything that is wrong and fails in verdict(); one that cannot go on fails at once.
 set -euo pipefail
+# Tools speak the language that is looked for here, sort by bytes, and a text's length is that of a file.
+export LC_ALL=C
 
-# Not every test needs the sources.
-# shellcheck disable=SC2034
 sources=$1
 packages=$2
+# shellcheck source=scripts/lib.sh
+source "$sources/scripts/lib.sh"
 failures=0
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
-
-give_up() {
-    printf 'Cannot test: %s\n' "$*" >&2
-    exit 1
-}
 
 wrong() {
     printf 'WRONG: %s\n' "$*" >&2

@@ -6,11 +6,12 @@
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 if ((EUID != 0)); then
-    sudo -n true 2>/dev/null || give_up "a copy of the machine needs root: run the tests as root, or with a sudo" \
+    sudo -n true 2>/dev/null || fail "a copy of the machine needs root: run the tests as root, or with a sudo" \
         "that asks for no password"
     sudo -n "${BASH_SOURCE[0]}" "$@"
     exit
 fi
-unshare --mount --pid --net --ipc --fork true || give_up "this machine gives no namespaces"
+unshare --mount --pid --net --ipc --fork true || fail "this machine gives no namespaces"
 inside=("$(dirname "${BASH_SOURCE[0]}")/life_inside.sh" "$sources" "$packages" "$scratch")
-unshare --mount --pid --net --ipc --fork --kill-child "${inside[@]}"
+# It goes with this script, even when nobody is left to clean up.
+setpriv --pdeathsig KILL unshare --mount --pid --net --ipc --fork --kill-child "${inside[@]}"

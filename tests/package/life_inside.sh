@@ -16,7 +16,7 @@ make_copy() {
     mount -t tmpfs -o mode=755 copy "$place"
     mkdir "$copy" "$changes" "$place/work"
     mount -t overlay -o "lowerdir=/,upperdir=$changes,workdir=$place/work" copy "$copy" ||
-        give_up "this machine mounts no overlay"
+        fail "this machine mounts no overlay"
     mount -t proc proc "$copy/proc"
     mount --rbind /dev "$copy/dev"
     mount -t tmpfs -o mode=755 run "$copy/run"
@@ -98,7 +98,7 @@ check_printed() {
 
 check_use() {
     local answer
-    in_copy velbootstrap-tomcat --system >/dev/null || give_up "the system instance could not be readied"
+    in_copy velbootstrap-tomcat --system >/dev/null || fail "the system instance could not be readied"
     run_line ExecStart
     expect_running 0 "after the start"
     expect_equal "what the PID file names" /usr/lib/velbootstrapservice/velbootstrapservice \

@@ -12,6 +12,8 @@ service=
 end_service() {
     local children
     if [[ -n $service ]]; then
+        # Frozen first: it starts a child anew that has gone.
+        kill -STOP "$service"
         mapfile -t children < <(pgrep -P "$service")
         kill -KILL "$service" "${children[@]}" || true
     fi
@@ -38,26 +40,31 @@ DOCUMENT
 
 # The package's settings for this tree, by whoever runs the test.
 make_settings() {
-    local installed=$scratch/package
+    local installed=$scratch/package user="su velbootstrap adm" settings
+    local place=/var/log/velbootstrapservice/velbootstrapservice.log
     unpack velbootstrapservice "$installed"
-    sed -e "s|/var/log/velbootstrapservice|$tree/logs|" -e "s|su .*|su $(id -un) $(id -gn)|" \
-        "$installed/etc/logrotate.d/velbootstrapservice" >"$scratch/settings"
-    expect "the settings are about that log" grep -qF "$log {" "$scratch/settings"
+    settings=$(<"$installed/etc/logrotate.d/velbootstrapservice")
+    expect "the settings are about the service's log" grep -qxF "$place {" <<<"$settings"
+    expect "the service's user does it" grep -qxF "    $user" <<<"$settings"
+    settings=${settings/"$place"/"\"$log\""}
+    printf '%s\n' "${settings/"$user"/"su $(id -un) $(id -gn)"}" >"$scratch/settings"
     chmod 644 "$scratch/settings"
 }
 
 rotate() { expect "rotating" /usr/sbin/logrotate --force --state "$scratch/state" "$scratch/settings"; }
 
 # None while there is no file.
-rounds() { grep -c 'end of timedWait' "$log" 2>/dev/null || [[ -f $log ]] || echo 0; }
+rounds() {
+    local count
+    count=$(grep -c 'end of timedWait' "$log" 2>/dev/null) || true
+    echo "${count:-0}"
+}
+
+tells_of_rounds() { (($(rounds) >= $1)); }
 
 # wait_for_rounds N: until the log tells of that many rounds.
 wait_for_rounds() {
-    local deadline=$((SECONDS + 60))
-    until (($(rounds) >= $1)); do
-        ((SECONDS < deadline)) || give_up "the service logs nothing: $(tail -n 5 "$log")"
-        sleep 0.1
-    done
+    wait_until 60 tells_of_rounds "$1" || fail "the service logs nothing: $(tail -n 5 "$log")"
 }
 
 start_service() {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# programs.sh SOURCES PACKAGES PROGRAM LIBRARY: the programs in the package are those that were built and tested, hardened
-# and without their symbols, and the package of debug symbols fits them.
+# programs.sh SOURCES PACKAGES PROGRAM LIBRARY: the programs in the package are those that were built and tested,
+# hardened and without their symbols, and the package of debug symbols fits them.
 # shellcheck source=tests/package/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
@@ -12,7 +12,7 @@ unpack velbootstrapservice "$tree"
 unpack velbootstrapservice-dbgsym "$debug"
 
 # A file of symbols lacks what it shares with its program, of which readelf complains.
-build_id() { LC_ALL=C readelf --notes "$1" 2>/dev/null | sed -n 's/.*Build ID: //p'; }
+build_id() { readelf --notes "$1" 2>/dev/null | sed -n 's/.*Build ID: //p'; }
 dynamic() { readelf --wide --dynamic "$1"; }
 imported() { grep -qE "$2" <<<"$(readelf --wide --dyn-syms "$1")"; }
 # The bytes of a section as they are in the file.

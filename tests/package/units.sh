@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# units.sh SOURCES PACKAGES: the manager takes the units as they are, both are confined, and their times fit the settings that come with the package.
+# units.sh SOURCES PACKAGES: the manager takes the units as they are, both are confined, and their times fit the
+# settings that come with the package.
 # shellcheck source=tests/package/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
@@ -10,7 +11,10 @@ units=$tree/lib/systemd/system
 setting() { sed -n "s/^$1=//p" "$units/$2.service"; }
 expect_setting() { expect_equal "$1 of $3" "$2" "$(setting "$1" "$3")"; }
 
-verify() { systemd-analyze "--root=$tree" --man=no verify velbootstrapservice.service velbootstrapservice-foreground.service; }
+verify() {
+    systemd-analyze "--root=$tree" --man=no verify \
+        velbootstrapservice.service velbootstrapservice-foreground.service
+}
 
 # The package's files among the manager's own targets, as on an installed system.
 make_system() {
@@ -31,6 +35,7 @@ check_accepted() {
 check_kinds() {
     local unit
     expect_setting Type forking velbootstrapservice
+    expect_setting PIDFile /var/lib/velbootstrapservice/logs/velbootstrap_service.pid velbootstrapservice
     expect_setting Type simple velbootstrapservice-foreground
     expect_setting Conflicts velbootstrapservice-foreground.service velbootstrapservice
     expect_setting Conflicts velbootstrapservice.service velbootstrapservice-foreground
@@ -39,6 +44,8 @@ check_kinds() {
     for unit in velbootstrapservice velbootstrapservice-foreground; do
         expect_setting User velbootstrap "$unit"
         expect_setting KillMode mixed "$unit"
+        # What it writes is for itself and for those who read the logs.
+        expect_setting UMask 0027 "$unit"
         expect_setting WorkingDirectory /var/lib/velbootstrapservice/bin "$unit"
     done
 }
@@ -47,7 +54,8 @@ check_kinds() {
 check_sandbox() {
     local unit
     for unit in velbootstrapservice velbootstrapservice-foreground; do
-        expect "the sandbox of $unit" systemd-analyze "--root=$tree" security --offline=true --threshold=20 "$unit.service"
+        expect "the sandbox of $unit" \
+            systemd-analyze "--root=$tree" security --offline=true --threshold=20 "$unit.service"
     done
 }
 

@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <iterator>
 #include <sstream>
+
+#include "FileContent.h"
 
 namespace fs = std::filesystem;
 
@@ -25,10 +27,13 @@ fs::path folderOf(pid_t pid) {
 }  // namespace
 
 std::string ProcessView::content(const std::string& entry) const {
-    std::ifstream stream(folderOf(m_pid) / entry);
-    std::ostringstream content;
-    content << stream.rdbuf();
-    return content.str();
+    return contentOf(folderOf(m_pid) / entry);
+}
+
+std::string ProcessView::commandLine() const {
+    std::string command = content("cmdline");
+    std::replace(command.begin(), command.end(), '\0', ' ');
+    return command;
 }
 
 std::string ProcessView::target(const std::string& link) const {

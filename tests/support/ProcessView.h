@@ -19,6 +19,8 @@ class ProcessView {
 
     pid_t pid() const { return m_pid; }
 
+    // The program and its arguments, a blank after each.
+    std::string commandLine() const;
     // An entry as it stands, such as "limits" or "task/7/status".
     std::string content(const std::string& entry) const;
     // Where a link such as "exe", "cwd" or "fd/1" leads.

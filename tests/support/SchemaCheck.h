@@ -12,5 +12,8 @@
 // What xmllint says to the document; empty when the schema ("bootstrap", "zorlogconfig" or "startup") accepts it.
 std::string schemaComplaints(const std::string& schema, const std::string& document);
 
+// For a document of another program, which has no schema here: empty when it is XML at all.
+std::string wellFormedComplaints(const std::string& document);
+
 // Where the schemas are.
 std::string schemaFile(const std::string& schema);

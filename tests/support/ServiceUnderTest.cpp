@@ -20,6 +20,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "FileContent.h"
+#include "ProcessView.h"
 #include "SchemaCheck.h"
 
 namespace fs = std::filesystem;
@@ -39,13 +41,6 @@ constexpr const char* kModes[] = {"start", "stop", "isrunning", "run", "default"
 
 [[noreturn]] void fail(const std::string& what) {
     throw std::runtime_error(what + ": " + std::strerror(errno));
-}
-
-std::string contentOf(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
 }
 
 void expectFromSchema(Schema verdict, const char* schema, const std::string& document) {
@@ -104,13 +99,8 @@ bool startsWith(const std::string& text, const std::string& start) {
 }
 
 // Runs from the tree: its program or its working directory is there.
-bool belongsTo(const fs::path& process, const std::string& root) {
-    for (const char* const link : {"exe", "cwd"}) {
-        std::error_code error;
-        const fs::path target = fs::read_symlink(process / link, error);
-        if (!error && startsWith(target.string(), root + "/")) return true;
-    }
-    return false;
+bool belongsTo(const ProcessView& process, const std::string& root) {
+    return startsWith(process.target("exe"), root + "/") || startsWith(process.target("cwd"), root + "/");
 }
 
 }  // namespace
@@ -384,15 +374,9 @@ std::vector<pid_t> ServiceUnderTest::processes() const {
     std::error_code error;
     for (const auto& entry : fs::directory_iterator("/proc", error)) {
         const pid_t pid = std::atoi(entry.path().filename().c_str());
-        if (pid > 0 && belongsTo(entry.path(), m_root.string())) found.push_back(pid);
+        if (pid > 0 && belongsTo(ProcessView(pid), m_root.string())) found.push_back(pid);
     }
     return found;
-}
-
-std::string ServiceUnderTest::commandLine(pid_t pid) {
-    std::string command = contentOf("/proc/" + std::to_string(pid) + "/cmdline");
-    std::replace(command.begin(), command.end(), '\0', ' ');
-    return command;
 }
 
 // Again until none is left: one may have started another meanwhile.
@@ -415,7 +399,7 @@ void ServiceUnderTest::cleanUp() {
 std::string ServiceUnderTest::leftovers() const {
     std::string text;
     for (const pid_t pid : processes())
-        text += "process " + std::to_string(pid) + ": " + commandLine(pid) + "\n";
+        text += "process " + std::to_string(pid) + ": " + ProcessView(pid).commandLine() + "\n";
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(m_root / "logs", error)) {
         const std::string name = entry.path().filename().string();

@@ -124,8 +124,6 @@ class ServiceUnderTest {
     RunResult startDaemon(std::vector<std::string> arguments = {});
     // Everything that runs from this tree.
     std::vector<pid_t> processes() const;
-    // The program and its arguments, a blank after each.
-    static std::string commandLine(pid_t pid);
     void endProcesses();
     // A test that leaves processes or PID files on purpose ends them with this; otherwise they are failures.
     void cleanUp();

@@ -2,9 +2,8 @@
 //
 // fakechild <folder> [option...]; the folder is the test's view of it. Before anything else it writes there,
 // each into a file of its own:
-//   status, environ, args   as /proc/self has them
-//   fds                     one line per open descriptor: number, blank, what it is
-//   ids                     parent, session and process group, and on a second line the working directory
+//   environ, args   as /proc/self has them
+//   fds             one line per open descriptor: number, blank, what it is
 // and then one line with its process id to "pids". Signals that arrive are noted in "signals", commands in
 // "commands".
 //
@@ -55,12 +54,9 @@ void append(const fs::path& path, const std::string& line) {
     std::ofstream(path, std::ios::app) << line << '\n' << std::flush;
 }
 
-void noteIdentity(const fs::path& folder) {
-    for (const char* const name : {"status", "environ"})
-        std::ofstream(folder / name) << contentOf(fs::path("/proc/self") / name);
+void noteStart(const fs::path& folder) {
+    std::ofstream(folder / "environ") << contentOf("/proc/self/environ");
     std::ofstream(folder / "args") << contentOf("/proc/self/cmdline");
-    std::ofstream(folder / "ids") << getppid() << ' ' << getsid(0) << ' ' << getpgrp() << '\n'
-                                  << fs::current_path().string() << '\n';
 }
 
 void noteDescriptors(const fs::path& folder) {
@@ -86,7 +82,7 @@ class Child {
 
     int run() {
         noteDescriptors(m_folder);
-        noteIdentity(m_folder);
+        noteStart(m_folder);
         if (!m_keepsMask) awaitSignals();
         if (m_port != 0 && !listen()) return 1;
         append(m_folder / "pids", std::to_string(getpid()));

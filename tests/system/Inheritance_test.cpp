@@ -11,8 +11,8 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
+#include "FileContent.h"
 #include "ProcessView.h"
 #include "ServiceUnderTest.h"
 
@@ -35,13 +35,6 @@ std::string processXml(const std::string& name, const std::vector<std::string>& 
         xml += "<param>" + *argument + "</param>";
     return xml + "</spawn></start><stop type=\"signal\"><signal signal=\"" + std::to_string(stopSignal) +
            "\"/></stop></process>";
-}
-
-std::string textOf(const char* path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 
 // What the tests' own build adds.
@@ -88,8 +81,7 @@ class InheritanceTest : public SystemTest {
     // 0 until it is the program it is to become.
     pid_t sleeping(const std::string& length) {
         for (const pid_t pid : service.processes()) {
-            const std::string expected = std::string(kSleep) + '\0' + length + '\0';
-            if (ProcessView(pid).content("cmdline") == expected) return pid;
+            if (ProcessView(pid).commandLine() == kSleep + (" " + length) + " ") return pid;
         }
         return 0;
     }
@@ -235,7 +227,7 @@ TEST_F(InheritanceTest, AChildsOwnVariablesComeFromItsDocument) {
 
 // The element of the sample document, to the letter.
 std::string housekeepingElement() {
-    const std::string sample = textOf(VBS_SAMPLE_FOLDER "/bin/bootstrap_linuxi38632.xml");
+    const std::string sample = contentOf(VBS_SAMPLE_FOLDER "/bin/bootstrap_linuxi38632.xml");
     const std::size_t from = sample.find("<process name=\"housekeeping\">");
     const std::string end = "</process>";
     EXPECT_NE(from, std::string::npos);

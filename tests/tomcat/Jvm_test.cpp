@@ -3,9 +3,9 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <map>
 
+#include "ProcessView.h"
 #include "TomcatTest.h"
 
 namespace fs = std::filesystem;
@@ -16,14 +16,10 @@ namespace {
 std::map<std::string, std::string> blockedSignals(pid_t pid) {
     std::map<std::string, std::string> blocked;
     for (const auto& thread : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
-        std::string name;
-        std::string mask;
-        std::ifstream status(thread.path() / "status");
-        for (std::string line; std::getline(status, line);) {
-            if (line.rfind("Name:\t", 0) == 0) name = line.substr(6);
-            if (line.rfind("SigBlk:\t", 0) == 0) mask = line.substr(8);
-        }
-        blocked[thread.path().filename() == std::to_string(pid) ? "initial" : name] = mask;
+        const std::string id = thread.path().filename().string();
+        const std::string status = ProcessView(pid).content("task/" + id + "/status");
+        const std::string name = id == std::to_string(pid) ? "initial" : ProcessView::field(status, "Name");
+        blocked[name] = ProcessView::field(status, "SigBlk");
     }
     return blocked;
 }

@@ -31,6 +31,14 @@ class MakeInstallationTest : public SystemTest {
     }
 };
 
+// Where the first of the commands leads that the script prints.
+std::string placeToGoOn(const std::string& words) {
+    const std::size_t begin = words.find("\n  cd ");
+    if (begin == std::string::npos) return {};
+    const std::string command = words.substr(begin, words.find('\n', begin + 1) - begin);
+    return say({"bash", "-e", "-c", command + "\npwd"}).words;
+}
+
 mode_t modeOf(const std::string& file) {
     struct stat status {};
     return stat(file.c_str(), &status) == 0 ? status.st_mode & 0777U : 0;
@@ -50,8 +58,8 @@ TEST_F(MakeInstallationTest, PortsAndJavaHomeStandInItsDocuments) {
     EXPECT_TRUE(fs::is_symlink(folder() + "/bin/velbootstrapservice"));
     EXPECT_EQ(modeOf(folder() + "/configuration/dispatcher.key"), 0600U);
     // The way on, as it is to be typed.
-    EXPECT_NE(said.words.find("\n  cd " + folder() + "/bin\n  ./velbootstrapservice -start\n"),
-              std::string::npos);
+    EXPECT_EQ(placeToGoOn(said.words), folder() + "/bin\n");
+    EXPECT_NE(said.words.find("/bin\n  ./velbootstrapservice -start\n"), std::string::npos) << said.words;
 }
 
 TEST_F(MakeInstallationTest, RenewingChangesTheCertificatesOnly) {
@@ -83,6 +91,47 @@ TEST_F(MakeInstallationTest, AnEmptyFolderIsFilled) {
     EXPECT_TRUE(service.exists("temp/made/tomcat/conf/server.xml"));
 }
 
+TEST_F(MakeInstallationTest, TheFolderMayBeALinkOrTheCallersOwn) {
+    fs::create_directory(folder());
+    fs::create_symlink("made", folder("link"));
+    const Said linked = makeInstallation({folder("link") + "//"});
+    EXPECT_EQ(linked.exitCode, 0) << linked.words;
+    EXPECT_TRUE(fs::is_symlink(folder("link")));
+    EXPECT_TRUE(service.exists("temp/made/tomcat/conf/server.xml"));
+
+    fs::create_directory(folder("own"));
+    const Said own = makeInstallation({"."}, {"--chdir=" + folder("own"), "CDPATH=" + folder()});
+    EXPECT_EQ(own.exitCode, 0) << own.words;
+    EXPECT_EQ(placeToGoOn(own.words), folder("own") + "/bin\n") << own.words;
+    EXPECT_TRUE(service.exists("temp/own/tomcat/conf/server.xml"));
+}
+
+TEST_F(MakeInstallationTest, PathsMayHoldWhatAShellOrAnEditorOfStreamsWouldTakeForItsOwn) {
+    const std::string odd = "made/a b'c&d|e\\1$f";
+    const std::string home = folder(odd + "/java");
+    fs::create_directories(home + "/bin");
+    fs::create_symlink(fs::canonical("/usr/bin/java"), home + "/bin/java");
+    const Said said = makeInstallation({folder(odd + "/installation")}, {"JAVA_HOME=" + home});
+    ASSERT_EQ(said.exitCode, 0) << said.words;
+    const std::string environment =
+        service.read("temp/" + odd + "/installation/configuration/zorEnvironmentVars.ini");
+    EXPECT_NE(environment.find("\nJAVA_HOME=" + home + "\n"), std::string::npos) << environment;
+    EXPECT_EQ(placeToGoOn(said.words), folder(odd + "/installation/bin\n")) << said.words;
+}
+
+TEST_F(MakeInstallationTest, AnAttemptThatFailsHalfWayLeavesNothing) {
+    fs::create_directories(folder("java/bin"));
+    fs::create_symlink("/bin/false", folder("java/bin/java"));
+    fs::create_directory(folder("empty"));
+    for (const char* const name : {"made", "empty"}) {
+        const Said said = makeInstallation({folder(name)}, {"JAVA_HOME=" + folder("java")});
+        EXPECT_EQ(said.exitCode, 1);
+        EXPECT_NE(said.words.find("/bin/java does not run"), std::string::npos) << said.words;
+    }
+    EXPECT_FALSE(service.exists("temp/made"));
+    EXPECT_TRUE(fs::is_empty(folder("empty")));
+}
+
 TEST_F(MakeInstallationTest, WrongArgumentsAreNamedAndNothingIsMade) {
     expectRefusal({"--port", "0", folder()}, "--port must be a number from 1 to 65535, not '0'");
     expectRefusal({"--port", "65536", folder()}, "--port must be a number from 1 to 65535, not '65536'");
@@ -95,6 +144,9 @@ TEST_F(MakeInstallationTest, WrongArgumentsAreNamedAndNothingIsMade) {
     expectRefusal({"--ports", "1", folder()}, "--ports is no option");
     expectRefusal({folder(), folder("other")}, "more than one folder");
     expectRefusal({"--renew", folder()}, folder() + " is no installation");
+    expectRefusal({"--renew", "--port", "9400", folder()}, "--port is only for a new installation");
+    expectRefusal({folder("a \"quoted\" one")},
+                  "Tomcat cannot work in a folder with a double quote in its path: ");
     expectRefusal({"--programs", service.path("logs"), folder()},
                   "no velbootstrapservice in " + service.path("logs") + ": name its folder with --programs");
 }

@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+#include "ProcessView.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -26,8 +28,11 @@ Said say(std::vector<std::string> command) {
     return said;
 }
 
-Said makeInstallation(const std::vector<std::string>& arguments) {
-    std::vector<std::string> command{VBS_TOMCAT_SAMPLE "/velbootstrap-tomcat", "--programs", VBS_PROGRAMS};
+Said makeInstallation(const std::vector<std::string>& arguments,
+                      const std::vector<std::string>& circumstances) {
+    std::vector<std::string> command = circumstances;
+    for (const char* const word : {VBS_TOMCAT_SAMPLE "/velbootstrap-tomcat", "--programs", VBS_PROGRAMS})
+        command.emplace_back(word);
     command.insert(command.end(), arguments.begin(), arguments.end());
     return say(command);
 }
@@ -80,9 +85,7 @@ RunResult TomcatTest::stop() {
 
 pid_t TomcatTest::jvm() const {
     for (const pid_t pid : service.processes()) {
-        std::error_code error;
-        const fs::path program = fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", error);
-        if (!error && program.filename() == "java") return pid;
+        if (fs::path(ProcessView(pid).target("exe")).filename() == "java") return pid;
     }
     return 0;
 }

@@ -19,8 +19,9 @@ struct Said {
 // Runs a program of the machine to its end, without a Java home from outside.
 Said say(std::vector<std::string> command);
 
-// The sample's script with the programs of this build.
-Said makeInstallation(const std::vector<std::string>& arguments);
+// The sample's script with the programs of this build. The circumstances are words for env.
+Said makeInstallation(const std::vector<std::string>& arguments,
+                      const std::vector<std::string>& circumstances = {});
 
 // curl that believes only this authority. Its words are the body, a line feed, and the status.
 Said curl(const std::string& authorityFile, const std::string& url);

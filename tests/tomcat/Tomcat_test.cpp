@@ -1,18 +1,17 @@
 // A Tomcat in all the situations that the service is there for.
 
-#include <sys/stat.h>
-
 #include <csignal>
 
+#include "ProcessView.h"
 #include "TestPki.h"
 #include "TomcatTest.h"
 
 namespace {
 
-uid_t ownerOf(pid_t pid) {
-    struct stat status {};
-    return stat(("/proc/" + std::to_string(pid)).c_str(), &status) == 0 ? status.st_uid : 0;
-}
+constexpr const char* kLimitIsHit =
+    "process tomcat hit ping failure limit, will restart, but first make sure it is really dead.";
+constexpr const char* kIsKilled =
+    "unresponsive process tomcat still hasn't stopped after two polls intervals, so kill it";
 
 }  // namespace
 
@@ -43,20 +42,26 @@ TEST_F(TomcatTest, ItIsStartedUntilItAnswersAndStoppedInOrder) {
 
 TEST_F(TomcatTest, ItsMemoryPortsAndVendorOptionsComeFromTheConfiguration) {
     started();
-    const std::string command = ServiceUnderTest::commandLine(jvm());
+    const ProcessView tomcat(jvm());
+    const std::string command = tomcat.commandLine();
     for (const std::string& option :
          {std::string("/bin/java -Xmx256m -Xms64m "), std::string(" -XX:+ExitOnOutOfMemoryError "),
+          " -XX:ErrorFile=" + service.path("logs/java_error_%p.log") + " ",
+          " -Djava.io.tmpdir=" + service.path("tomcat/temp") + " ",
           " -Dvelmora.dispatcherPort=" + port().str() + " ",
           " -Dcatalina.base=" + service.path("tomcat") + " "})
         EXPECT_NE(command.find(option), std::string::npos) << option << " in " << command;
-    EXPECT_NE(ownerOf(jvm()), 0U) << "runs as root";
+    const std::string users = tomcat.status("Uid");
+    EXPECT_NE(users, "");
+    EXPECT_EQ(("\t" + users + "\t").find("\t0\t"), std::string::npos) << "runs as root";
     EXPECT_EQ(stop().exitCode, 0);
 }
 
 TEST_F(TomcatTest, AnUnknownVendorTakesAwayTheOptionsOfItsJvm) {
     service.remove("temp/zor.prefs");
     started();
-    const std::string command = ServiceUnderTest::commandLine(jvm());
+    const std::string command = ProcessView(jvm()).commandLine();
+    ASSERT_NE(command.find("/bin/java -Xmx"), std::string::npos) << command;
     EXPECT_EQ(command.find("-XX:"), std::string::npos) << command;
     EXPECT_EQ(stop().exitCode, 0);
 }
@@ -71,8 +76,7 @@ TEST_F(TomcatTest, FrozenForLessThanTheLimitItIsLeftAlone) {
     ASSERT_EQ(kill(tomcat, SIGCONT), 0);
     EXPECT_TRUE(isPingedWell());
     EXPECT_EQ(jvm(), tomcat);
-    EXPECT_TRUE(service.neverLogged(
-        "process tomcat hit ping failure limit, will restart, but first make sure it is really dead."));
+    EXPECT_TRUE(service.neverLogged(kLimitIsHit));
     EXPECT_EQ(stop().exitCode, 0);
     EXPECT_EQ(applicationTold("closed in order"), 1U);
 }
@@ -86,15 +90,12 @@ TEST_F(TomcatTest, FrozenBeyondTheLimitItIsToldToStopKilledAndReplaced) {
     EXPECT_TRUE(
         service.inOrder({"DEBUG PingChildProcess ping of process tomcat failed. Will begin restart sequence.",
                          "DEBUG PingChildProcess ping of process tomcat failed. Will begin restart sequence.",
-                         "WARN PingChildProcess process tomcat hit ping failure limit, will restart, but "
-                         "first make sure it is really "
-                         "dead.",
+                         std::string("WARN PingChildProcess ") + kLimitIsHit,
                          "WARN PingChildProcess process tomcat appears to still be alive, so stop it.",
                          "DEBUG PingChildProcess stopping process \"tomcat\"",
                          "WARN PingChildProcess stopAction->execute() return status = 1",
                          "WARN PingChildProcess unresponsive process tomcat hasn't yet finished stopping.",
-                         "DEBUG PingChildProcess unresponsive process tomcat still hasn't stopped after two "
-                         "polls intervals, so kill it",
+                         std::string("DEBUG PingChildProcess ") + kIsKilled,
                          "WARN PingChildProcess unresponsive process tomcat hasn't yet finished stopping.",
                          "WARN PingChildProcess restarting process tomcat."}));
     // The reason of a failed ping stands in the log.
@@ -139,8 +140,7 @@ TEST_F(TomcatTest, NotReadyItIsNeverRestarted) {
     EXPECT_TRUE(
         isLoggedAgain("DEBUG", "ZORSockSendAction", "successfully detected success string in response."));
     EXPECT_EQ(jvm(), tomcat);
-    EXPECT_TRUE(service.neverLogged(
-        "process tomcat hit ping failure limit, will restart, but first make sure it is really dead."));
+    EXPECT_TRUE(service.neverLogged(kLimitIsHit));
     EXPECT_EQ(stop().exitCode, 0);
     EXPECT_EQ(applicationTold("opened"), 1U);
 }
