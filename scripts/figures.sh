@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # figures.sh: measures what the service costs and prints it, for the release build: the processor time of a question
 # ("-isrunning"), what the idle daemon with one child maps and keeps for itself, how often it wakes, what the security
-# library adds to an exchange written by hand, and the benchmarks. The numbers are for reading; nothing here passes or fails on them.
+# library adds to an exchange written by hand, and the benchmarks. The numbers are for reading; nothing here passes
+# or fails on them.
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"

@@ -27,7 +27,8 @@ stage=$1
 copy_programs() {
     local file
     for file in velbootstrapservice sampledispatcher libSEK_Crypto_Interface.so; do
-        [[ -f $build/bin/$file ]] || fail "$build/bin/$file is not there: build first, cmake --preset release && cmake --build --preset release"
+        [[ -f $build/bin/$file ]] ||
+            fail "$build/bin/$file is not there: build first, cmake --preset release && cmake --build --preset release"
         install -m 755 "$build/bin/$file" "$stage/bin/$file"
     done
 }
