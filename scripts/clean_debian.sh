@@ -148,22 +148,26 @@ prove_supervision() {
     claim "replaced by process $(tomcat), which answers"
 }
 
+# await_restart BEFORE WORDS: systemd has started the unit again, with another Tomcat than BEFORE.
+await_restart() {
+    wait_until 90 was_restarted "$1" || stop_here "the unit was not restarted"
+    claim "$2: Tomcat is process $(tomcat) now"
+}
+
 # The manager ends what the killed daemon has left, before it starts another.
 prove_killed_daemon() {
     local before
     before=$(tomcat)
     inside kill -KILL "$(inside cat /var/log/velbootstrapservice/velbootstrap_service.pid)"
     claim "killed the daemon"
-    wait_until 90 was_restarted "$before" || stop_here "the unit was not restarted"
-    claim "restarted by systemd: Tomcat is process $(tomcat) now"
+    await_restart "$before" "restarted by systemd"
 }
 
 prove_upgrade() {
     local before
     before=$(tomcat)
     show_quietly apt-get install -y -qq --reinstall "/root/${package##*/}"
-    wait_until 90 was_restarted "$before" || stop_here "it was not restarted"
-    claim "installed anew: Tomcat is process $(tomcat) now"
+    await_restart "$before" "installed anew"
 }
 
 prove_stop() {
