@@ -28,7 +28,7 @@ TVLIDOM_Element TVLIDOM_Helper::findFirstElementWithAttribute(const TVLIDOM_Node
 }
 
 bool TVLIDOM_Helper::isElementNamed(const TVLIDOM_Node& node, const I18NString& name) {
-    return node.getNodeType() == TVLIDOM_Node::ELEMENT_NODE && node.getNodeName() == name;
+    return node.getNodeType() == TVLIDOM_Node::ELEMENT_NODE && node.hasNodeName(name);
 }
 
 TVLIDOM_Node TVLIDOM_Helper::nextInDocumentOrder(const TVLIDOM_Node& node, const TVLIDOM_Node& root) {

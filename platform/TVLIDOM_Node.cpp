@@ -14,6 +14,10 @@ I18NString TVLIDOM_Node::getNodeName() const {
     return m_node == nullptr ? I18NString() : TVLIDOM_Text::fromXml(m_node->getNodeName());
 }
 
+bool TVLIDOM_Node::hasNodeName(const I18NString& name) const {
+    return m_node == nullptr ? name.empty() : TVLIDOM_Text::equals(m_node->getNodeName(), name);
+}
+
 I18NString TVLIDOM_Node::getNodeValue() const {
     return m_node == nullptr ? I18NString() : TVLIDOM_Text::fromXml(m_node->getNodeValue());
 }

@@ -30,6 +30,7 @@ class TVLIDOM_Node {
     bool isNull() const { return m_node == nullptr; }
     int getNodeType() const;
     I18NString getNodeName() const;
+    bool hasNodeName(const I18NString& name) const;  // as getNodeName() == name, without a copy
     I18NString getNodeValue() const;
     TVLIDOM_Node getFirstChild() const;
     TVLIDOM_Node getNextSibling() const;

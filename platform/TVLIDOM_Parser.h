@@ -1,9 +1,9 @@
 // Parses XML from a stream into a document.
 //
 // Purpose: well-formed documents without validation and without namespace processing: names stay as written.
-//   Nothing outside the document is ever loaded: external DTDs and schemas are ignored, a reference to an
-//   external entity is an error. So is what makes a small document big: entities that expand beyond a bound,
-//   and declarations of parameter entities and of attributes.
+//   Nothing outside the document is ever loaded: external DTDs and schemas are ignored; a reference to an
+//   external entity, or to one that only an unread DTD could define, is an error. So is what makes a small
+//   document big; PlainXmlParser.h has the limits.
 // Ownership: keeps nothing of stream or document.
 // Threads: one thread at a time.
 // Units: none.

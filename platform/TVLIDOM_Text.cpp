@@ -1,30 +1,67 @@
 #include "TVLIDOM_Text.h"
 
-#include <xercesc/util/TransService.hpp>
-#include <xercesc/util/XMLException.hpp>
+#include <unicode/ustring.h>
+#include <cstdint>
+#include <limits>
+#include <new>
 #include <xercesc/util/XMLString.hpp>
+
+static_assert(sizeof(XMLCh) == sizeof(UChar), "both libraries count in UTF-16 units");
+
+namespace {
+
+std::int32_t lengthOf(std::size_t length) {
+    if (length > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) throw std::bad_alloc();
+    return static_cast<std::int32_t>(length);
+}
+
+// Both conversions write into a given buffer and tell the length that they need. One unit for a unit is exact
+// for ASCII, which nearly every text is.
+template <typename Text, typename Conversion>
+Text converted(std::size_t length, Conversion convert) {
+    Text result(length, 0);
+    std::int32_t needed = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    convert(result.data(), lengthOf(length), &needed, &status);
+    if (status == U_BUFFER_OVERFLOW_ERROR) {
+        result.resize(static_cast<std::size_t>(needed));
+        status = U_ZERO_ERROR;
+        convert(result.data(), needed, &needed, &status);
+    }
+    if (U_FAILURE(status)) return {};
+    result.resize(static_cast<std::size_t>(needed));
+    return result;
+}
+
+}  // namespace
 
 namespace TVLIDOM_Text {
 
 I18NString fromXml(const XMLCh* text) {
-    if (text == nullptr || *text == 0) return {};
-    try {
-        const xercesc::TranscodeToStr utf8(text, "UTF-8");
-        return std::string(reinterpret_cast<const char*>(utf8.str()), utf8.length());
-    } catch (const xercesc::XMLException&) {
-        return {};
-    }
+    const std::size_t length = text == nullptr ? 0 : xercesc::XMLString::stringLen(text);
+    if (length == 0) return {};
+    return converted<std::string>(length,
+                                  [&](char* to, std::int32_t room, std::int32_t* needed, UErrorCode* status) {
+                                      u_strToUTF8(to, room, needed, text, lengthOf(length), status);
+                                  });
 }
 
 XmlString toXml(const I18NString& text) {
-    if (text.empty()) return {};
-    try {
-        const auto* const bytes = reinterpret_cast<const XMLByte*>(text.c_str());
-        const xercesc::TranscodeFromStr utf16(bytes, text.str().size(), "UTF-8");
-        return {utf16.str(), utf16.length()};
-    } catch (const xercesc::XMLException&) {
-        return {};
+    const std::string& utf8 = text.str();
+    if (utf8.empty()) return {};
+    return converted<XmlString>(
+        utf8.size(), [&](XMLCh* to, std::int32_t room, std::int32_t* needed, UErrorCode* status) {
+            u_strFromUTF8(to, room, needed, utf8.data(), lengthOf(utf8.size()), status);
+        });
+}
+
+bool equals(const XMLCh* text, const I18NString& utf8) {
+    const std::string& other = utf8.str();
+    std::size_t at = 0;
+    for (; at < other.size() && text[at] != 0 && text[at] < 0x80; ++at) {
+        if (static_cast<XMLCh>(static_cast<unsigned char>(other[at])) != text[at]) return false;
     }
+    return fromXml(text + at).str() == std::string_view(other).substr(at);
 }
 
 }  // namespace TVLIDOM_Text

@@ -2,9 +2,10 @@
 //
 // Purpose: for the document model's own use; nobody else sees UTF-16.
 // Ownership: values.
-// Threads: any, while the XML library is up.
+// Threads: any.
 // Units: none.
-// Errors: text that is not valid in its encoding converts to an empty text.
+// Errors: text that is not valid in its encoding converts to an empty text. A text beyond 2 GiB throws
+//   std::bad_alloc.
 #pragma once
 
 #include <string>
@@ -18,5 +19,7 @@ using XmlString = std::basic_string<XMLCh>;
 
 I18NString fromXml(const XMLCh* text);  // null is empty
 XmlString toXml(const I18NString& text);
+// Whether both are the same text; converts nothing while it is ASCII.
+bool equals(const XMLCh* text, const I18NString& utf8);
 
 }  // namespace TVLIDOM_Text

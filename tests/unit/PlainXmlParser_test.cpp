@@ -1,0 +1,240 @@
+// Declarations: what a document may declare, and what of it is refused.
+
+#include "TVLIDOM_Parser.h"
+#include "TestKit.h"
+#include "TextStream.h"
+
+namespace {
+
+class PlainXmlParserTest : public testing::Test {
+  protected:
+    PlainXmlParserTest() { TVLIDOM_DOMImplementation::initialize(); }
+    ~PlainXmlParserTest() override { TVLIDOM_DOMImplementation::terminate(); }
+
+    std::string errorOf(const std::string& text) {
+        TVLIDOM_Document document;
+        TextStream stream(text);
+        TVLIDOM_Parser parser;
+        EXPECT_EQ(parser.parse(stream, document), 0) << text.substr(0, 200);
+        EXPECT_TRUE(document.getDocumentElement().isNull());
+        return parser.getErrorString().str();
+    }
+    // The text of the root of a document that must be accepted.
+    std::string textOf(const std::string& text) {
+        TextStream stream(text);
+        TVLIDOM_Parser parser;
+        EXPECT_EQ(parser.parse(stream, m_document), 1) << parser.getErrorString().c_str();
+        return m_document.getDocumentElement().getTextContent().str();
+    }
+    std::string attributeOf(const std::string& text, const char* name) {
+        textOf(text);
+        return m_document.getDocumentElement().getAttribute(name).str();
+    }
+
+    static std::string repeated(const std::string& piece, int count) {
+        std::string text;
+        for (int i = 0; i < count; ++i)
+            text += piece;
+        return text;
+    }
+    // Entities of which each stands for ten of the one before; the last would be a thousand million of the first.
+    static std::string multiplying(const std::string& kind, const std::string& reference,
+                                   const std::string& first) {
+        std::string text = "<!ENTITY " + kind + "e0 '" + first + "'>";
+        for (int i = 1; i < 10; ++i) {
+            text += "<!ENTITY " + kind + "e" + std::to_string(i) + " '" +
+                    repeated(reference + "e" + std::to_string(i - 1) + ";", 10) + "'>";
+        }
+        return text;
+    }
+
+    TVLIDOM_Document m_document;
+};
+
+// ---- What an external, unread DTD might declare ----
+
+TEST_F(PlainXmlParserTest, AnEntityThatOnlyAnUnreadDtdCouldDefineIsAnErrorThatNamesIt) {
+    EXPECT_EQ(errorOf("<!DOCTYPE x SYSTEM 'x.dtd'>\n<x>--dir=&foo;/x</x>"),
+              "line 2, column 15: entity 'foo' not found");
+    EXPECT_EQ(errorOf("<!DOCTYPE x PUBLIC 'p' 'http://127.0.0.1:9/x.dtd' []>\n<x>&foo;</x>"),
+              "line 2, column 9: entity 'foo' not found");
+    EXPECT_EQ(errorOf("<?xml version='1.0' standalone='no'?><!DOCTYPE x SYSTEM 'x.dtd'>\n<x>&foo;</x>"),
+              "line 2, column 9: entity 'foo' not found");
+}
+
+TEST_F(PlainXmlParserTest, SuchAnEntityInAnAttributeIsAnErrorThatNamesIt) {
+    EXPECT_EQ(errorOf("<!DOCTYPE x SYSTEM 'x.dtd'>\n<x b='&foo;'/>"),
+              "line 2, column 12: entity 'foo' not found");
+}
+
+TEST_F(PlainXmlParserTest, SuchAnEntityInsideAnotherIsAnErrorThatNamesIt) {
+    EXPECT_EQ(errorOf("<!DOCTYPE x SYSTEM 'x.dtd' [<!ENTITY a '[&foo;]'><!ENTITY b '&a;'>]>\n<x>&b;</x>"),
+              "line 2, column 7: entity 'foo' not found");
+    EXPECT_EQ(errorOf("<!DOCTYPE x SYSTEM 'x.dtd' [<!ENTITY a '[&foo;]'>]>\n<x b='&a;'/>"),
+              "line 2, column 10: entity 'foo' not found");
+}
+
+TEST_F(PlainXmlParserTest, SuchAnEntityInADefaultValueIsAnErrorThatNamesIt) {
+    EXPECT_EQ(errorOf("<!DOCTYPE x SYSTEM 'x.dtd' [\n<!ATTLIST x b CDATA '&foo;'>]><x/>"),
+              "line 2, column 27: entity 'foo' not found");
+}
+
+TEST_F(PlainXmlParserTest, AnUndeclaredParameterEntityIsAnErrorThatNamesIt) {
+    for (const std::string& dtd : {std::string(), std::string("SYSTEM 'x.dtd' ")}) {
+        EXPECT_EQ(
+            errorOf("<!DOCTYPE x " + dtd + "[\n%foo;\n<!ENTITY e 'text'>]><x>&e;</x>"),
+            "line 2, column 6: references to parameter entities are not supported: entity 'foo' not found");
+    }
+}
+
+TEST_F(PlainXmlParserTest, AnUnreadDtdWithoutReferencesDoesNoHarm) {
+    EXPECT_EQ(textOf("<!DOCTYPE x SYSTEM 'x.dtd'><x>&lt;&#65;&gt;</x>"), "<A>");
+    EXPECT_EQ(textOf("<!DOCTYPE x SYSTEM 'x.dtd' [<!ENTITY e 'declared'>]><x>&e;</x>"), "declared");
+}
+
+// ---- Declarations that multiply nothing ----
+
+TEST_F(PlainXmlParserTest, DeclarationsThatMultiplyNothingAreAccepted) {
+    const std::string subset =
+        "<!ELEMENT a (#PCDATA|b)*>\n<!ELEMENT b EMPTY>\n<!NOTATION n SYSTEM 'n'>\n"
+        "<!ATTLIST a b CDATA #IMPLIED kind (one|two) #REQUIRED>\n<!ATTLIST b i ID #IMPLIED>\n"
+        "<!ENTITY % p 'nobody refers to it'>\n<!ENTITY % q SYSTEM 'file:///etc/passwd'>\n"
+        "<!ENTITY picture SYSTEM 'p.gif' NDATA n>\n<!-- a comment --><?a target?>\n";
+    EXPECT_EQ(textOf("<!DOCTYPE a [" + subset + "]><a b=' x '>text</a>"), "text");
+    EXPECT_EQ(m_document.getDocumentElement().getAttribute("b"), " x ");
+    EXPECT_EQ(m_document.getDocumentElement().getAttribute("kind"), "");
+}
+
+TEST_F(PlainXmlParserTest, EntitiesKeepTheirMeaningAmongOtherDeclarations) {
+    EXPECT_EQ(textOf("<!DOCTYPE a [<!ENTITY % e 'other'><!ENTITY e 'first'><!ENTITY e 'second'>"
+                     "<!ATTLIST a b CDATA #IMPLIED><!ENTITY f '<b>&e;</b>'>]><a b='&e;'>&f; &e;</a>"),
+              "first first");
+    EXPECT_EQ(m_document.getDocumentElement().getAttribute("b"), "first");
+}
+
+TEST_F(PlainXmlParserTest, AnExternalGeneralEntityStaysExternalAfterTheSubset) {
+    EXPECT_EQ(errorOf("<!DOCTYPE a [<!ENTITY e SYSTEM 'x'>]>\n<a>&e;</a>"),
+              "line 2, column 7: external entities are not loaded: \"x\"");
+    EXPECT_EQ(errorOf("<!DOCTYPE a [<!ENTITY e SYSTEM 'x'>]>\n<a b='&e;'/>"),
+              "line 2, column 10: external entity cannot be referred to from attribute value");
+}
+
+// ---- Parameter entities ----
+
+TEST_F(PlainXmlParserTest, AReferenceToAParameterEntityIsAnError) {
+    EXPECT_EQ(errorOf("<!DOCTYPE a [<!ENTITY % p ''>\n  %p;]><a/>"),
+              "line 2, column 6: references to parameter entities are not supported: \"%p;\"");
+    EXPECT_EQ(errorOf("<!DOCTYPE a [<!ENTITY % e SYSTEM 'file:///etc/passwd'>\n%e;]><a/>"),
+              "line 2, column 4: references to parameter entities are not supported: \"%e;\"");
+    EXPECT_NE(
+        errorOf("<!DOCTYPE a [<!ENTITY % p 'x'><!ENTITY e '%p;'>]><a/>").find("parameter entity references"),
+        std::string::npos);
+}
+
+// Each would be gone through a thousand million times, and the empty ones without an event.
+TEST_F(PlainXmlParserTest, ParameterEntitiesThatMultiplyAreNotExpanded) {
+    for (const char* const first : {"", "<!-- x -->", " "}) {
+        EXPECT_NE(errorOf("<!DOCTYPE a [" + multiplying("% ", "&#37;", first) + "%e9;]><a/>")
+                      .find("references to parameter entities are not supported: \"%e9;\""),
+                  std::string::npos);
+    }
+}
+
+// ---- Default values ----
+
+TEST_F(PlainXmlParserTest, ADefaultAttributeValueIsAnError) {
+    EXPECT_EQ(errorOf("<!DOCTYPE a [\n<!ATTLIST a b CDATA 'x'>]><a/>"),
+              "line 2, column 24: default attribute values are not supported");
+    EXPECT_EQ(errorOf("<!DOCTYPE a [\n<!ATTLIST a b CDATA #FIXED 'x'>]><a/>"),
+              "line 2, column 31: default attribute values are not supported");
+    EXPECT_EQ(errorOf("<!DOCTYPE a [\n<!ATTLIST a b CDATA #IMPLIED c (x|y) 'y'>]><a/>"),
+              "line 2, column 41: default attribute values are not supported");
+    EXPECT_EQ(errorOf("<!DOCTYPE a [<!ATTLIST a b CDATA #IMPLIED>\n<!ATTLIST a b CDATA 'x'>]><a/>"),
+              "line 2, column 24: default attribute values are not supported");
+}
+
+// The library knows no bound on expansions there.
+TEST_F(PlainXmlParserTest, EntitiesInADefaultValueAreNotExpanded) {
+    for (const char* const first : {"", "ha"}) {
+        EXPECT_NE(errorOf("<!DOCTYPE a [" + multiplying("", "&", first) +
+                          "<!ATTLIST a b CDATA #FIXED '&e9;'>]><a/>")
+                      .find("default attribute values are not supported"),
+                  std::string::npos);
+    }
+}
+
+// ---- General entities ----
+
+TEST_F(PlainXmlParserTest, EntitiesThatMultiplyAreAnError) {
+    const std::string words =
+        "parser has encountered more than '100' entity expansions in the document; this is the limit imposed "
+        "by "
+        "the application";
+    for (const char* const first : {"", "ha"}) {
+        const std::string subset = "<!DOCTYPE a [" + multiplying("", "&", first) + "]>\n";
+        EXPECT_EQ(errorOf(subset + "<a>&e9;</a>"), "line 2, column 8: " + words);
+        EXPECT_EQ(errorOf(subset + "<a b='&e9;'/>"), "line 2, column 11: " + words);
+    }
+}
+
+TEST_F(PlainXmlParserTest, AHundredExpansionsAreEnough) {
+    const std::string subset = "<!DOCTYPE a [<!ENTITY e 'x'>]>";
+    EXPECT_EQ(textOf(subset + "<a b='" + repeated("&e;", 40) + "'>" + repeated("&e;", 60) + "</a>"),
+              std::string(60, 'x'));
+    EXPECT_NE(errorOf(subset + "<a b='" + repeated("&e;", 40) + "'>" + repeated("&e;", 61) + "</a>")
+                  .find("more than '100' entity expansions"),
+              std::string::npos);
+}
+
+TEST_F(PlainXmlParserTest, ALongEntityIsAnErrorBecauseItCouldBeRepeated) {
+    const auto declared = [](std::size_t length) {
+        return "<!DOCTYPE a [\n<!ENTITY long '" + std::string(length, 'x') + "'>]><a>";
+    };
+    EXPECT_EQ(textOf(declared(100000) + "&long;</a>").size(), 100000U);
+    EXPECT_EQ(errorOf(declared(100001) + "</a>"),
+              "line 2, column 100019: entity \"long\" has more than 100000 characters");
+}
+
+// All that a document can make of its entities: ten million characters.
+TEST_F(PlainXmlParserTest, AHundredOfTheLongestEntitiesAreParsed) {
+    const std::string subset = "<!DOCTYPE a [<!ENTITY e '" + std::string(100000, 'x') + "'>]>";
+    EXPECT_EQ(textOf(subset + "<a>" + repeated("&e;", 100) + "</a>").size(), 10000000U);
+    EXPECT_EQ(attributeOf(subset + "<a b='" + repeated("&e;", 100) + "'/>", "b").size(), 10000000U);
+}
+
+// ---- Many declarations ----
+
+// The library looks at every declared attribute of an element each time the element occurs.
+TEST_F(PlainXmlParserTest, TooManyDeclaredAttributesOfAnElementAreAnError) {
+    const auto declared = [](int count) {
+        std::string text = "<!DOCTYPE a [\n";
+        for (int i = 0; i < count; ++i)
+            text += "<!ATTLIST a b" + std::to_string(i) + " CDATA #IMPLIED>\n";
+        return text + "]><a>x</a>";
+    };
+    EXPECT_EQ(textOf(declared(100)), "x");
+    EXPECT_EQ(errorOf(declared(101)),
+              "line 102, column 32: element \"a\" has more than 100 declared attributes");
+}
+
+TEST_F(PlainXmlParserTest, ThousandsOfDeclarationsAreReadOver) {
+    std::string text = "<!DOCTYPE a [";
+    for (int i = 0; i < 2000; ++i) {
+        const std::string name = "x" + std::to_string(i);
+        text += "<!ELEMENT " + name + " (a,(b|c)*)><!ATTLIST " + name + " id ID #IMPLIED v CDATA #REQUIRED>";
+        text += "<!NOTATION " + name + " PUBLIC 'p'><!ENTITY % " + name + " 'p'><!ENTITY " + name + " '&" +
+                name + ";'>";
+    }
+    EXPECT_EQ(textOf(text + "]><a>x</a>"), "x");
+}
+
+TEST_F(PlainXmlParserTest, ADeepContentModelIsReadOverOrRefused) {
+    const auto declared = [](int depth) {
+        return "<!DOCTYPE a [\n<!ELEMENT a " + repeated("(a,", depth) + "b" + repeated(")", depth) +
+               ">]><a>x</a>";
+    };
+    EXPECT_EQ(textOf(declared(900)), "x");
+    EXPECT_NE(errorOf(declared(100000)).find("line 2, column "), std::string::npos);
+}
+
+}  // namespace
