@@ -35,7 +35,8 @@ state_of_treasure() {
 # expect_untouched WHEN
 expect_untouched() {
     expect_equal "root's own $1" "$before" "$(state_of_treasure)"
-    expect "the service of root's runs $1" test -d "/proc/$bystander"
+    expect_equal "the service of root's $1" "$program" \
+        "$(in_copy readlink "/proc/$bystander/exe" | sed 's/ (deleted)$//')"
 }
 
 # bounded SECONDS COMMAND...: ends what hangs.
@@ -66,7 +67,6 @@ DOCUMENT
     in_copy env --chdir="$other/bin" JAVA_HOME=/nowhere "$program" -d >/dev/null 2>&1 &
     wait_until 60 test -s "$copy$other/logs/velbootstrap_service.pid" || fail "the other service does not start"
     bystander=$(<"$copy$other/logs/velbootstrap_service.pid")
-    expect_equal "the other service's program" "$program" "$(in_copy readlink "/proc/$bystander/exe")"
 }
 
 # --- what the service's user does ---
