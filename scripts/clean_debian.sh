@@ -61,6 +61,9 @@ manager() { pgrep --parent "$container" || true; }
 
 inside() { nsenter --target "$(manager)" --all env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"; }
 
+# What lies in the service's folders is looked at and changed as its user, who could have put a link there.
+as_service() { inside runuser -u velbootstrap -- "$@"; }
+
 is_up() {
     local state
     state=$(inside systemctl is-system-running 2>/dev/null) || true
@@ -91,7 +94,7 @@ show_quietly() {
 stop_here() {
     inside systemctl --no-pager status velbootstrapservice velbootstrapservice-foreground || true
     inside journalctl --no-pager -n 40 || true
-    inside tail -n 40 /var/log/velbootstrapservice/velbootstrapservice.log || true
+    as_service tail -n 40 /var/log/velbootstrapservice/velbootstrapservice.log || true
     fail "$*"
 }
 
@@ -128,7 +131,7 @@ show_printed() {
 # What "man" shows has the page's name in its first line; what bash completes with is found by the command's name.
 prove_documents() {
     local page
-    show_printed docs/packaging.md '^cd .* -isrunning$'
+    show_printed docs/packaging.md "^runuser .* -isrunning'\$"
     show_printed docs/packaging.md '^logrotate '
     show_printed docs/configuration.md '^xmllint .* /usr/share/'
     for page in velbootstrapservice velbootstrap.xml velbootstrap-tomcat; do
@@ -158,7 +161,7 @@ await_restart() {
 prove_killed_daemon() {
     local before
     before=$(tomcat)
-    inside kill -KILL "$(inside cat /var/log/velbootstrapservice/velbootstrap_service.pid)"
+    inside kill -KILL "$(as_service cat /var/log/velbootstrapservice/velbootstrap_service.pid)"
     claim "killed the daemon"
     await_restart "$before" "restarted by systemd"
 }
@@ -180,7 +183,7 @@ prove_stop() {
 # The PID file that was left behind names a process that there is in every boot.
 prove_boot() {
     show systemctl enable velbootstrapservice
-    inside sh -c 'echo 1 >/var/log/velbootstrapservice/velbootstrap_service.pid'
+    as_service sh -c 'echo 1 >/var/log/velbootstrapservice/velbootstrap_service.pid'
     shut_down
     boot
     expect_state active velbootstrapservice
@@ -219,15 +222,17 @@ prove_failures() {
     expect_no_start "a faulty startup configuration"
     inside sed -i 's|<ZOR$|<ZOR>|' "$settings/startup.xml"
 
-    inside sh -c "echo fatal >$status"
+    as_service sh -c "echo fatal >$status"
     expect_no_start "an application that says it is broken"
 
     # The unit's own line with fewer checks, so that this is over soon.
-    inside sh -c "echo 'not ready' >$status; mkdir -p $drop_in; { echo '[Service]'; echo ExecStart=;
+    as_service sh -c "echo 'not ready' >$status"
+    inside sh -c "mkdir -p $drop_in; { echo '[Service]'; echo ExecStart=;
         sed -n 's/^\(ExecStart=.*-testReadyTries=\)[0-9]*/\12/p' /lib/systemd/system/velbootstrapservice.service
         } >$drop_in/soon.conf; systemctl daemon-reload"
     expect_no_start "an application that does not get ready in time"
-    inside sh -c "rm $status $drop_in/soon.conf; systemctl daemon-reload"
+    as_service rm "$status"
+    inside sh -c "rm $drop_in/soon.conf; systemctl daemon-reload"
 }
 
 # While it runs. What "man" has kept is its own.

@@ -80,6 +80,16 @@ check_rights() {
 ./usr/share/velbootstrapservice/tomcat/velbootstrap-tomcat" "$(awk '/^-..x/ { print $6 }' "$listing" | sort)"
 }
 
+# dpkg works on the names of what it has unpacked, at every upgrade: nothing of it lies where the service can write.
+check_nothing_of_the_services() {
+    local folder
+    expect "folders of the service's" test -n "$(services_folders)"
+    for folder in $(services_folders); do
+        expect_not "$folder is in the package" test -e "$tree$folder"
+    done
+}
+services_folders() { awk '$1 == "d" { print $2 }' "$tree/usr/lib/tmpfiles.d/velbootstrapservice.conf"; }
+
 check_conffiles() {
     expect_equal "conffiles" "$(cd "$tree" && find etc -type f -printf '/%p\n' | sort)" \
         "$(dpkg-deb --ctrl-tarfile "$package" | tar -xO ./conffiles | sort)"
@@ -92,7 +102,7 @@ check_fields() {
     expect_equal "Architecture" "$(dpkg --print-architecture)" "$(field Architecture)"
     expect_equal "Version" "$(dpkg-parsechangelog -l "$sources/packaging/debian/changelog" -S Version)" \
         "$(field Version)"
-    for library in libc6 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers; do
+    for library in libc6 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers systemd-standalone-tmpfiles; do
         expect "Depends names $library" grep -qF "$library" <(field Depends)
     done
     expect_equal "Recommends" "default-jre-headless, openssl, tomcat10-common" "$(field Recommends)"
@@ -102,6 +112,7 @@ check_places
 check_files
 check_pages
 check_rights
+check_nothing_of_the_services
 check_conffiles
 check_fields
 verdict

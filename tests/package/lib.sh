@@ -52,3 +52,20 @@ unpack() {
     mkdir -p "$2"
     dpkg-deb --extract "$(echo "$packages/$1"_*.deb)" "$2"
 }
+
+# in_copy_of_machine SCRIPT ARGUMENT...: runs a script of this folder, which makes a copy of this machine (copy.sh), with
+# processes and a network of its own. Everything is gone with the test, whatever happens.
+in_copy_of_machine() {
+    local inside
+    inside=$(dirname "${BASH_SOURCE[0]}")/$1
+    if ((EUID != 0)); then
+        sudo -n true 2>/dev/null || fail "a copy of the machine needs root: run the tests as root, or with a sudo" \
+            "that asks for no password"
+        sudo -n "$0" "${@:2}"
+        exit
+    fi
+    unshare --mount --pid --net --ipc --fork true || fail "this machine gives no namespaces"
+    # It goes with this script, even when nobody is left to clean up.
+    setpriv --pdeathsig KILL unshare --mount --pid --net --ipc --fork --kill-child \
+        "$inside" "$sources" "$packages" "$scratch"
+}

@@ -4,30 +4,8 @@ place=$3
 # shellcheck source=tests/package/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-copy=$place/root
-changes=$place/changes
-instance=/var/lib/velbootstrapservice
-logs=/var/log/velbootstrapservice
-
-# --- the copy ---
-
-# A file system over the machine's own that keeps every change in memory.
-make_copy() {
-    mount -t tmpfs -o mode=755 copy "$place"
-    mkdir "$copy" "$changes" "$place/work"
-    mount -t overlay -o "lowerdir=/,upperdir=$changes,workdir=$place/work" copy "$copy" ||
-        fail "this machine mounts no overlay"
-    mount -t proc proc "$copy/proc"
-    mount --rbind /dev "$copy/dev"
-    mount -t tmpfs -o mode=755 run "$copy/run"
-    mount -t tmpfs -o mode=1777 tmp "$copy/tmp"
-    ip link set lo up
-    cp "$packages"/velbootstrapservice_*.deb "$copy/tmp/package.deb"
-}
-
-in_copy() { chroot "$copy" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive "$@"; }
-as_service() { in_copy runuser -u velbootstrap -- "$@"; }
-as_nobody() { in_copy runuser -u nobody -- "$@"; }
+# shellcheck source=tests/package/copy.sh
+source "$(dirname "${BASH_SOURCE[0]}")/copy.sh"
 
 # The unit's settings are those that were installed.
 setting() { sed -n "s/^$1=//p" "$copy/lib/systemd/system/velbootstrapservice.service"; }
@@ -50,12 +28,7 @@ expect_running() {
 
 service_processes() { in_copy pgrep -u "$service_id" | tr '\n' ' '; }
 
-# owner_of PATH: mode, owner, group.
-owner_of() { in_copy stat -c '%a %U:%G' "$1"; }
-
 # --- its life ---
-
-install_package() { expect "installing" in_copy dpkg --install /tmp/package.deb; }
 
 check_installed() {
     local folder file
@@ -107,12 +80,14 @@ check_use() {
     answer=$(ask /etc/velbootstrapservice/ca.pem https://localhost:9300/dispatch/) || true
     expect_equal "the answer to curl" 200 "$answer"
     expect "turning the log over" in_copy logrotate --force /etc/logrotate.d/velbootstrapservice
-    check_printed docs/packaging.md '^cd .* -isrunning$'
+    check_printed docs/packaging.md "^runuser .* -isrunning'\$"
     check_printed docs/configuration.md '^xmllint .* /usr/share/'
     expect_equal "the old log" "640 velbootstrap:adm" "$(owner_of "$logs/velbootstrapservice.log.1")"
     expect_running 0 "after the log was turned over"
     run_line ExecStop
     expect_running 1 "after the stop"
+    expect "renewing tells how to restart" grep -qxF "  systemctl restart velbootstrapservice" \
+        <(in_copy velbootstrap-tomcat --system --renew)
     expect_equal "processes after the stop" "" "$(service_processes)"
 }
 
@@ -123,7 +98,7 @@ check_removal() {
     run_line ExecStart
     install_package
     expect_running 0 "after installing a second time"
-    expect "removing" in_copy dpkg --remove velbootstrapservice
+    expect "removing" run_dpkg --remove velbootstrapservice
     expect_equal "processes after removing" "" "$(service_processes)"
     expect_not "the program is there" test -e "$copy/usr/sbin/velbootstrapservice"
     expect "the settings stay" test -f "$settings"
@@ -135,7 +110,7 @@ check_removal() {
 
 # What dpkg notes, and what belongs to other packages' triggers, is not the package's.
 check_purge() {
-    expect "purging" in_copy dpkg --purge velbootstrapservice
+    expect "purging" run_dpkg --purge velbootstrapservice
     expect_equal "the user" "" "$(in_copy getent passwd velbootstrap || true)"
     expect_equal "the group" "" "$(in_copy getent group velbootstrap || true)"
     expect_equal "what is left" "" "$(find "$changes" -name '*velbootstrap*' ! -path '*/var/lib/dpkg/*')"
@@ -143,9 +118,6 @@ check_purge() {
 }
 
 make_copy
-if in_copy dpkg-query --status velbootstrapservice >/dev/null 2>&1; then
-    in_copy dpkg --purge velbootstrapservice
-fi
 install_package
 check_installed
 check_use

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# tmpfiles.sh SOURCES PACKAGES: at boot a PID file that was left behind goes and nothing else does; at any other time it
-# stays; the folders are there afterwards.
+# tmpfiles.sh SOURCES PACKAGES: the folders and logs are made, and stay as they are once they are there; at boot a PID
+# file that was left behind goes and nothing else does; at any other time it stays.
 # shellcheck source=tests/package/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
@@ -12,13 +12,27 @@ make_system() {
     unpack velbootstrapservice "$tree"
     echo "velbootstrap:x:$(id -u):$(id -g)::/:/bin/false" >"$tree/etc/passwd"
     printf 'velbootstrap:x:%s:\nadm:x:%s:\n' "$(id -g)" "$(id -g)" >"$tree/etc/group"
-    echo 4711 >"$logs/velbootstrap_service.pid"
-    echo 4712 >"$logs/zor_cnfgtest_4712"
-    echo line >"$logs/velbootstrapservice.log"
-    rm -r "$logs/tomcat" "$tree/var/lib/velbootstrapservice/tomcat/work" "$tree/var/lib/velbootstrapservice/temp"
 }
 
 run_tmpfiles() { systemd-tmpfiles "--root=$tree" "$@" velbootstrapservice.conf; }
+
+check_installing() {
+    expect "a run at installation" run_tmpfiles --create
+    check_folders
+    for file in velbootstrapservice.log zordefault.log; do
+        expect_equal "mode of $file" 640 "$(stat -c %a "$logs/$file")"
+    done
+}
+
+# What a service leaves behind, and what an administrator has chosen; the rest of /var has been cleared.
+use_system() {
+    echo 4711 >"$logs/velbootstrap_service.pid"
+    echo 4712 >"$logs/zor_cnfgtest_4712"
+    echo line >"$logs/velbootstrapservice.log"
+    chmod 600 "$logs/velbootstrapservice.log"
+    rm -r "$logs/tomcat" "$logs/zordefault.log" "$tree/var/lib/velbootstrapservice/tomcat/work" \
+        "$tree/var/lib/velbootstrapservice/temp"
+}
 
 check_at_any_time() {
     expect "a run while the system is up" run_tmpfiles --create --remove
@@ -31,6 +45,7 @@ check_at_boot() {
     expect_not "the PID file is left" test -e "$logs/velbootstrap_service.pid"
     expect_not "the other PID file is left" test -e "$logs/zor_cnfgtest_4712"
     expect_equal "the log" line "$(cat "$logs/velbootstrapservice.log")"
+    expect_equal "mode of the log" 600 "$(stat -c %a "$logs/velbootstrapservice.log")"
     expect_equal "mode of the other log" 640 "$(stat -c %a "$logs/zordefault.log")"
 }
 
@@ -45,6 +60,8 @@ check_folders() {
 }
 
 make_system
+check_installing
+use_system
 check_at_any_time
 check_at_boot
 check_folders

@@ -44,6 +44,8 @@ check_kinds() {
     for unit in velbootstrapservice velbootstrapservice-foreground; do
         expect_setting User velbootstrap "$unit"
         expect_setting KillMode mixed "$unit"
+        # A child that the kernel ends is the service's to replace.
+        expect_setting OOMPolicy continue "$unit"
         # What it writes is for itself and for those who read the logs.
         expect_setting UMask 0027 "$unit"
         expect_setting WorkingDirectory /var/lib/velbootstrapservice/bin "$unit"

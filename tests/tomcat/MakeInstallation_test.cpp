@@ -66,7 +66,8 @@ TEST_F(MakeInstallationTest, RenewingChangesTheCertificatesOnly) {
     ASSERT_EQ(makeInstallation({folder()}).exitCode, 0);
     service.write("temp/made/configuration/startup.xml", "edited");
     const std::string before = in("configuration/dispatcher.pem");
-    EXPECT_EQ(makeInstallation({"--renew", folder()}).exitCode, 0);
+    const Said said = makeInstallation({"--renew", folder()});
+    EXPECT_EQ(said.exitCode, 0) << said.words;
     EXPECT_NE(in("configuration/dispatcher.pem"), before);
     EXPECT_EQ(in("configuration/startup.xml"), "edited");
     // The new authority vouches for the new certificate.
@@ -74,6 +75,15 @@ TEST_F(MakeInstallationTest, RenewingChangesTheCertificatesOnly) {
                    folder() + "/configuration/dispatcher.pem"})
                   .exitCode,
               0);
+}
+
+TEST_F(MakeInstallationTest, RenewingTellsHowToRestartTheService) {
+    ASSERT_EQ(makeInstallation({folder("a b")}).exitCode, 0);
+    const Said said = makeInstallation({"--renew", folder("a b")});
+    EXPECT_EQ(placeToGoOn(said.words), folder("a b") + "/bin\n") << said.words;
+    EXPECT_NE(said.words.find("/bin\n  ./velbootstrapservice -stop\n  ./velbootstrapservice -start\n"),
+              std::string::npos)
+        << said.words;
 }
 
 TEST_F(MakeInstallationTest, AFolderInUseIsLeftAsItIs) {
