@@ -1,5 +1,6 @@
 #include "TVLOs.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -37,8 +38,16 @@ TVLOs* TVLOs::install(TVLOs* os) {
     return installed().exchange(os == nullptr ? real : os);
 }
 
+void TVLOs::occupyStandardStreams() {
+    // The system gives the lowest free number, so the first one above them says that none is left.
+    int placeholder = STDIN_FILENO;
+    while (placeholder >= 0 && placeholder <= STDERR_FILENO)
+        placeholder = open("/", O_PATH | O_CLOEXEC);
+    if (placeholder > STDERR_FILENO) close(placeholder);
+}
+
 pid_t TVLOs::fork() {
-    return ::fork();
+    return m_processes.fork();
 }
 
 int TVLOs::execve(const char* path, char* const argv[], char* const envp[]) {
@@ -46,7 +55,11 @@ int TVLOs::execve(const char* path, char* const argv[], char* const envp[]) {
 }
 
 int TVLOs::kill(pid_t pid, int signal) {
-    return ::kill(pid, signal);
+    return m_processes.kill(pid, signal);
+}
+
+int TVLOs::holdProcess(pid_t pid, uid_t user) {
+    return m_processes.hold(pid, user);
 }
 
 pid_t TVLOs::setsid() {
@@ -68,7 +81,7 @@ void TVLOs::signalThread(pthread_t thread, int signal) {
 
 std::int64_t TVLOs::nowMs() {
     using namespace std::chrono;
-    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+    return ceil<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
 void TVLOs::sleepMs(std::int64_t durationMs) {

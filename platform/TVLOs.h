@@ -5,7 +5,8 @@
 //   result. Everything that waits (TVLThread, TVLThreadSemaphore) does so here, on one clock.
 // Ownership: current() is a process-wide object that is never destroyed.
 // Threads: every member may be called from any thread.
-// Units: times are milliseconds of the monotonic clock, which steps of the wall clock do not touch.
+// Units: times are milliseconds of the monotonic clock, which steps of the wall clock do not touch. No pause and
+//   no wait ends before its time, not by a fraction of a millisecond.
 // Errors: as the system calls of the same names: -1 with errno set.
 #pragma once
 
@@ -16,6 +17,8 @@
 #include <cstdint>
 #include <limits>
 #include <mutex>
+
+#include "TVLProcessTable.h"
 
 class TVLOs {
   public:
@@ -29,7 +32,12 @@ class TVLOs {
     // Processes.
     virtual pid_t fork();  // child: 0; parent: the child's id, or -1
     virtual int execve(const char* path, char* const argv[], char* const envp[]);  // returns only on failure
+    // Speaks to the process that fork() made, or holdProcess() was given, under this id; when that one has ended,
+    // nobody else gets the signal: ESRCH. Other ids go to the system as they are.
     virtual int kill(pid_t pid, int signal);
+    // From now on kill() with this id means the process that has it now, provided its real user is `user`. Otherwise
+    // -1: EPERM for another's, ESRCH for none.
+    virtual int holdProcess(pid_t pid, uid_t user);
     virtual pid_t setsid();
     virtual void exitProcess(int status);  // exit(status); a test's replacement throws instead
 
@@ -39,7 +47,7 @@ class TVLOs {
     virtual void signalThread(pthread_t thread, int signal);
 
     // Time.
-    virtual std::int64_t nowMs();
+    virtual std::int64_t nowMs();  // rounded up, so that a deadline counted from it is never early
     virtual void sleepMs(std::int64_t durationMs);
 
     // Waits until wakeAll() on the same condition or until nowMs() reaches the deadline (kForever: none). The
@@ -57,7 +65,15 @@ class TVLOs {
 
     static TVLOs& current();
 
+    // Gives each of the descriptors 0, 1 and 2 that is not open to a placeholder, so that no file and no connection
+    // ever gets its number. Reading and writing it fails as on a closed one, and a program started from here
+    // finds it closed. To be called before anything is opened.
+    static void occupyStandardStreams();
+
   protected:
     // Makes `os` the current one and returns the one before; null restores the real one.
     static TVLOs* install(TVLOs* os);
+
+  private:
+    TVLProcessTable m_processes;
 };

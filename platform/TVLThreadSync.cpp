@@ -49,7 +49,8 @@ void TVLThreadSemaphore::wait() {
 }
 
 int TVLThreadSemaphore::timedWait(int timeoutMs) {
-    return takeBefore(TVLOs::current().nowMs() + timeoutMs) ? 1 : 0;
+    constexpr std::int64_t kPast = 0;
+    return takeBefore(timeoutMs > 0 ? TVLOs::current().nowMs() + timeoutMs : kPast) ? 1 : 0;
 }
 
 bool TVLThreadSemaphore::takeBefore(std::int64_t deadlineMs) {

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "TVLByteBuffer.h"
@@ -30,6 +31,7 @@
 #include "ZORFileInputStream.h"
 #include "ZORHelpers.h"
 #include "ZORLogger.h"
+#include "ZORPidFileOwner.h"
 #include "ZORPropertyInserter.h"
 #include "ZORSignalHandlerThread.h"
 #include "ZORSpawnAction.h"
@@ -191,6 +193,7 @@ void redirectStandardStreams() {
     const int null = ::open("/dev/null", O_RDWR);
     if (null < 0 || dup(null) < 0 || dup(null) < 0) {
         logger->log(ZOR_ERROR, "runAsDaemon() - cannot redirect the standard streams, errno=%d", errno);
+        TVLOs::occupyStandardStreams();
     }
 }
 
@@ -519,6 +522,18 @@ int testPID(int pid, ZORLogger* pidLogger) {
     return 0;
 }
 
+namespace {
+
+// To whom a PID file belongs decides which processes it may name; from here on the id means the process that has it
+// now. One that it may not name is as little the daemon as one that may not be signalled.
+bool mayBeNamed(int pid, std::optional<uid_t> owner) {
+    if (!owner || TVLOs::current().holdProcess(pid, *owner) == 0) return true;
+    logger->log(ZOR_DEBUG, "testPID() - sigsend failed, errno=%d", errno);
+    return false;
+}
+
+}  // namespace
+
 int ZORBootstrapService::getPid(int* pid) {
     struct stat status {};
     if (stat(m_pidFilePath.c_str(), &status) != 0) {
@@ -534,10 +549,11 @@ int ZORBootstrapService::getPid(int* pid) {
     }
     std::array<char, 64> line{};
     if (std::fgets(line.data(), static_cast<int>(line.size()), file.get()) == nullptr) return 0;
+    const std::optional<uid_t> owner = ZORPidFileOwner::of(file.get(), m_pidFilePath);
     file.reset();
     *pid = TVLNumber::parse(line.data());
     logger->log(ZOR_DEBUG, "isRunningUnix() - testing pid %d to see if process is alive.", *pid);
-    if (testPID(*pid, logger) != 0) return 1;
+    if (mayBeNamed(*pid, owner) && testPID(*pid, logger) != 0) return 1;
     logger->log(ZOR_DEBUG, "process may not be not alive but pid file is hanging around.");
     *pid = 0;
     return 0;

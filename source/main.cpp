@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include "TVLIDOM_Document.h"
+#include "TVLOs.h"
 #include "TVLThread.h"
 #include "ZORBootstrapService.h"
 #include "ZORCmdLine.h"
@@ -16,17 +17,20 @@
 namespace {
 
 // Termination signals are blocked before any thread exists, so that only the signal thread ever sees them.
-// Ended children leave no zombies, and a peer that goes away is an error to be told, not a signal.
+// Ended children leave no zombies. A peer that goes away and a file that has reached its greatest size are errors to
+// be told, not signals.
 void prepareSignals() {
     const sigset_t termination = ZORSignalHandlerThread::terminationSignals();
     pthread_sigmask(SIG_BLOCK, &termination, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGCHLD, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 }  // namespace
 
 int main(int argc, char** argv, char** envp) {
+    TVLOs::occupyStandardStreams();
     prepareSignals();
     const TVLThreadInit threads;
     TVLIDOM_DOMImplementation::initialize();

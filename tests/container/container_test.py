@@ -169,7 +169,7 @@ class ServiceTest(unittest.TestCase):
       <processManager pollIntervalsec="1" checkForShutdownIntervalms="100"/>
       <process name="sleeper">
         <start><spawn>
-          <path>/usr/bin/env</path><param>--default-signal=TERM,INT,QUIT,HUP,PIPE,CHLD</param>
+          <path>/usr/bin/env</path><param>--default-signal=TERM,INT,QUIT,HUP,PIPE,CHLD,XFSZ</param>
           <param>/usr/bin/sleep</param><param>600</param>
         </spawn></start>
         <stop type="signal"><signal signal="15"/></stop>

@@ -90,6 +90,8 @@ class ServiceUnderTest {
         int kept = -1;                                     // a descriptor of the test passed on as it is
         std::string workingFolder = "bin";
         bool cannotFork = false;  // only for an ordinary user
+        bool asMyself = false;    // even after asOrdinaryUser()
+        long fileSizeBytes = -1;  // the greatest size of a file that the program and its children may write
     };
 
     ServiceUnderTest();

@@ -25,6 +25,7 @@ class VirtualOs : public TVLOs {
     };
     struct Process {
         bool alive = true;
+        uid_t user = 0;
         bool ignoresTerm = false;  // SIGTERM does nothing
         bool ignoresKill = false;  // SIGKILL does nothing (a process that the kernel cannot end yet)
         std::vector<int> signals;  // received, without the tests by signal 0
@@ -60,6 +61,7 @@ class VirtualOs : public TVLOs {
     pid_t fork() override;
     int execve(const char* path, char* const argv[], char* const envp[]) override;
     int kill(pid_t pid, int signal) override;
+    int holdProcess(pid_t pid, uid_t user) override;
     pid_t setsid() override;
     void exitProcess(int status) override;
     int waitForSignal(const sigset_t& signals) override;

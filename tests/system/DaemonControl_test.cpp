@@ -35,6 +35,29 @@ class StubbornProcess {
     pid_t m_pid;
 };
 
+// A process that ends by SIGTERM, unless it was ended with this object.
+class Bystander {
+  public:
+    Bystander() : m_pid(fork()) {
+        if (m_pid != 0) return;
+        std::signal(SIGTERM, SIG_DFL);
+        for (;;)
+            pause();
+    }
+    ~Bystander() {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+    Bystander(const Bystander&) = delete;
+    Bystander& operator=(const Bystander&) = delete;
+
+    std::string id() const { return std::to_string(m_pid); }
+    bool lives() const { return waitpid(m_pid, nullptr, WNOHANG) == 0; }
+
+  private:
+    pid_t m_pid;
+};
+
 std::string idOfAnEndedProcess() {
     const pid_t pid = fork();
     if (pid == 0) _exit(0);
@@ -141,6 +164,44 @@ TEST_F(DaemonControlTest, AskingWithoutADaemonFails) {
                                  "DEBUG ZORBootstrapService isRunningUnix() - process is dead.",
                                  "INFO ZORBootstrapService Process is not running."},
                                 "isrunning"));
+}
+
+// ---- PID files of another user's ----
+
+class ForeignPidFileTest : public DaemonControlTest, public testing::WithParamInterface<std::string> {};
+
+INSTANTIATE_TEST_SUITE_P(Belongs, ForeignPidFileTest, testing::Values(kPidFile, "logs"),
+                         [](const auto& what) {
+                             return std::string(what.param == "logs" ? "TheFolder" : "TheFile");
+                         });
+
+TEST_P(ForeignPidFileTest, RootsProcessIsNotStoppedByIt) {
+    if (geteuid() != 0) return;  // only root can give a file away, and only root is in danger
+    constexpr uid_t kUser = 12345;
+    const Bystander bystander;
+    service.write(kPidFile, bystander.id() + "\n");
+    ASSERT_EQ(chown(service.path(GetParam()).c_str(), kUser, kUser), 0);
+    EXPECT_EQ(service.run({"-stop"}).exitCode, 0);
+    EXPECT_TRUE(service.inOrder(
+        {"DEBUG ZORBootstrapService isRunningUnix() - testing pid " + bystander.id() +
+             " to see if process is alive.",
+         "DEBUG ZORBootstrapService testPID() - sigsend failed, errno=1",
+         "DEBUG ZORBootstrapService process may not be not alive but pid file is hanging around.",
+         "INFO ZORBootstrapService stopRunningUnix() - process is dead, nothing to stop."},
+        "stop"));
+    EXPECT_EQ(service.run({"-isrunning"}).exitCode, 1);
+    EXPECT_TRUE(bystander.lives());
+    service.remove(kPidFile);
+}
+
+TEST_F(DaemonControlTest, RootStopsTheDaemonOfAnotherUser) {
+    service.asOrdinaryUser();
+    const pid_t daemon = runningDaemon();
+    EXPECT_EQ(service.run({.arguments = {"-isrunning"}, .asMyself = true}).exitCode, 0);
+    EXPECT_EQ(service.run({.arguments = {"-stop", "-testDeadInterval=1"}, .asMyself = true}).exitCode, 0);
+    EXPECT_TRUE(service.logged("INFO", "ZORBootstrapService", "Daemon has stopped.", "stop"));
+    EXPECT_TRUE(service.hasEnded(daemon));
+    EXPECT_EQ(service.exitCodeOf(daemon), 0);
 }
 
 // ---- Start and the children's answers ----

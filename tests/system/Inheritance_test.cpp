@@ -11,6 +11,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "FileContent.h"
 #include "ProcessView.h"
@@ -21,7 +22,7 @@ namespace {
 constexpr const char* kSleep = "/usr/bin/sleep";
 
 // As the guide and the sample document have it.
-constexpr const char* kCleanSlate = "--default-signal=TERM,INT,QUIT,HUP,PIPE,CHLD";
+constexpr const char* kCleanSlate = "--default-signal=TERM,INT,QUIT,HUP,PIPE,CHLD,XFSZ";
 
 // Two lengths that tell the two apart.
 constexpr const char* kAsItIs = "301";
@@ -124,11 +125,11 @@ INSTANTIATE_TEST_SUITE_P(Mode, InheritanceInBothModesTest, testing::Values(Mode:
                              return std::string(mode.param == Mode::Foreground ? "Foreground" : "Daemon");
                          });
 
-TEST_P(InheritanceInBothModesTest, FourSignalsAreBlockedAndTwoIgnoredUnlessTheSlateIsClean) {
+TEST_P(InheritanceInBothModesTest, FourSignalsAreBlockedAndThreeIgnoredUnlessTheSlateIsClean) {
     running();
     const ProcessView asItIs = child(kAsItIs);
     EXPECT_EQ(asItIs.status("SigBlk"), "0000000000004007") << "SIGHUP, SIGINT, SIGQUIT and SIGTERM";
-    EXPECT_EQ(asItIs.status("SigIgn"), "0000000000011000") << "SIGPIPE and SIGCHLD";
+    EXPECT_EQ(asItIs.status("SigIgn"), "0000000001011000") << "SIGPIPE, SIGCHLD and SIGXFSZ";
     const ProcessView clean = child(kClean);
     EXPECT_EQ(clean.status("SigBlk"), kNoSignal);
     EXPECT_EQ(clean.status("SigIgn"), kNoSignal);
@@ -192,6 +193,74 @@ TEST_P(InheritanceInBothModesTest, TheEnvironmentIsTheCallersAndHasNothingTheFil
         std::sort(variables.begin(), variables.end());
         EXPECT_EQ(variables, expected);
     }
+}
+
+// ---- Standard streams that the caller has closed ----
+
+class ClosedStreamTest : public InheritanceTest, public testing::WithParamInterface<std::vector<int>> {
+  protected:
+    // Pinged twice, with log lines going to standard output all the time.
+    pid_t pinged(const std::vector<std::string>& arguments) {
+        BootstrapXml document;
+        document.children[0].pinged(m_port);
+        service.bootstrap(document);
+        service.answer("READY");
+        const pid_t program = service.begin({.arguments = arguments, .closed = GetParam()});
+        EXPECT_TRUE(service.waitFor("two pings", [&] {
+            return service.countLogged("DEBUG", "PingChildProcess", "process alpha pinged successfully.") > 1;
+        }));
+        return program;
+    }
+
+    void onlyPingsCame() {
+        std::istringstream commands(service.childFile("alpha", "commands"));
+        std::size_t count = 0;
+        for (std::string command; std::getline(commands, command); ++count)
+            ASSERT_EQ(command, "PING");
+        EXPECT_GT(count, 1U);
+    }
+
+    static bool isClosed(int descriptor) {
+        const std::vector<int> closed = GetParam();
+        return std::find(closed.begin(), closed.end(), descriptor) != closed.end();
+    }
+
+  private:
+    ReservedPort m_port;
+};
+
+INSTANTIATE_TEST_SUITE_P(Closed, ClosedStreamTest,
+                         testing::Values(std::vector<int>{0}, std::vector<int>{1}, std::vector<int>{2},
+                                         std::vector<int>{0, 1, 2}),
+                         [](const auto& closed) {
+                             std::string name = "Descriptor";
+                             for (const int descriptor : closed.param)
+                                 name += std::to_string(descriptor);
+                             return name;
+                         });
+
+TEST_P(ClosedStreamTest, InTheForegroundAConnectionNeverGetsItsNumber) {
+    const pid_t program = pinged({"-d", "-stdoutLog=DEBUG"});
+    onlyPingsCame();
+    const std::vector<std::string> open{"/dev/null", service.path("output/0.out"),
+                                        service.path("output/0.err")};
+    std::string inherited;
+    for (int descriptor = 0; descriptor < 3; ++descriptor) {
+        const std::string& stream = open[static_cast<std::size_t>(descriptor)];
+        EXPECT_EQ(ProcessView(program).target("fd/" + std::to_string(descriptor)),
+                  isClosed(descriptor) ? "/" : stream);
+        if (!isClosed(descriptor)) inherited += std::to_string(descriptor) + " " + stream + "\n";
+    }
+    EXPECT_EQ(service.childFile("alpha", "fds"), inherited) << "as the caller has them";
+    stopDaemon(program);
+}
+
+TEST_P(ClosedStreamTest, UnderTheDaemonAConnectionNeverGetsItsNumber) {
+    const pid_t start = pinged({"-start", "-stdoutLog=DEBUG", "-testReadyInterval=1"});
+    EXPECT_EQ(service.finish(start).exitCode, 0);
+    onlyPingsCame();
+    EXPECT_EQ(service.childFile("alpha", "fds"), "0 /dev/null\n1 /dev/null\n2 /dev/null\n");
+    stopDaemon(service.daemonPid());
 }
 
 // ---- What follows from it ----

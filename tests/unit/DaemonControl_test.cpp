@@ -1,10 +1,15 @@
 // A second invocation's control of the daemon: PID file, ask, stop, start, readiness.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
+#include <optional>
 
+#include "TVLFile.h"
 #include "TestWorld.h"
 #include "ZORCmdLine.h"
+#include "ZORPidFileOwner.h"
 
 namespace {
 
@@ -134,6 +139,68 @@ TEST_F(DaemonControlTest, APidFileThatCannotBeOpenedIsLogged) {
     int pid = 5;
     EXPECT_EQ(service.getPid(&pid), 0);
     EXPECT_TRUE(logged("DEBUG", "getPID() - couldn't open \"" + service.m_pidFilePath + "\"."));
+}
+
+// ---- Whose PID file it is ----
+
+// With root's rights the file is given to another user; without them there is nobody to give it to, and every file
+// is as good as the system's answer.
+class PidFileOwnerTest : public DaemonControlTest {
+  protected:
+    static constexpr uid_t kUser = 12345;
+
+    static bool isRoot() { return geteuid() == 0; }
+    void belongsToUser(const std::string& file) const {
+        if (isRoot()) ASSERT_EQ(chown(folder.path(file).c_str(), kUser, kUser), 0);
+    }
+};
+
+TEST_F(PidFileOwnerTest, AUsersFileNamesTheUsersProcess) {
+    daemon().user = kUser;
+    belongsToUser("logs/velbootstrap_service.pid");
+    EXPECT_EQ(service.isRunningUnix(), 1);
+    EXPECT_EQ(stop(), 1);
+    ASSERT_EQ(os.kills().size(), 1U);
+    EXPECT_EQ(os.kills()[0].pid, 4711);
+}
+
+TEST_F(PidFileOwnerTest, AUsersFileNamesNobodyElsesProcessToRoot) {
+    daemon();
+    belongsToUser("logs/velbootstrap_service.pid");
+    EXPECT_EQ(stop(), 1);
+    EXPECT_EQ(logged("DEBUG", "testPID() - sigsend failed, errno=1"), isRoot());
+    EXPECT_EQ(logged("DEBUG", "process may not be not alive but pid file is hanging around."), isRoot());
+    EXPECT_EQ(logged("INFO", "stopRunningUnix() - process is dead, nothing to stop."), isRoot());
+    EXPECT_EQ(os.kills().empty(), isRoot());
+}
+
+TEST_F(PidFileOwnerTest, AFileInAUsersFolderNamesNobodyElsesProcessToRoot) {
+    daemon();
+    belongsToUser("logs");
+    EXPECT_EQ(service.isRunningUnix(), isRoot() ? 0 : 1);
+    EXPECT_EQ(logged("DEBUG", "testPID() - sigsend failed, errno=1"), isRoot());
+}
+
+TEST_F(PidFileOwnerTest, AnIdThatNobodyHasIsNotRunning) {
+    writePid("4712\n");
+    belongsToUser("logs/velbootstrap_service.pid");
+    EXPECT_EQ(service.isRunningUnix(), 0);
+    EXPECT_EQ(log.count("DEBUG", kLogger, "testPID() - sigsend failed, errno=3"), 1U);
+}
+
+TEST_F(PidFileOwnerTest, AFileThatIsNoLongerInItsFolderNamesNobody) {
+    writePid("4711\n");
+    const TVLFilePtr file = TVLFile::open(folder.path("logs/velbootstrap_service.pid").c_str(), "r");
+    ASSERT_TRUE(file);
+    const std::string path = folder.path("logs/velbootstrap_service.pid");
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), std::nullopt);
+    std::filesystem::remove(path);
+    writePid("4711\n");
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path),
+              isRoot() ? std::optional(ZORPidFileOwner::kNobody) : std::nullopt);
+    std::filesystem::remove_all(folder.path("logs"));
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path),
+              isRoot() ? std::optional(ZORPidFileOwner::kNobody) : std::nullopt);
 }
 
 TEST_F(DaemonControlTest, AskingWithoutADocumentFails) {

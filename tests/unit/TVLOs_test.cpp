@@ -1,10 +1,12 @@
 #include "TVLOs.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 
 namespace {
 
@@ -13,6 +15,12 @@ class TVLOsTest : public testing::Test {
     static int statusOf(pid_t pid) {
         int status = 0;
         return waitpid(pid, &status, 0) == pid ? status : -1;
+    }
+
+    static bool isOccupied(int descriptor) {
+        char byte = 0;
+        return fcntl(descriptor, F_GETFD) == FD_CLOEXEC && write(descriptor, "x", 1) == -1 &&
+               errno == EBADF && read(descriptor, &byte, 1) == -1 && errno == EBADF;
     }
 
     TVLOs& os = TVLOs::current();
@@ -83,6 +91,40 @@ TEST_F(TVLOsTest, APendingSignalIsTaken) {
     os.signalThread(pthread_self(), SIGUSR2);
     EXPECT_EQ(os.waitForSignal(signals), SIGUSR2);
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+// Many times: what would end up to a millisecond early does so every other time.
+TEST_F(TVLOsTest, NoPauseIsShorterThanTold) {
+    using namespace std::chrono;
+    for (int i = 0; i < 300; ++i) {
+        const milliseconds told(i % 5 + 1);
+        const auto before = steady_clock::now();
+        os.sleepMs(told.count());
+        ASSERT_GE(nanoseconds(steady_clock::now() - before).count(), nanoseconds(told).count());
+    }
+}
+
+TEST_F(TVLOsTest, AClosedStandardStreamsNumberIsTaken) {
+    const pid_t child = fork();
+    if (child == 0) {
+        ::close(STDIN_FILENO);
+        ::close(STDOUT_FILENO);
+        TVLOs::occupyStandardStreams();
+        const int next = dup(STDERR_FILENO);
+        _exit(isOccupied(STDIN_FILENO) && isOccupied(STDOUT_FILENO) && next > STDERR_FILENO ? 0 : 1);
+    }
+    EXPECT_EQ(statusOf(child), 0);
+}
+
+TEST_F(TVLOsTest, OpenStandardStreamsStayAsTheyAre) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const int before = dup(STDERR_FILENO);
+        TVLOs::occupyStandardStreams();
+        const bool kept = fcntl(STDOUT_FILENO, F_GETFD) == 0 && fcntl(STDERR_FILENO, F_GETFD) == 0;
+        _exit(kept && dup(STDERR_FILENO) == before + 1 ? 0 : 1);
+    }
+    EXPECT_EQ(statusOf(child), 0);
 }
 
 TEST_F(TVLOsTest, TheRealOneComesBackWhenAReplacementGoes) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <list>
 
@@ -93,6 +94,17 @@ TEST(TVLThreadSyncTest, TheRealClockEndsATimedWaitToo) {
     const std::int64_t startMs = TVLOs::current().nowMs();
     EXPECT_EQ(semaphore.timedWait(20), 0);
     EXPECT_GE(TVLOs::current().nowMs() - startMs, 20);
+}
+
+TEST(TVLThreadSyncTest, NoTimedWaitIsShorterThanTold) {
+    using namespace std::chrono;
+    TVLThreadSemaphore semaphore(0);
+    for (int i = 0; i < 300; ++i) {
+        const milliseconds told(i % 5 + 1);
+        const auto before = steady_clock::now();
+        ASSERT_EQ(semaphore.timedWait(static_cast<int>(told.count())), 0);
+        ASSERT_GE(nanoseconds(steady_clock::now() - before).count(), nanoseconds(told).count());
+    }
 }
 
 // A wake-up without a post must not count as one, nor shorten or lengthen the wait.

@@ -1,0 +1,177 @@
+#include "TVLProcessTable.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <new>
+#include <string>
+#include <utility>
+
+namespace {
+
+// The C library's own declarations are not usable from C++ everywhere.
+int sendSignal(int process, int signal) {
+    return static_cast<int>(syscall(SYS_pidfd_send_signal, process, signal, nullptr, 0));
+}
+
+bool hasEnded(int process) {
+    pollfd state{process, POLLIN, 0};
+    return poll(&state, 1, 0) == 1 && (state.revents & POLLIN) != 0;
+}
+
+// Enough numbers are left for files and connections.
+bool canBeSpared(int descriptor) {
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) != 0) return false;
+    return static_cast<rlim_t>(descriptor) + TVLProcessTable::kReserve <= files.rlim_cur;
+}
+
+enum class Child { Ours, Ended, Unknown };
+
+// Whether the process is a child of this one that runs. A stranger that got the id of a child is none.
+Child examine(int process) {
+    siginfo_t state{};
+    const int result = waitid(P_PIDFD, static_cast<id_t>(process), &state, WEXITED | WNOHANG | WNOWAIT);
+    if (result != 0) return errno == ECHILD ? Child::Ended : Child::Unknown;
+    if (sendSignal(process, 0) == 0) return Child::Ours;
+    return errno == ESRCH ? Child::Ended : Child::Unknown;
+}
+
+// Why no descriptor could be had: there is no process of that id, or its id is a thread's.
+bool namesNoProcess(int error) {
+    return error == ESRCH || error == EINVAL || error == ENOENT;
+}
+
+int failure(int error) {
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+
+// ---- Descriptor ----
+
+TVLProcessTable::Descriptor::Descriptor(Descriptor&& other) noexcept : m_number(other.m_number) {
+    other.m_number = -1;
+}
+
+TVLProcessTable::Descriptor::~Descriptor() {
+    if (m_number >= 0) close(m_number);
+}
+
+// ---- TVLProcessTable ----
+
+TVLProcessTable::~TVLProcessTable() = default;
+
+int TVLProcessTable::openProcess(pid_t pid) {
+    return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+}
+
+pid_t TVLProcessTable::fork() {
+    const TVLThreadGuard guard(m_mutex);
+    closeEnded();
+    const pid_t child = ::fork();
+    if (child > 0) remember(child);
+    if (child == 0) {
+        m_held.clear();
+        m_ended.clear();
+    }
+    return child;
+}
+
+// A child of whose descriptor nothing came is signalled by its id, as it is.
+void TVLProcessTable::remember(pid_t child) {
+    forget(child);
+    Descriptor process(openProcess(child));
+    if (process.number() < 0) {
+        if (errno == ESRCH) rememberAsEnded(child);
+        return;
+    }
+    const Child state = examine(process.number());
+    if (state == Child::Ended) rememberAsEnded(child);
+    if (state == Child::Ours && canBeSpared(process.number())) keep(child, std::move(process));
+}
+
+void TVLProcessTable::keep(pid_t pid, Descriptor process) {
+    try {
+        m_held.emplace(pid, std::move(process));
+    } catch (const std::bad_alloc&) {
+        // The child runs and must be told of; its id alone will have to do.
+    }
+}
+
+void TVLProcessTable::rememberAsEnded(pid_t pid) {
+    try {
+        m_ended.push_back(pid);
+        if (m_ended.size() > kRemembered) m_ended.pop_front();
+    } catch (const std::bad_alloc&) {
+        // As keep().
+    }
+}
+
+void TVLProcessTable::forget(pid_t pid) {
+    m_held.erase(pid);
+    m_ended.erase(std::remove(m_ended.begin(), m_ended.end(), pid), m_ended.end());
+}
+
+void TVLProcessTable::closeEnded() {
+    for (auto at = m_held.begin(); at != m_held.end();) {
+        const bool ended = hasEnded(at->second.number());
+        if (ended) rememberAsEnded(at->first);
+        at = ended ? m_held.erase(at) : std::next(at);
+    }
+}
+
+int TVLProcessTable::kill(pid_t pid, int signal) {
+    const TVLThreadGuard guard(m_mutex);
+    const auto found = m_held.find(pid);
+    if (found != m_held.end()) {
+        const int result = sendSignal(found->second.number(), signal);
+        if (result == 0 || errno != ESRCH) return result;
+        m_held.erase(found);
+        rememberAsEnded(pid);
+    }
+    if (std::find(m_ended.begin(), m_ended.end(), pid) == m_ended.end()) return ::kill(pid, signal);
+    // Whoever tests whether it lives knows from now on. A signal that came too late says less: the same id may
+    // be signalled once more.
+    if (signal == 0) forget(pid);
+    return failure(ESRCH);
+}
+
+int TVLProcessTable::hold(pid_t pid, uid_t user) {
+    if (pid < 1) return failure(ESRCH);
+    const TVLThreadGuard guard(m_mutex);
+    forget(pid);
+    Descriptor process(openProcess(pid));
+    const bool held = process.number() >= 0;
+    if (!held && namesNoProcess(errno)) return failure(ESRCH);
+    const std::optional<uid_t> owner = userOf(pid);
+    // A process that still lives was the one with this id when its user was read.
+    if ((held ? sendSignal(process.number(), 0) : ::kill(pid, 0)) != 0) return -1;
+    if (owner != user) return failure(EPERM);
+    if (held) keep(pid, std::move(process));
+    return 0;
+}
+
+std::optional<uid_t> TVLProcessTable::userOf(pid_t pid) {
+    const std::string path = "/proc/" + std::to_string(pid) + "/status";
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    std::array<char, 1024> content{};  // the line is among the first ten, none of which is long
+    if (file.number() < 0 || read(file.number(), content.data(), content.size() - 1) <= 0)
+        return std::nullopt;
+    constexpr const char* kKey = "\nUid:";
+    const char* const line = std::strstr(content.data(), kKey);
+    if (line == nullptr) return std::nullopt;
+    return static_cast<uid_t>(std::strtoul(line + std::strlen(kKey), nullptr, 10));
+}

@@ -1,0 +1,42 @@
+#include "ZORPidFileOwner.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace ZORPidFileOwner {
+
+namespace {
+
+bool isTheSame(const struct stat& left, const struct stat& right) {
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
+// The owner of the folder that `path` leads to, if the file in it is the one that was opened: whoever may change the
+// path could have done so since.
+uid_t folderOwner(const struct stat& opened, const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const int descriptor = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) return kNobody;
+    struct stat owner {};
+    struct stat named {};
+    const bool known = fstat(descriptor, &owner) == 0 &&
+                       fstatat(descriptor, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+                       isTheSame(opened, named);
+    close(descriptor);
+    return known ? owner.st_uid : kNobody;
+}
+
+}  // namespace
+
+std::optional<uid_t> of(std::FILE* file, const std::string& path) {
+    if (geteuid() != 0) return std::nullopt;
+    struct stat opened {};
+    if (fstat(fileno(file), &opened) != 0) return kNobody;
+    const uid_t owner = opened.st_uid != 0 ? opened.st_uid : folderOwner(opened, path);
+    return owner == 0 ? std::nullopt : std::optional<uid_t>(owner);
+}
+
+}  // namespace ZORPidFileOwner
