@@ -17,6 +17,12 @@ namespace {
 
 using AllocationSeam::Exempt;
 
+template <typename Call>
+auto exempt(Call call) {
+    const Exempt here;
+    return call();
+}
+
 // The operating system itself has memory enough: stands before another one and counts nothing of its work.
 class AmpleOs : public TVLOs {
   public:
@@ -61,12 +67,6 @@ class AmpleOs : public TVLOs {
     void threadEnds() override { m_os.threadEnds(); }
 
   private:
-    template <typename Call>
-    static auto exempt(Call call) {
-        const Exempt here;
-        return call();
-    }
-
     TVLOs& m_os;
     TVLOs* m_before;
 };
