@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
+#include <xercesc/util/OutOfMemoryException.hpp>
 
 #include "TVLFile.h"
 #include "TVLFmDir.h"
@@ -58,7 +60,11 @@ TVLIDOM_Element TVLConfigurationFactory::getElement(const I18NString& name) {
 
 I18NString TVLConfigurationFactory::getString(const I18NString& name) {
     const TVLThreadGuard guard(m_mutex);
-    return child(name).getTextContent();
+    try {
+        return child(name).getTextContent();
+    } catch (const xercesc::OutOfMemoryException&) {
+        throw std::bad_alloc();
+    }
 }
 
 I18NString TVLConfigurationFactory::getComponentVersion(const I18NString& component) {

@@ -6,7 +6,8 @@
 // Threads: every member may be called from any thread; handed-out elements are read on the main thread.
 // Units: none.
 // Errors: TVLConfigurationException with file, line, column and the parser's words when the file exists and
-//   cannot be read or is not well-formed. An absent file is an empty configuration.
+//   cannot be read or is not well-formed. An absent file is an empty configuration. getString() throws
+//   std::bad_alloc when the memory does not suffice, and can be called again.
 #pragma once
 
 #include <string>

@@ -1,11 +1,14 @@
 #include "TVLOs.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdlib>
 #include <ctime>
 #include <system_error>
@@ -108,6 +111,17 @@ bool TVLOs::waitUntil(std::condition_variable& condition, std::unique_lock<std::
 
 void TVLOs::wakeAll(std::condition_variable& condition) {
     condition.notify_all();
+}
+
+bool TVLOs::waitWritable(int descriptor, std::int64_t timeoutMs) {
+    const std::int64_t deadlineMs = nowMs() + timeoutMs;
+    pollfd entry{descriptor, POLLOUT, 0};
+    int ready = 0;
+    do {
+        const std::int64_t remainingMs = std::clamp<std::int64_t>(deadlineMs - nowMs(), 0, INT_MAX);
+        ready = poll(&entry, 1, static_cast<int>(remainingMs));
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
 }
 
 void TVLOs::threadStarts() {}

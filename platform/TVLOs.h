@@ -58,6 +58,9 @@ class TVLOs {
                            std::int64_t deadlineMs);
     virtual void wakeAll(std::condition_variable& condition);
 
+    // Waits until the descriptor can be written, or writing would tell of an error; false when the time has passed.
+    virtual bool waitWritable(int descriptor, std::int64_t timeoutMs);
+
     // Called by the creator before a thread begins and by the thread when it ends, so that a virtual clock
     // knows whom to wait for.
     virtual void threadStarts();

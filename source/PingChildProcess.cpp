@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <new>
 
 #include "TVLFile.h"
 #include "TVLIDOM_Helper.h"
@@ -32,6 +33,18 @@ int secondsFromProperty(const char* reference) {
 // How many intervals cover the time, rounded up.
 int intervalsCovering(std::int64_t interval, std::int64_t time) {
     return TVLNumber::clamp((interval + time - 1) / interval);
+}
+
+// False when the memory does not suffice for a step. It is left out then; everything around it goes on.
+template <typename Step>
+bool tryWithMemory(Step step) {
+    try {
+        step();
+        return true;
+    } catch (const std::bad_alloc&) {
+        logger->log(ZOR_ERROR, "no memory for a step of the supervision, so it is left out.");
+        return false;
+    }
 }
 
 }  // namespace
@@ -101,11 +114,9 @@ void PingChildProcess::supervise() {
     // Deliberate: a negative interval means no supervision at all, and nobody answers a stop request; see
     // PingLoopTest.ANegativePollIntervalEndsTheSupervisionAtOnce.
     if (m_pollIntervalSec < 1) return;
-    m_semaWakeup = TVLThreadSemaphore::createImmortal(0);
-    while (waitForNextCycle()) {
-        readLimitOverride();
+    m_semaWakeup = m_wakeup;
+    while (waitForNextCycle())
         runCycle();
-    }
     shutDown();
 }
 
@@ -131,8 +142,11 @@ void PingChildProcess::readLimitOverride() {
 
 void PingChildProcess::runCycle() {
     Cycle cycle;
-    for (ZORChildProcess* const child : m_pService->getChildren())
-        examine(*child, cycle);
+    tryWithMemory([&] { readLimitOverride(); });
+    for (ZORChildProcess* const child : m_pService->getChildren()) {
+        // One that could not be looked at is not known to run.
+        if (!tryWithMemory([&] { examine(*child, cycle); })) ++cycle.restarts;
+    }
     // What is no longer true goes first: a reader between the stores never takes two half-good cycles for a good one.
     if (cycle.restarts != 0) m_allChildrenRunning = 0;
     if (cycle.failedPings != 0) m_allPingsAnswered = 0;
@@ -260,19 +274,22 @@ void PingChildProcess::shutDown() {
 void PingChildProcess::stopProcesses() {
     logger->log(ZOR_DEBUG, "Stop all processes.");
     for (ZORChildProcess* const child : m_pService->getChildren()) {
-        if (child->isAlive() == 0) {
-            logger->log(ZOR_DEBUG, "process \"%s\" is not alive, so don't need to stop it.",
-                        child->getName());
-            continue;
-        }
-        child->getStopAction().setProcessHandle(child->getProcessHandle());
-        logger->log(ZOR_DEBUG, "stopping process \"%s\"", child->getName());
-        const int status = child->getStopAction().execute();
-        logger->log(ZOR_WARN, "stopAction->execute() return status = %d", status);
-        // Deliberate: the last live child's result is the one that counts; see
-        // PingLoopTest.OnlyTheLastStopResultCounts.
-        m_stopCommandFailed = status < 0 ? 1 : 0;
+        if (!tryWithMemory([&] { stopProcess(*child); })) m_stopCommandFailed = 1;
     }
+}
+
+void PingChildProcess::stopProcess(ZORChildProcess& child) {
+    if (child.isAlive() == 0) {
+        logger->log(ZOR_DEBUG, "process \"%s\" is not alive, so don't need to stop it.", child.getName());
+        return;
+    }
+    child.getStopAction().setProcessHandle(child.getProcessHandle());
+    logger->log(ZOR_DEBUG, "stopping process \"%s\"", child.getName());
+    const int status = child.getStopAction().execute();
+    logger->log(ZOR_WARN, "stopAction->execute() return status = %d", status);
+    // Deliberate: the last live child's result is the one that counts; see
+    // PingLoopTest.OnlyTheLastStopResultCounts.
+    m_stopCommandFailed = status < 0 ? 1 : 0;
 }
 
 int PingChildProcess::waitForDeath() {

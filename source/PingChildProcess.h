@@ -25,7 +25,8 @@
 // Threads: prepare() on the main thread; once the thread runs it alone touches the children. stop() may come from
 //   any thread. The flags are written by the supervisor and read by the main thread; a stale read costs one wait.
 // Units: seconds and milliseconds as the names say; limits are counts.
-// Errors: prepare() throws ZORBadConfigException for a poll interval of 0. The loop catches nothing: an exception
+// Errors: prepare() throws ZORBadConfigException for a poll interval of 0. What there is no memory for is left out
+//   and done in the next cycle, or at the stop counts as failed. The loop catches nothing else: any other exception
 //   ends the supervision, with a FATAL line.
 #pragma once
 
@@ -84,9 +85,12 @@ class PingChildProcess : public TVLThread {
     void countFailedPing(ZORChildProcess& child, Cycle& cycle);
     void beginRestart(ZORChildProcess& child);
     void shutDown();
+    void stopProcess(ZORChildProcess& child);
     int countLive();
 
-    std::atomic<TVLThreadSemaphore*> m_semaWakeup{nullptr};    // created by run(), immortal
+    // Made with the object, so that the thread needs no memory to begin.
+    TVLThreadSemaphore* const m_wakeup = TVLThreadSemaphore::createImmortal(0);
+    std::atomic<TVLThreadSemaphore*> m_semaWakeup{nullptr};    // the same from the beginning of run()
     ZORBootstrapService* m_pService = nullptr;                 // not owned
     std::atomic<TVLThreadSemaphore*> m_semaFinished{nullptr};  // not owned; set: a stop has been requested
     int m_pollIntervalSec = 30;

@@ -1,5 +1,7 @@
 #include "ZORAction.h"
 
+#include <new>
+
 #include "TVLNumber.h"
 #include "TVLThread.h"
 #include "ZORLogger.h"
@@ -13,11 +15,21 @@ ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("ZORAction"
 ZORAction::~ZORAction() noexcept(false) = default;
 
 int ZORAction::execute() {
-    const int result = executeImpl();
+    const int result = attempt();
     if (m_waitTimeMs == -1) return result;
     logger->log(ZOR_DEBUG, "delay for %d ms.", m_waitTimeMs);
     TVLThread::sleep(m_waitTimeMs);
     return result;
+}
+
+// Whoever executes goes on with the other children and with the next round.
+int ZORAction::attempt() {
+    try {
+        return executeImpl();
+    } catch (const std::bad_alloc&) {
+        logger->log(ZOR_ERROR, "no memory for the action, so it has failed.");
+        return -1;
+    }
 }
 
 void ZORAction::prepare(TVLIDOM_Element element) {

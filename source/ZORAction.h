@@ -6,7 +6,8 @@
 // Threads: executed by the thread that owns the child at that moment: the main thread for the first start,
 //   the supervisor afterwards.
 // Units: the pause is configured in seconds and kept in milliseconds.
-// Errors: prepare() throws ZORBadConfigException; execute() returns the kind's status, negative for failure.
+// Errors: prepare() throws ZORBadConfigException; execute() returns the kind's status, negative for failure: -1 when
+//   the memory does not suffice.
 #pragma once
 
 #include "TVLIDOM_Node.h"
@@ -29,4 +30,7 @@ class ZORAction {
     int m_waitTimeMs = -1;    // pause after each execution; -1: none
     int m_processHandle = 0;  // read by ZORSignalAction only
     int m_signal = 0;         // ZORSignalAction's own
+
+  private:
+    int attempt();
 };

@@ -58,11 +58,11 @@ std::string timeStamp() {
     return stamp;
 }
 
-std::string prefix(const ZORLogger& logger, int level) {
+std::string prefix(const char* logger, int level) {
     std::array<char, 96> head{};
     std::snprintf(head.data(), head.size(), "%s %-5.5s t[%x] ", timeStamp().c_str(), levelName(level),
                   TVLThread::currentThreadId());
-    return std::string(head.data()) + logger.getName() + " ";
+    return std::string(head.data()) + logger + " ";
 }
 
 // Copies `format`, handing the conversion character of each %s, %d, %x (also with "l") to `convert`.
@@ -81,6 +81,29 @@ void appendFormatted(std::string& line, std::string_view format, Convert convert
             line.append(format.substr(std::min(percent, format.size()), at + 1 - percent));
         }
         ++at;
+    }
+}
+
+void appendNumber(std::string& line, const char* format, int value) {
+    appendFormatted(line, format, [&](std::string& out, char conversion) {
+        if (conversion != 'd' && conversion != 'x') return false;
+        std::array<char, 16> digits{};
+        std::snprintf(digits.data(), digits.size(), conversion == 'd' ? "%d" : "%x", value);
+        out += digits.data();
+        return true;
+    });
+}
+
+// For a destination that may take data again, whatever the level: only it lacks the lines. Empty when nothing was
+// dropped, and when there is no memory to say so.
+std::string dropNotice(int dropped) {
+    if (dropped == 0) return {};
+    try {
+        std::string notice = prefix("ZORLoggerFactory", ZOR_WARN);
+        appendNumber(notice, "%d lines were dropped here, because nobody read them.", dropped);
+        return notice + '\n';
+    } catch (const std::bad_alloc&) {
+        return {};
     }
 }
 
@@ -149,22 +172,29 @@ void ZORLoggerFactory::setLevel(const char* name) {
 
 void ZORLoggerFactory::reset() {
     setLevel(ZOR_FATAL);
-    for (const ZORLogFile& file : m_files) {
+    for (const auto& [file, writer] : m_files) {
         if (file.isOwned() != 0 && file.getStream() != nullptr) std::fclose(file.getStream());
     }
     m_files.clear();
 }
 
 void ZORLoggerFactory::addFile(std::FILE* stream, int owned) {
-    m_files.emplace_back(stream, owned);
+    m_files.push_back({{stream, owned}, writerFor(stream)});
 }
 
 void ZORLoggerFactory::addFile(const char* path, int append) {
     if (path == nullptr) return;
     TVLFilePtr file = TVLFile::open(path, append != 0 ? "at" : "wt");
     if (!file) return;
-    m_files.emplace_back(nullptr, 1);
-    m_files.back() = ZORLogFile(file.release(), 1);
+    addFile(file.get(), 1);
+    static_cast<void>(file.release());
+}
+
+std::shared_ptr<TVLStreamWriter> ZORLoggerFactory::writerFor(std::FILE* stream) const {
+    for (const auto& [file, writer] : m_files) {
+        if (writer->leadsTo(stream)) return writer;
+    }
+    return std::make_shared<TVLStreamWriter>(stream);
 }
 
 int ZORLoggerFactory::prepare(TVLIDOM_Element root) {
@@ -242,13 +272,20 @@ void ZORLoggerFactory::write(const ZORLogger& logger, int level, const char* for
                              AppendMessage appendMessage) {
     const TVLThreadGuard guard(m_mutex);
     if (m_files.empty()) return;
-    std::string line = prefix(logger, level);
-    if (format != nullptr) appendMessage(line);
-    line += '\n';
-    for (const ZORLogFile& file : m_files) {
+    try {
+        std::string line = prefix(logger.getName(), level);
+        if (format != nullptr) appendMessage(line);
+        line += '\n';
+        writeToAll(line);
+    } catch (const std::bad_alloc&) {
+        // The line is dropped; what it was about goes on.
+    }
+}
+
+void ZORLoggerFactory::writeToAll(const std::string& line) {
+    for (const auto& [file, writer] : m_files) {
         if (file.getStream() == nullptr) continue;
-        std::fwrite(line.data(), 1, line.size(), file.getStream());
-        std::fflush(file.getStream());
+        writer->write(file.getStream(), line, dropNotice(writer->dropped()));
     }
 }
 
@@ -269,15 +306,7 @@ void ZORLoggerFactory::log(ZORLogger* logger, int level, const char* format, con
 
 void ZORLoggerFactory::log(ZORLogger* logger, int level, const char* format, int value) {
     if (level > getLevel()) return;
-    write(*logger, level, format, [&](std::string& line) {
-        appendFormatted(line, format, [&](std::string& out, char conversion) {
-            if (conversion != 'd' && conversion != 'x') return false;
-            std::array<char, 16> digits{};
-            std::snprintf(digits.data(), digits.size(), conversion == 'd' ? "%d" : "%x", value);
-            out += digits.data();
-            return true;
-        });
-    });
+    write(*logger, level, format, [&](std::string& line) { appendNumber(line, format, value); });
 }
 
 ZORConsole::~ZORConsole() = default;

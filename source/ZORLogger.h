@@ -10,17 +10,20 @@
 //   next one starts. Everything that configures belongs to the main thread before other threads exist. A
 //   child that is forked while another thread logs can log as well.
 // Units: levels are ZORLogLevel values; a smaller number is more severe.
-// Errors: files that cannot be opened are left out, failed writes are ignored: logging never stops the
-//   service.
+// Errors: files that cannot be opened are left out, failed writes are ignored, a line for which there is no memory
+//   is dropped, and a destination that takes no data is waited for no longer than TVLStreamWriter says: logging never
+//   stops the service.
 #pragma once
 
 #include <atomic>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "TVLByteBuffer.h"
 #include "TVLIDOM_Node.h"
+#include "TVLStreamWriter.h"
 #include "TVLThreadSync.h"
 
 enum ZORLogLevel : int { ZOR_FATAL = 0, ZOR_ERROR = 1, ZOR_WARN = 2, ZOR_INFO = 3, ZOR_DEBUG = 4 };
@@ -96,14 +99,22 @@ class ZORLoggerFactory final {
     void log(ZORLogger* logger, int level, const char* format, int value);
 
   private:
+    struct Destination {
+        ZORLogFile file;
+        std::shared_ptr<TVLStreamWriter>
+            writer;  // shared by all that lead to the same pipe, terminal or socket
+    };
+
     void prepareFiles(const TVLIDOM_Element& logFiles);
+    std::shared_ptr<TVLStreamWriter> writerFor(std::FILE* stream) const;
     template <typename AppendMessage>
     void write(const ZORLogger& logger, int level, const char* format, AppendMessage appendMessage);
+    void writeToAll(const std::string& line);
 
     static ZORLoggerFactory* m_pInstance;
 
     std::atomic<int> m_level{ZOR_DEBUG};
-    std::vector<ZORLogFile> m_files;   // changed by the main thread before other threads exist
+    std::vector<Destination> m_files;  // changed by the main thread before other threads exist
     TVLThreadMutex m_mutex;            // held while a line is written
     ZORLogger* m_ownLogger = nullptr;  // for the messages of prepare(); made when needed, never freed
 };

@@ -1,6 +1,7 @@
 #include "ZORSignalHandlerThread.h"
 
 #include <csignal>
+#include <new>
 
 #include "TVLOs.h"
 #include "ZORBootstrapService.h"
@@ -38,9 +39,18 @@ sigset_t ZORSignalHandlerThread::terminationSignals() {
     return signals;
 }
 
+// A daemon without a PID file can still be told to stop; one without this thread could not.
+void ZORSignalHandlerThread::writePidFile() {
+    try {
+        m_service->WritePIDFile();
+    } catch (const std::bad_alloc&) {
+        logger->log(ZOR_WARN, "no memory to write the PID file.");
+    }
+}
+
 void ZORSignalHandlerThread::run() {
     logger->log(ZOR_DEBUG, "Signal Handling Thread started.");
-    m_service->WritePIDFile();
+    writePidFile();
     const sigset_t signals = terminationSignals();
     while (!m_dismissed) {
         const int signal = TVLOs::current().waitForSignal(signals);

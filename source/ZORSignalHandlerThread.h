@@ -25,6 +25,8 @@ class ZORSignalHandlerThread : public TVLThread {
     static sigset_t terminationSignals();
 
   private:
+    void writePidFile();
+
     ZORBootstrapService* m_service;  // not owned
     std::atomic<bool> m_dismissed{false};
 };

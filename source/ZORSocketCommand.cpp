@@ -38,16 +38,6 @@ std::string hostOf(const std::string& uri) {
     return uri.substr(start, end == std::string::npos ? end : end - start);
 }
 
-// A startup configuration that cannot be read must not end the thread that pings.
-bool isConfiguredForIPv6() {
-    try {
-        return TVLConfigurationFactory::getInstance()->getString("networkConfiguration") == "IPv6";
-    } catch (const TVLConfigurationException& exception) {
-        logger->log(ZOR_ERROR, "%s", exception.getMessage());
-        return false;
-    }
-}
-
 }  // namespace
 
 ZORSocketCommand::ZORSocketCommand(const char* uri, const char* command, int timeoutSec)
@@ -141,13 +131,26 @@ int ZORSocketCommand::establish(int& budget) {
     }
 }
 
-char* ZORSocketCommand::getSessionConfigDoc() const {
+char* ZORSocketCommand::getSessionConfigDoc() {
     // Deliberate: the shutdown command goes out over IPv4 whatever the URI says; see ZORSocketCommandTest.
     if (m_command == "SHUTDOWN") return sessionDocumentIPv4;
     const std::string host = hostOf(m_uri);
     if (host.find(':') != std::string::npos) return sessionDocumentIPv6;
     if (host.find('.') != std::string::npos) return sessionDocumentIPv4;
     return isConfiguredForIPv6() ? sessionDocumentIPv6 : sessionDocumentIPv4;
+}
+
+// A startup configuration that cannot be read must not end the thread that pings.
+bool ZORSocketCommand::isConfiguredForIPv6() {
+    if (m_isConfiguredForIPv6) return *m_isConfiguredForIPv6;
+    try {
+        m_isConfiguredForIPv6 =
+            TVLConfigurationFactory::getInstance()->getString("networkConfiguration") == "IPv6";
+        return *m_isConfiguredForIPv6;
+    } catch (const TVLConfigurationException& exception) {
+        logger->log(ZOR_ERROR, "%s", exception.getMessage());
+        return false;
+    }
 }
 
 void ZORSocketCommand::logLastError(const char* format) {

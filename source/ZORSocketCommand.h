@@ -8,6 +8,7 @@
 // Errors: -1 after an ERROR line with the library's detail text; nothing throws.
 #pragma once
 
+#include <optional>
 #include <string>
 
 class TVLCrypto;
@@ -25,10 +26,11 @@ class ZORSocketCommand {
     int getResponse(int capacity, char* buffer);
     void close();
     int connect();  // 0 when connected
-    // The session document for the URI's address family.
-    char* getSessionConfigDoc() const;
+    // The session document for the URI's address family. The startup configuration is asked once, then remembered.
+    char* getSessionConfigDoc();
 
   private:
+    bool isConfiguredForIPv6();
     int createHandle(char* document);
     int connectInTurns(char* document);
     int establish(int& budget);
@@ -41,4 +43,5 @@ class ZORSocketCommand {
     int m_timeoutSec;
     TVLCrypto* m_crypto = nullptr;  // process-wide, null until connect()
     void* m_handle = nullptr;       // null until the library made one
+    std::optional<bool> m_isConfiguredForIPv6;
 };

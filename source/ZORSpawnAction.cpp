@@ -1,6 +1,7 @@
 #include "ZORSpawnAction.h"
 
 #include <cerrno>
+#include <new>
 
 #include "TVLByteBuffer.h"
 #include "TVLNumber.h"
@@ -79,21 +80,33 @@ int ZORSpawnAction::spawn() {
 void ZORSpawnAction::becomeProgram() {
     static char* noEnvironment[] = {nullptr};
     char** const environment = ZORBootstrapService::getEnv();
-    TVLOs::current().execve(m_path.c_str(), m_args.data(),
-                            environment == nullptr ? noEnvironment : environment);
-    logger->log(ZOR_FATAL, "execve failed, errno=%d", errno);
+    try {
+        TVLOs::current().execve(m_path.c_str(), m_args.data(),
+                                environment == nullptr ? noEnvironment : environment);
+        logger->log(ZOR_FATAL, "execve failed, errno=%d", errno);
+    } catch (...) {
+        // Whatever it was: above is the copy of a supervisor that must not go on as a second one.
+    }
     TVLOs::current().exitProcess(0);
 }
 
 void ZORSpawnAction::logSpawnParams(int level) {
     if (!logger->writes(level)) return;
-    TVLByteBuffer buffer(256, 256);
+    try {
+        TVLByteBuffer buffer(256, 256);
+        describe(buffer);
+        logEnvironment(buffer);
+        logger->log(level, "%s", buffer.str());
+    } catch (const std::bad_alloc&) {
+        // Dropped like every line that there is no memory for; the program is started all the same.
+    }
+}
+
+void ZORSpawnAction::describe(TVLByteBuffer& buffer) const {
     buffer << "Spawning child process:\n";
     buffer << "Path: " << m_path << "\n";
     buffer << "Parameters: \n";
     for (const char* const argument : m_args) {
         if (argument != nullptr) buffer << "\t" << argument << "\n";
     }
-    logEnvironment(buffer);
-    logger->log(level, "%s", buffer.str());
 }

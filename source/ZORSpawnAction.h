@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "TVLByteBuffer.h"
 #include "ZORAction.h"
 #include "ZORArgVector.h"
 
@@ -31,6 +32,7 @@ class ZORSpawnAction : public ZORAction {
   private:
     void preparePath(const TVLIDOM_Element& element);
     void becomeProgram();
+    void describe(TVLByteBuffer& buffer) const;
 
     ZORArgVector m_args;
     std::string m_path;

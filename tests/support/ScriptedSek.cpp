@@ -35,6 +35,16 @@ ScriptedSek::Call ScriptedSek::last(const std::string& entry) const {
     return found == m_calls.rend() ? Call{} : *found;
 }
 
+void ScriptedSek::Mutex::lock() {
+    m_mutex.lock();
+    if (m_depth++ == 0 && instance().onEntry) instance().onEntry();
+}
+
+void ScriptedSek::Mutex::unlock() {
+    if (--m_depth == 0 && instance().onExit) instance().onExit();
+    m_mutex.unlock();
+}
+
 long ScriptedSek::note(const std::string& entry, const std::string& text, long number) {
     m_calls.push_back({entry, text, number, {}, 0});
     return 0;

@@ -65,6 +65,21 @@ class ScriptedSek {
         return text.str();
     }
 
+    // Called when an entry point begins and when it ends, by the outermost one.
+    std::function<void()> onEntry{};
+    std::function<void()> onExit{};
+
+    // Held by every entry point.
+    class Mutex {
+      public:
+        void lock();
+        void unlock();
+
+      private:
+        std::recursive_mutex m_mutex;
+        int m_depth = 0;  // guarded by m_mutex
+    };
+
     // For the entry points only.
     struct Handle {
         std::string uri;
@@ -74,7 +89,7 @@ class ScriptedSek {
     std::optional<Answer> queued(const std::string& entry);
     char* handOut(const std::optional<std::string>& details);
     void takeBack(void* details);
-    std::recursive_mutex& mutex() { return m_mutex; }
+    Mutex& mutex() { return m_mutex; }
 
   private:
     friend struct ScriptedSekEntries;
@@ -88,7 +103,7 @@ class ScriptedSek {
         }
     }
 
-    std::recursive_mutex m_mutex;
+    Mutex m_mutex;
     std::map<std::string, std::deque<Answer>> m_queues;
     std::map<std::string, Peer> m_peers;
     std::vector<Call> m_calls;

@@ -295,6 +295,7 @@ void ServiceUnderTest::becomeProgram(const Launch& launch, const std::string& ou
     redirect("/dev/null", O_RDONLY, STDIN_FILENO);
     redirect(out, O_WRONLY | O_CREAT | O_TRUNC, STDOUT_FILENO);
     redirect(err, O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
+    if (launch.output >= 0) dup2(launch.output, STDOUT_FILENO);
     for (int descriptor = 3; descriptor < 256; ++descriptor) {
         if (descriptor != launch.kept) close(descriptor);
     }

@@ -88,6 +88,7 @@ class ServiceUnderTest {
         std::vector<std::string> withoutVariables{};       // defaults left out
         std::vector<int> closed{};                         // standard descriptors that are not open
         int kept = -1;                                     // a descriptor of the test passed on as it is
+        int output = -1;                                   // a descriptor of the test as standard output
         std::string workingFolder = "bin";
         bool cannotFork = false;  // only for an ordinary user
         bool asMyself = false;    // even after asOrdinaryUser()

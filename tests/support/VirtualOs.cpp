@@ -137,8 +137,18 @@ std::int64_t VirtualOs::nowMs() {
 void VirtualOs::sleepMs(std::int64_t durationMs) {
     Lock lock(m_mutex);
     m_sleeps.push_back(durationMs);
-    Waiter waiter{nullptr, m_nowMs + durationMs};
-    wait(lock, waiter);
+    pass(lock, durationMs);
+}
+
+// Looks every ten milliseconds: what makes a real descriptor writable is an event of the test.
+bool VirtualOs::waitWritable(int descriptor, std::int64_t timeoutMs) {
+    const std::int64_t deadlineMs = nowMs() + timeoutMs;
+    while (!TVLOs::waitWritable(descriptor, 0)) {
+        Lock lock(m_mutex);
+        if (m_nowMs >= deadlineMs) return false;
+        pass(lock, std::min<std::int64_t>(10, deadlineMs - m_nowMs));
+    }
+    return true;
 }
 
 bool VirtualOs::waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& callersLock,
@@ -174,6 +184,11 @@ void VirtualOs::threadEnds() {
     Lock lock(m_mutex);
     --m_running;
     moveTime(lock);
+}
+
+void VirtualOs::pass(Lock& lock, std::int64_t durationMs) {
+    Waiter waiter{nullptr, m_nowMs + durationMs};
+    wait(lock, waiter);
 }
 
 void VirtualOs::wait(Lock& lock, Waiter& waiter) {

@@ -71,6 +71,7 @@ class VirtualOs : public TVLOs {
     bool waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                    std::int64_t deadlineMs) override;
     void wakeAll(std::condition_variable& condition) override;
+    bool waitWritable(int descriptor, std::int64_t timeoutMs) override;
     void threadStarts() override;
     void threadEnds() override;
 
@@ -84,6 +85,7 @@ class VirtualOs : public TVLOs {
     };
     using Lock = std::unique_lock<std::mutex>;
 
+    void pass(Lock& lock, std::int64_t durationMs);
     void wait(Lock& lock, Waiter& waiter);
     void release(Waiter& waiter, bool notified);
     void moveTime(Lock& lock);

@@ -13,6 +13,7 @@
 
 #include "TVLThread.h"
 #include "TestKit.h"
+#include "VirtualOs.h"
 #include "ZORBootstrapService.h"
 #include "ZORCmdLine.h"
 
@@ -711,6 +712,80 @@ TEST_F(ZORConsoleTest, PrintsToStandardErrorAsItStands) {
     ZORConsole::getInstance()->print("!");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "text 100%s %n\nbuffer 100%s %n!");
+}
+
+// ---- Destinations that take no data ----
+
+class StalledDestinationTest : public ZORLoggerTest {
+  protected:
+    StalledDestinationTest() {
+        EXPECT_EQ(pipe(m_ends), 0);
+        fcntl(m_ends[0], F_SETFL, O_NONBLOCK);
+        m_stream = fdopen(m_ends[1], "w");
+        factory.reset();
+        factory.setLevel(ZOR_INFO);
+    }
+    ~StalledDestinationTest() override {
+        factory.reset();
+        std::fclose(m_stream);
+        close(m_ends[0]);
+    }
+
+    Texts read() const {
+        std::string text(1 << 20, '\0');
+        const ssize_t got = ::read(m_ends[0], text.data(), text.size());
+        folder.write("temp/read",
+                     std::string_view(text).substr(0, got < 0 ? 0 : static_cast<std::size_t>(got)));
+        return messages("temp/read");
+    }
+
+    VirtualOs os;
+    int m_ends[2] = {-1, -1};
+    std::FILE* m_stream = nullptr;
+};
+
+TEST_F(StalledDestinationTest, TheOthersGetEveryLineMeanwhile) {
+    factory.addFile(m_stream, 0);
+    logTo("logs/a");
+    for (int i = 0; i < 3000; ++i)
+        logger()->log(ZOR_INFO, "number %d", i);
+    EXPECT_EQ(os.nowMs(), 1000);
+    const Texts complete = messages("logs/a");
+    ASSERT_EQ(complete.size(), 3000U);
+    EXPECT_EQ(complete.back(), "number 2999");
+}
+
+TEST_F(StalledDestinationTest, OneLineTellsHowManyWereDropped) {
+    factory.addFile(m_stream, 0);
+    logTo("logs/a");
+    for (int i = 0; i < 3000; ++i)
+        logger()->log(ZOR_INFO, "number %d", i);
+    const std::size_t written = read().size();
+    logger()->log(ZOR_INFO, "back");
+    logger()->log(ZOR_INFO, "again");
+    EXPECT_EQ(read(),
+              (Texts{std::to_string(3000 - written) + " lines were dropped here, because nobody read them.",
+                     "back", "again"}));
+    EXPECT_NE(folder.read("temp/read").find("  WARN  t["), std::string::npos);
+    EXPECT_NE(folder.read("temp/read").find("] ZORLoggerFactory "), std::string::npos);
+    EXPECT_EQ(messages("logs/a").size(), 3002U) << "only the destination that lacks lines is told";
+}
+
+TEST_F(StalledDestinationTest, TwoStreamsToOnePlaceHaveOneSecondTogether) {
+    std::FILE* const twin = fdopen(dup(m_ends[1]), "w");
+    factory.addFile(m_stream, 0);
+    factory.addFile(twin, 1);
+    factory.addFile(m_stream, 0);
+    for (int i = 0; i < 3000; ++i)
+        logger()->log(ZOR_INFO, "number %d", i);
+    EXPECT_EQ(os.nowMs(), 1000);
+    const Texts lines = read();
+    ASSERT_GT(lines.size(), 3U);
+    EXPECT_EQ(lines[2], "number 0") << "three times, as it is listed";
+    logger()->log(ZOR_INFO, "back");
+    EXPECT_EQ(read(), (Texts{std::to_string(9000 - lines.size()) +
+                                 " lines were dropped here, because nobody read them.",
+                             "back", "back", "back"}));
 }
 
 // ---- Several threads, several processes ----

@@ -38,7 +38,7 @@ class ZORSocketCommandTest : public ServiceTest {
         EXPECT_EQ(sek.unfreedDetails(), 0);
     }
     static std::string family(const std::string& uri, const std::string& command = "PING") {
-        const ZORSocketCommand socketCommand(uri.c_str(), command.c_str(), 60);
+        ZORSocketCommand socketCommand(uri.c_str(), command.c_str(), 60);
         std::string document = socketCommand.getSessionConfigDoc();
         for (const char* const family : {"IPv4", "IPv6"}) {
             if (document == sessionDocument(family)) return family;
@@ -64,6 +64,16 @@ TEST_F(ZORSocketCommandTest, ALiteralIPv6AddressSelectsIPv6) {
          {"https://[fe80::1]:8443/path", "https://[::1]:80", "https://[::1]/path", "https://fe80::1:80"}) {
         EXPECT_EQ(family(uri), "IPv6") << uri;
     }
+}
+
+TEST_F(ZORSocketCommandTest, TheConfiguredFamilyIsAskedForOnce) {
+    configureFamily("IPv6");
+    ZORSocketCommand command("https://localhost:80", "PING", 60);
+    const std::string first = command.getSessionConfigDoc();
+    EXPECT_EQ(first, sessionDocument("IPv6"));
+    configureFamily("IPv4");
+    EXPECT_EQ(command.getSessionConfigDoc(), first) << "no ping walks through the document";
+    EXPECT_EQ(family("https://localhost:80"), "IPv4") << "another command asks for itself";
 }
 
 TEST_F(ZORSocketCommandTest, ADottedHostSelectsIPv4WhateverIsConfigured) {
