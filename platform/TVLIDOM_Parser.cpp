@@ -143,6 +143,15 @@ void configure(xercesc::XercesDOMParser& parser) {
 }  // namespace
 
 int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document) {
+    return parse(stream, document, {});
+}
+
+int TVLIDOM_Parser::parse(TVLFileStream& file, TVLIDOM_Document& document) {
+    return parse(file, document, file.error());
+}
+
+int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document,
+                          const std::string& streamError) {
     FirstError errors;
     NothingOutside resolver;
     xercesc::SecurityManager limits;
@@ -154,8 +163,10 @@ int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document) {
     parser.setSecurityManager(&limits);
     try {
         parser.parse(StreamSource(stream));
-        document.adopt(parser.adoptDocument());
-        return 1;
+        if (streamError.empty()) {
+            document.adopt(parser.adoptDocument());
+            return 1;
+        }
     } catch (const xercesc::SAXParseException& exception) {
         m_error = "line " + std::to_string(exception.getLineNumber()) + ", column " +
                   std::to_string(exception.getColumnNumber()) + ": " +
@@ -169,5 +180,7 @@ int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document) {
     } catch (const xercesc::OutOfMemoryException&) {
         m_error = "line 0, column 0: out of memory";
     }
+    // A stream that breaks off looks like its end to the library.
+    if (!streamError.empty()) m_error = streamError;
     return 0;
 }

@@ -161,7 +161,7 @@ void ZORLoggerFactory::addFile(std::FILE* stream, int owned) {
 
 void ZORLoggerFactory::addFile(const char* path, int append) {
     if (path == nullptr) return;
-    TVLFilePtr file = TVLFile::open(path, append != 0 ? "at" : "wt");
+    TVLFilePtr file = TVLFile::openLog(path, append != 0);
     if (!file) return;
     m_files.emplace_back(nullptr, 1);
     m_files.back() = ZORLogFile(file.release(), 1);
