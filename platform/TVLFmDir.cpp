@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "TVLPlace.h"
+
 namespace fs = std::filesystem;
 
 bool TVLFmDir::exists(const char* path) {
@@ -15,8 +17,11 @@ bool TVLFmDir::exists(const char* path) {
 }
 
 bool TVLFmDir::createWithParents(const char* path) {
-    std::error_code error;
-    fs::create_directories(path, error);
+    try {
+        TVLPlace::makeFolders(path);
+    } catch (const TVLFileError&) {
+        // What is there in the end tells.
+    }
     return exists(path);
 }
 

@@ -11,7 +11,8 @@
 class TVLFmDir {
   public:
     static bool exists(const char* path);  // as a directory
-    // Creates the directory and its missing parents; true when it exists afterwards.
+    // Creates the directory and its missing parents, with root's rights as TVLPlace has it; true when it exists
+    // afterwards.
     static bool createWithParents(const char* path);
     // Absolute against the working directory and lexically normalised, without a trailing slash. Symbolic
     // links are not resolved and the file need not exist. Empty when the working directory is unknown.

@@ -60,11 +60,22 @@ std::string withoutPlace(const XMLCh* message) {
 }  // namespace
 
 int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document) {
+    return parse(stream, document, {});
+}
+
+int TVLIDOM_Parser::parse(TVLFileStream& file, TVLIDOM_Document& document) {
+    return parse(file, document, file.error());
+}
+
+int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document,
+                          const std::string& streamError) {
     try {
         PlainXmlParser parser;
         parser.parse(StreamSource(stream));
-        document.adopt(parser.adoptDocument());
-        return 1;
+        if (streamError.empty()) {
+            document.adopt(parser.adoptDocument());
+            return 1;
+        }
     } catch (const xercesc::SAXParseException& exception) {
         m_error = "line " + std::to_string(exception.getLineNumber()) + ", column " +
                   std::to_string(exception.getColumnNumber()) + ": " +
@@ -78,5 +89,7 @@ int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document) {
     } catch (const xercesc::OutOfMemoryException&) {
         m_error = "line 0, column 0: out of memory";
     }
+    // A stream that breaks off looks like its end to the library.
+    if (!streamError.empty()) m_error = streamError;
     return 0;
 }

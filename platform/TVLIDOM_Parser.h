@@ -13,14 +13,20 @@
 
 #include "I18NString.h"
 #include "PLXInputStream.h"
+#include "TVLFileStream.h"
 #include "TVLIDOM_Document.h"
 
 class TVLIDOM_Parser {
   public:
     // 1 on success. On failure the document is left as it was.
     int parse(PLXInputStream& stream, TVLIDOM_Document& document);
+    // The same from a file; one that cannot be read to its end is a failure, too.
+    int parse(TVLFileStream& file, TVLIDOM_Document& document);
     const I18NString& getErrorString() const { return m_error; }
 
   private:
+    // `streamError` is looked at when the stream has been read.
+    int parse(PLXInputStream& stream, TVLIDOM_Document& document, const std::string& streamError);
+
     I18NString m_error;
 };

@@ -131,7 +131,7 @@ bool PingChildProcess::waitForNextCycle() {
 void PingChildProcess::readLimitOverride() {
     const auto modified = TVLFile::modificationTimeSec(kLimitFile);
     if (!modified || *modified == m_lastLimitFileTimeSec) return;
-    const TVLFilePtr file = TVLFile::open(kLimitFile, "rt");
+    const TVLFilePtr file = TVLFile::openForReading(kLimitFile, TVLFile::kMostOfARecord);
     std::array<char, 64> line{};
     if (!file || std::fgets(line.data(), static_cast<int>(line.size()), file.get()) == nullptr) return;
     const int limit = TVLNumber::parse(line.data());

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -44,6 +45,9 @@ constexpr const char* kDefaultServiceName = "Velmora 8";
 constexpr const char* kDefaultPlatform = "linuxi38632";
 constexpr const char* kDefaultPort = "9300";
 constexpr const char* kEnvironmentFile = "../configuration/zorEnvironmentVars.ini";
+
+// A longer line of the Java preferences counts as several.
+constexpr std::size_t kLongestPreference = 4095;
 
 constexpr int kControlTries = 20;
 constexpr int kControlIntervalSec = 6;
@@ -154,11 +158,18 @@ std::string restOfLine(const std::string& line, std::size_t from, std::size_t dr
     return line.size() < from + dropped ? std::string() : line.substr(from, line.size() - from - dropped);
 }
 
-JavaPreferences readJavaPreferences(std::FILE* file) {
+// The next line with its line feed, at most `most` bytes of it; moves `at` behind it.
+std::string nextLine(const std::string& text, std::size_t& at, std::size_t most) {
+    const std::size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
+    const std::size_t from = at;
+    at = std::min(end, from + most);
+    return text.substr(from, at - from);
+}
+
+JavaPreferences readJavaPreferences(const std::string& text) {
     JavaPreferences preferences;
-    std::array<char, 4096> buffer{};
-    while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file) != nullptr) {
-        const std::string line = buffer.data();
+    for (std::size_t at = 0; at < text.size();) {
+        const std::string line = nextLine(text, at, kLongestPreference).c_str();
         if (line.find("java_home=") != std::string::npos) {
             // Deliberate: the last byte goes, line feed or not; see
             // JavaVendorTest.AHomeWithoutALineFeedLosesItsLastCharacter.
@@ -195,6 +206,18 @@ void redirectStandardStreams() {
         logger->log(ZOR_ERROR, "runAsDaemon() - cannot redirect the standard streams, errno=%d", errno);
         TVLOs::occupyStandardStreams();
     }
+}
+
+// What root writes in another user's folder is that user's, and that user's word about a process of root's counts
+// for nothing.
+void warnOfOthersFile(const std::string& path, std::FILE* file) {
+    const std::uint32_t owner = TVLFile::ownerOf(file).value_or(0);
+    if (geteuid() != 0 || owner == 0) return;
+    logger->log(
+        ZOR_WARN,
+        "PID file \"%s\" belongs to the user with id %s, so commands will not find this process. Run the "
+        "service and its commands as that user.",
+        path.c_str(), std::to_string(owner).c_str());
 }
 
 // Not installed for any signal: termination signals are awaited, not caught.
@@ -394,7 +417,7 @@ void ZORBootstrapService::noteDaemonWaitMarker() {
     const std::string marker = expanded("${temp}/zordaemonwait");
     logger->log(ZOR_DEBUG, "m_sDaemonWaitFileName is \"%s\"", marker.c_str());
     // Deliberate: the marker stays open for the rest of the process.
-    if (TVLFile::open(marker.c_str(), "r").release() != nullptr)
+    if (TVLFile::openForReading(marker.c_str(), TVLFile::kMostOfARecord).release() != nullptr)
         setProperty("daemonWaitIndefinitely", "true");
 }
 
@@ -418,7 +441,7 @@ int ZORBootstrapService::Run() {
             stopWithoutSupervisor();
         }
         logger->log(ZOR_INFO, "Done.");
-        unlink(m_pidFilePath.c_str());
+        TVLFile::remove(m_pidFilePath.c_str());
     }
     return 1;
 }
@@ -455,7 +478,7 @@ void ZORBootstrapService::waitForStop() {
 
 void ZORBootstrapService::WritePIDFile() const {
     const int pid = getpid();
-    TVLFilePtr file = TVLFile::open(m_pidFilePath.c_str(), "wt");
+    const TVLFilePtr file = TVLFile::openForAllToRead(m_pidFilePath.c_str());
     const bool written = file && std::fprintf(file.get(), "%d\n", pid) > 0 && std::fflush(file.get()) == 0;
     if (!written) {
         logger->log(
@@ -465,6 +488,7 @@ void ZORBootstrapService::WritePIDFile() const {
         return;
     }
     logger->log(ZOR_INFO, "Velmora Bootstrap Service running as process %d.", pid);
+    warnOfOthersFile(m_pidFilePath, file.get());
 }
 
 void ZORBootstrapService::stopChildProcess() {
@@ -542,7 +566,7 @@ int ZORBootstrapService::getPid(int* pid) {
                     error.c_str());
         return 0;
     }
-    TVLFilePtr file = TVLFile::open(m_pidFilePath.c_str(), "rt");
+    TVLFilePtr file = TVLFile::openForReading(m_pidFilePath.c_str(), TVLFile::kMostOfARecord);
     if (!file) {
         logger->log(ZOR_DEBUG, "getPID() - couldn't open \"%s\".", m_pidFilePath.c_str());
         return 0;
@@ -875,16 +899,12 @@ void ZORBootstrapService::calculateProperties() {
 // ---- Environment, install paths and Java home ----
 
 void ZORBootstrapService::setEnvironment() {
-    const TVLFilePtr file = TVLFile::open(kEnvironmentFile, "r");
-    if (!file) return;
-    std::string line;
-    for (int byte = std::fgetc(file.get()); byte != EOF || !line.empty(); byte = std::fgetc(file.get())) {
-        if (byte != '\n' && byte != EOF) {
-            line += static_cast<char>(byte);
-            continue;
-        }
+    const std::optional<std::string> text = TVLFile::read(kEnvironmentFile, TVLFile::kMostOfAList);
+    if (!text) return;
+    for (std::size_t at = 0; at < text->size();) {
+        std::string line = nextLine(*text, at, text->size());
+        if (line.back() == '\n') line.pop_back();
         if (!line.empty() && line[0] != '#') putenv(immortalCopy(line));
-        line.clear();
     }
 }
 
@@ -909,14 +929,14 @@ int ZORBootstrapService::findHome() {
 
 void ZORBootstrapService::getJavaVendor() {
     const std::string path = expanded("${temp}/zor.prefs");
-    const TVLFilePtr file = TVLFile::open(path.c_str(), "r");
-    if (!file) {
+    const std::optional<std::string> text = TVLFile::read(path.c_str(), TVLFile::kMostOfAList);
+    if (!text) {
         logger->log(ZOR_DEBUG, "ZOR Java properties file \"%s\" is NOT found.", path.c_str());
         setProperty("java_vendor", "");
         return;
     }
     logger->log(ZOR_DEBUG, "ZOR Java properties file \"%s\" is found.", path.c_str());
-    const JavaPreferences preferences = readJavaPreferences(file.get());
+    const JavaPreferences preferences = readJavaPreferences(*text);
     const std::string absoluteHome = TVLFmDir::resolveByChangingInto(preferences.home.c_str());
     logger->log(ZOR_DEBUG, "AbsJavaHomeInFile =\"%s\"", absoluteHome.c_str());
     if (absoluteHome.empty()) {

@@ -1,31 +1,21 @@
-// A file as a stream for the XML parser.
+// A document's file as a stream for the XML parser.
 //
-// Purpose: PLXInputStream over an ordinary file.
+// Purpose: TVLFileStream that opens by path.
 // Ownership: owns the open file; not copyable.
 // Threads: one thread at a time.
 // Units: bytes.
-// Errors: reads return -1 at the end of the file, on errors and when closed, never 0.
+// Errors: a file that cannot be opened, or is none that documents come from, leaves the stream closed; else as
+//   TVLFileStream.
 #pragma once
 
-#include "PLXInputStream.h"
-#include "TVLFile.h"
+#include "TVLFileStream.h"
 
-class ZORFileInputStream : public PLXInputStream {
+class ZORFileInputStream : public TVLFileStream {
   public:
     ZORFileInputStream();
     explicit ZORFileInputStream(const char* path);
     ~ZORFileInputStream() override;
 
-    int read(TVLByteBuffer& buffer, int count) override;
-    int read(char* buffer, int count) override;
-    int read() override;
-    void close() override;
-    bool canUnread() override;
-
     // Closes what is open, then opens `path` (null: nothing). Nonzero when a file is open afterwards.
     int open(const char* path);
-    int isOpen() const;
-
-  private:
-    TVLFilePtr m_file;  // null when closed
 };

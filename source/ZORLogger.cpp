@@ -184,7 +184,7 @@ void ZORLoggerFactory::addFile(std::FILE* stream, int owned) {
 
 void ZORLoggerFactory::addFile(const char* path, int append) {
     if (path == nullptr) return;
-    TVLFilePtr file = TVLFile::open(path, append != 0 ? "at" : "wt");
+    TVLFilePtr file = TVLFile::openLog(path, append != 0);
     if (!file) return;
     addFile(file.get(), 1);
     static_cast<void>(file.release());

@@ -1,7 +1,6 @@
 // What the command line asks for: modes, options and exit codes.
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -70,16 +69,15 @@ TEST_F(CommandModesTest, NoArgumentsShowTheUsage) {
 }
 
 TEST_F(CommandModesTest, NoArgumentsStillReadTheEnvironmentFile) {
-    // A pipe in the file's place: the program can only end when it has been read.
-    ASSERT_EQ(mkfifo(service.path("configuration/zorEnvironmentVars.ini").c_str(), 0600), 0);
-    const pid_t program = service.begin({});
-    int writer = -1;
-    EXPECT_TRUE(service.waitFor("a reader of the environment file", [&] {
-        writer = open(service.path("configuration/zorEnvironmentVars.ini").c_str(), O_WRONLY | O_NONBLOCK);
-        return writer >= 0;
-    }));
-    close(writer);
-    EXPECT_TRUE(isUsage(service.finish(program)));
+    service.write("configuration/zorEnvironmentVars.ini", "A=1\n");
+    const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(
+        inotify_add_watch(watch, service.path("configuration/zorEnvironmentVars.ini").c_str(), IN_ACCESS), 0);
+    EXPECT_TRUE(isUsage(service.run(std::vector<std::string>{})));
+    inotify_event event{};
+    EXPECT_EQ(read(watch, &event, sizeof event), static_cast<ssize_t>(sizeof event))
+        << "the file was not read";
+    close(watch);
 }
 
 TEST_F(CommandModesTest, EverySpellingOfHelpShowsTheUsage) {

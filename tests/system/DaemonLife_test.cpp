@@ -312,16 +312,18 @@ INSTANTIATE_TEST_SUITE_P(Signal, TerminationTest, testing::Values(SIGHUP, SIGINT
                          [](const auto& signal) { return std::string(sigabbrev_np(signal.param)); });
 
 TEST_F(DaemonLifeTest, ASignalBeforeTheServiceRunsIsNotLost) {
-    // A pipe in the environment file's place holds the program in its first steps.
-    const std::string pipe = service.path("configuration/zorEnvironmentVars.ini");
+    // A pipe as the logging document holds the program in its first steps.
+    const std::string pipe = service.path("temp/logging");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const pid_t daemon = service.begin({.arguments = {"-d"}});
+    const pid_t daemon = service.begin({.arguments = {"-d", "-logconfig=" + pipe}});
     int writer = -1;
-    ASSERT_TRUE(service.waitFor("a reader of the environment file", [&] {
+    ASSERT_TRUE(service.waitFor("a reader of the logging document", [&] {
         writer = open(pipe.c_str(), O_WRONLY | O_NONBLOCK);
         return writer >= 0;
     }));
     ASSERT_EQ(kill(daemon, SIGTERM), 0);
+    const std::string logging = service.read("bin/zorlogconfig.xml");
+    EXPECT_EQ(write(writer, logging.data(), logging.size()), static_cast<ssize_t>(logging.size()));
     close(writer);
     EXPECT_EQ(service.finish(daemon).exitCode, 0);
     EXPECT_TRUE(service.inOrder({"DEBUG ZORSignalHandlerThread Signal 15 caught.",

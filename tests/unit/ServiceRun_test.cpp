@@ -1,6 +1,10 @@
 // The life of the service: its base class, its run with all threads, its stop path, its PID file, its
 // detaching.
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "TestWorld.h"
 #include "ZORCmdLine.h"
@@ -245,10 +249,52 @@ TEST_F(ServiceRunTest, APidFileThatCannotBeWrittenIsAWarning) {
     EXPECT_TRUE(logged("INFO", "Done."));
 }
 
+// Writing to a regular file fails, as on a full disk.
+class NoFileGrows {
+  public:
+    NoFileGrows() : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit none{0, m_before.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
+    }
+    ~NoFileGrows() {
+        setrlimit(RLIMIT_FSIZE, &m_before);
+        std::signal(SIGXFSZ, m_handler);
+    }
+    NoFileGrows(const NoFileGrows&) = delete;
+    NoFileGrows& operator=(const NoFileGrows&) = delete;
+
+  private:
+    void (*m_handler)(int);
+    rlimit m_before{};
+};
+
+TEST_F(ServiceRunTest, ThePidFileIsForAllToReadWhateverTheUmask) {
+    configure({ChildXml{}}, "");
+    const mode_t before = umask(0077);
+    service.WritePIDFile();
+    EXPECT_EQ(umask(before), 0077U) << "the umask is the children's, too";
+    EXPECT_EQ(std::filesystem::status(service.m_pidFilePath).permissions(), std::filesystem::perms{0644});
+    EXPECT_EQ(log.raw().find("belongs to the user"), std::string::npos);
+}
+
+TEST_F(ServiceRunTest, APidFileThatBecomesAnotherUsersIsAWarning) {
+    ASSERT_EQ(geteuid(), 0U) << "this test gives a folder to another user, which needs root";
+    configure({ChildXml{}}, "");
+    ASSERT_EQ(chown(folder.path("logs").c_str(), 12345, 12345), 0);
+    service.WritePIDFile();
+    EXPECT_TRUE(
+        logged("WARN", "PID file \"" + service.m_pidFilePath +
+                           "\" belongs to the user with id 12345, so commands will not find this process. "
+                           "Run the service and its commands as that user."));
+}
+
 TEST_F(ServiceRunTest, APidFileOnAFullDiskIsAWarning) {
     configure({ChildXml{}}, "");
-    service.m_pidFilePath = "/dev/full";
-    service.WritePIDFile();
+    {
+        const NoFileGrows full;
+        service.WritePIDFile();
+    }
     EXPECT_TRUE(
         logged("WARN",
                "Process ID could not be written to file.  The velbootstrapservice -stop command will not "

@@ -1,5 +1,7 @@
 #include "TVLConfigurationFactory.h"
 
+#include <sys/stat.h>
+
 #include "TestKit.h"
 
 namespace {
@@ -91,6 +93,17 @@ TEST_F(TVLConfigurationFactoryTest, AFileThatCannotBeReadIsToldWithTheSystemsRea
     fs::create_directory(folder.path("configuration/startup.xml"));
     EXPECT_EQ(failureOf("ZOR"), "cannot read startup configuration \"" +
                                     folder.path("configuration/startup.xml") + "\": Is a directory");
+}
+
+TEST_F(TVLConfigurationFactoryTest, AFileOfAnotherKindOrTooLargeAFileIsToldSo) {
+    const std::string path = folder.path("configuration/startup.xml");
+    const std::string failure = "cannot read startup configuration \"" + path + "\": ";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(failureOf("ZOR"), failure + "is not a regular file");
+    fs::remove(path);
+    writeStartup("");
+    fs::resize_file(path, 64 * 1024 * 1024 + 1);
+    EXPECT_EQ(failureOf("ZOR"), failure + "is larger than 67108864 bytes");
 }
 
 TEST_F(TVLConfigurationFactoryTest, TheFailureNamesThePlaceThatThrew) {

@@ -1,10 +1,13 @@
 #include "ZORFileInputStream.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <type_traits>
+#include <vector>
 
+#include "TVLOs.h"
 #include "TestKit.h"
 
 namespace {
@@ -80,8 +83,95 @@ TEST_F(ZORFileInputStreamTest, AMissingFileLeavesTheStreamClosed) {
     EXPECT_EQ(stream.read(), -1);
 }
 
-TEST_F(ZORFileInputStreamTest, ADirectoryOpensAndCannotBeRead) {
+// Every look at the clock takes a while.
+class QuickClock : public TVLOs {
+  public:
+    explicit QuickClock(std::int64_t stepMs) : m_stepMs(stepMs), m_before(install(this)) {}
+    ~QuickClock() override { install(m_before); }
+    std::int64_t nowMs() override { return m_nowMs += m_stepMs; }
+
+  private:
+    std::int64_t m_stepMs;
+    std::int64_t m_nowMs = 0;
+    TVLOs* m_before;
+};
+
+// A pipe by its two ends; the reading one has a name.
+class Pipe {
+  public:
+    Pipe() { EXPECT_EQ(pipe2(m_ends, O_CLOEXEC | O_NONBLOCK), 0); }
+    ~Pipe() {
+        close(m_ends[0]);
+        endWriting();
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    std::string name() const { return "/dev/fd/" + std::to_string(m_ends[0]); }
+    void write(const std::string& text) const {
+        EXPECT_EQ(::write(m_ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    void endWriting() {
+        if (m_ends[1] >= 0) close(m_ends[1]);
+        m_ends[1] = -1;
+    }
+
+  private:
+    int m_ends[2]{};
+};
+
+TEST_F(ZORFileInputStreamTest, APipeIsReadToItsEnd) {
+    Pipe pipe;
+    ZORFileInputStream stream(pipe.name().c_str());
+    ASSERT_NE(stream.isOpen(), 0);
+    pipe.write("abc");
+    char bytes[8] = {};
+    EXPECT_EQ(stream.read(bytes, 8), 3);
+    pipe.endWriting();
+    EXPECT_EQ(stream.read(bytes, 8), -1);
+    EXPECT_EQ(stream.error(), "");
+}
+
+TEST_F(ZORFileInputStreamTest, APipeThatNobodyWritesToIsGivenUp) {
+    ASSERT_EQ(mkfifo(folder.path("temp/pipe").c_str(), 0600), 0);
+    const QuickClock clock(9999);
+    ZORFileInputStream stream("../temp/pipe");
+    ASSERT_NE(stream.isOpen(), 0);
+    EXPECT_EQ(stream.read(), -1);
+    EXPECT_EQ(stream.error(), "does not come to its end in time");
+}
+
+TEST_F(ZORFileInputStreamTest, APipeHasOneTimeLimitForTheWhole) {
+    const Pipe pipe;
+    const QuickClock clock(3000);
+    ZORFileInputStream stream(pipe.name().c_str());
+    for (int i = 0; i < 3; ++i) {
+        pipe.write("x");
+        EXPECT_EQ(stream.read(), 'x');
+    }
+    pipe.write("x");
+    EXPECT_EQ(stream.read(), -1);
+    EXPECT_EQ(stream.error(), "does not come to its end in time");
+}
+
+TEST_F(ZORFileInputStreamTest, ADocumentHasALimitThatGrowthDoesNotPass) {
+    folder.write("temp/a", "");
+    ASSERT_EQ(truncate("../temp/a", TVLFile::kMostOfADocument), 0);
+    ZORFileInputStream stream("../temp/a");
+    ASSERT_NE(stream.isOpen(), 0);
+    ASSERT_EQ(truncate("../temp/a", TVLFile::kMostOfADocument + 1), 0);
+    std::vector<char> block(1 << 20);
+    int blocks = 0;
+    while (stream.read(block.data(), 1 << 20) > 0)
+        ++blocks;
+    EXPECT_EQ(blocks, 64);
+    EXPECT_EQ(stream.error(), "is larger than 67108864 bytes");
+    EXPECT_EQ(stream.open("../temp/a"), 0) << "and is not opened any more";
+}
+
+TEST_F(ZORFileInputStreamTest, ADirectoryIsRefused) {
     ZORFileInputStream stream("../temp");
+    EXPECT_EQ(stream.isOpen(), 0);
     char bytes[4] = {};
     EXPECT_EQ(stream.read(bytes, 4), -1);
     EXPECT_EQ(stream.read(), -1);
