@@ -29,6 +29,14 @@ void keep(std::string& place, const char* text) noexcept {
     }
 }
 
+long refuse(void* handle, char** details) noexcept {
+    const std::shared_ptr<SEKSocket> socket = SEKLibrary::instance().find(handle);
+    std::string& place = placeOfDetails(socket.get());
+    keep(place, "not supported");
+    handOut(place, details);
+    return SEK_NotSupported;
+}
+
 std::shared_ptr<SEKSocket> socketOf(void* handle) {
     std::shared_ptr<SEKSocket> socket = SEKLibrary::instance().find(handle);
     if (socket == nullptr)

@@ -33,6 +33,9 @@ void handOut(const std::string& text, char** details) noexcept;
 // Stores a text as one printable line, without failing itself: when memory is short, a shorter text must do.
 void keep(std::string& place, const char* text) noexcept;
 
+// What the library does not offer: leaves the text "not supported" at the handle, or at the thread.
+long refuse(void* handle, char** details = nullptr) noexcept;
+
 template <typename Work>
 long guarded(std::string& details, Work&& work) noexcept {
     try {

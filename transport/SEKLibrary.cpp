@@ -35,8 +35,10 @@ SEKContextPtr SEKLibrary::contextFor(const std::string& serviceID, SEKRole role)
     if (m_initializations == 0) throw SEKFailure("the library is not initialised");
     const auto key = std::make_pair(serviceID, role);
     auto found = m_settings.find(key);
-    if (found == m_settings.end() || !found->second.areCurrent())
-        found = m_settings.insert_or_assign(key, SEKSettings::build(serviceID, role)).first;
+    if (found == m_settings.end())
+        found = m_settings.emplace(key, SEKSettings::build(serviceID, role)).first;
+    else if (!found->second.areCurrent())
+        found->second.renew(serviceID, role);
     SSL_CTX* const context = found->second.context.get();
     SSL_CTX_up_ref(context);
     return SEKContextPtr(context);

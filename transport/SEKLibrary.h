@@ -1,7 +1,7 @@
 // The state of the library in the process: whether it is initialised, its TLS contexts and its live handles.
 //
 // Purpose: counts initialisations, builds a TLS context when the first connection needs it and again when the
-//   settings it came from have changed, and tells a live handle from any other pointer.
+//   settings it came from have changed and are good, and tells a live handle from any other pointer.
 // Ownership: one instance, made on first use and never destroyed: a forked child that calls exit must not
 //   run OpenSSL's cleanup. The last terminate releases the contexts. A handle's socket is shared with the
 //   calls that use it.

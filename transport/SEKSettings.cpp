@@ -1,10 +1,7 @@
 #include "SEKSettings.h"
 
-#include <fcntl.h>
 #include <openssl/conf.h>
 #include <openssl/err.h>
-#include <openssl/pem.h>
-#include <openssl/x509_vfy.h>
 #include <strings.h>
 #include <sys/stat.h>
 
@@ -12,19 +9,25 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 #include <string_view>
 
+#include "SEKConfiguration.h"
 #include "SEKErrors.h"
+#include "SEKRevocation.h"
+#include "SEKVerification.h"
 
 namespace {
 
-struct ConfFreer {
-    void operator()(CONF* conf) const { NCONF_free(conf); }
-};
 struct ConfContextFreer {
     void operator()(SSL_CONF_CTX* context) const { SSL_CONF_CTX_free(context); }
 };
-using ConfPtr = std::unique_ptr<CONF, ConfFreer>;
+struct SslFreer {
+    void operator()(SSL* ssl) const { SSL_free(ssl); }
+};
+struct CiphersFreer {
+    void operator()(STACK_OF(SSL_CIPHER) * ciphers) const { sk_SSL_CIPHER_free(ciphers); }
+};
 using ConfContextPtr = std::unique_ptr<SSL_CONF_CTX, ConfContextFreer>;
 
 std::string octal(mode_t mode) {
@@ -49,23 +52,20 @@ int refusePassphrase(char*, int, int, void* asked) {
     return -1;
 }
 
+// The path behind the URI of a store; empty for stores that are no files.
+std::string storePath(const std::string& uri) {
+    if (uri.rfind("file:", 0) != 0) return SEKFileStamp::of(uri).isThere ? uri : "";
+    const std::string path = uri.substr(5);
+    return path.rfind("//", 0) == 0 ? path.substr(std::min(path.find('/', 2), path.size())) : path;
+}
+
+// With these suites a peer needs no certificate.
+bool goesWithoutCertificate(const SSL_CIPHER* cipher) {
+    const int kind = SSL_CIPHER_get_auth_nid(cipher);
+    return kind == NID_auth_null || kind == NID_auth_psk || kind == NID_auth_srp;
+}
+
 }  // namespace
-
-SEKFileStamp SEKFileStamp::of(const std::string& path) {
-    SEKFileStamp stamp{path, {}, 0, -1};
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0) return stamp;
-    stamp.modified = status.st_mtim;
-    stamp.inode = status.st_ino;
-    stamp.size = status.st_size;
-    return stamp;
-}
-
-bool SEKFileStamp::isCurrent() const {
-    const SEKFileStamp now = of(path);
-    return now.modified.tv_sec == modified.tv_sec && now.modified.tv_nsec == modified.tv_nsec &&
-           now.inode == inode && now.size == size;
-}
 
 // One build; the steps stand in the order in which they run.
 class SEKSettingsBuilder {
@@ -74,11 +74,10 @@ class SEKSettingsBuilder {
 
     SEKSettings build() {
         createContext();
-        m_settings.sources.push_back(SEKFileStamp::of(SEKSettings::path));
-        const ConfPtr file = readFile();
-        if (file != nullptr) applySection(*file);
+        applyFile();
         requireIdentity();
-        applyRevocationList();
+        requireVerification();
+        applyRevocation();
         applyTrust();
         enforce();
         return std::move(m_settings);
@@ -98,26 +97,21 @@ class SEKSettingsBuilder {
         SSL_CTX_set_default_passwd_cb_userdata(context(), &m_passphraseAsked);
     }
 
-    // Null when there is no file; that is no error.
-    static ConfPtr readFile() {
+    // Without the file the defaults hold. A link that leads nowhere is no absent file.
+    void applyFile() {
         struct stat status {};
-        if (stat(SEKSettings::path, &status) != 0 && errno == ENOENT) return nullptr;
-        // OpenSSL's reader would take a folder for an empty file, and so for the defaults.
-        if (S_ISDIR(status.st_mode))
-            throw SEKFailure(std::string("cannot read ") + SEKSettings::path + ": " +
-                             SEKErrors::systemReason(EISDIR));
-        ConfPtr file(NCONF_new(nullptr));
-        long line = 0;
-        if (file != nullptr && NCONF_load(file.get(), SEKSettings::path, &line) > 0) return file;
-        const std::string where = line > 0 ? " line " + std::to_string(line) : "";
-        throw SEKFailure(std::string("cannot read ") + SEKSettings::path + where + ": " +
-                         SEKErrors::tlsReason());
+        m_settings.hasFile = lstat(SEKSettings::path, &status) == 0 || errno != ENOENT;
+        if (!m_settings.hasFile) {
+            m_settings.sources.push_back(SEKFileStamp::of(SEKSettings::path));
+            return;
+        }
+        const SEKConfiguration file(SEKSettings::path, m_settings.sources);
+        const STACK_OF(CONF_VALUE)* const values = file.section(m_section);
+        if (values == nullptr) throw SEKFailure(place() + ": no such section");
+        applySection(*values);
     }
 
-    void applySection(const CONF& file) {
-        const STACK_OF(CONF_VALUE)* values = NCONF_get_section(&file, m_section.c_str());
-        ERR_clear_error();
-        if (values == nullptr) return;
+    void applySection(const STACK_OF(CONF_VALUE) & values) {
         const ConfContextPtr commands(SSL_CONF_CTX_new());
         if (commands == nullptr) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
         // Both roles' commands are known in either role, so that one section serves a service's two sides.
@@ -125,23 +119,22 @@ class SEKSettingsBuilder {
                                                    SSL_CONF_FLAG_SERVER | SSL_CONF_FLAG_CERTIFICATE |
                                                    SSL_CONF_FLAG_SHOW_ERRORS | SSL_CONF_FLAG_REQUIRE_PRIVATE);
         SSL_CONF_CTX_set_ssl_ctx(commands.get(), context());
-        for (int i = 0; i < sk_CONF_VALUE_num(values); ++i) {
-            const CONF_VALUE* entry = sk_CONF_VALUE_value(values, i);
+        for (int i = 0; i < sk_CONF_VALUE_num(&values); ++i) {
+            const CONF_VALUE* entry = sk_CONF_VALUE_value(&values, i);
             applyCommand(*commands, withoutPrefix(entry->name), entry->value);
         }
+        applyVerifyMode(*commands);
         finish(*commands);
     }
 
     static std::string withoutPrefix(const std::string& name) { return name.substr(name.find('.') + 1); }
 
     void applyCommand(SSL_CONF_CTX& commands, const std::string& name, const std::string& value) {
-        noteFile(commands, name, value);
-        if (sameName(name, "CRLFile")) {
-            m_revocationList = value;
-            return;
-        }
-        if (sameName(name, "VerifyMode") && sameName(value, "None")) {
-            SSL_CTX_set_verify(context(), SSL_VERIFY_NONE, nullptr);
+        checkFiles(commands, name, value);
+        if (sameName(name, "CRLFile")) return m_revocationLists.push_back(value);
+        if (sameName(name, "CRLCheck")) return applyExtent(value);
+        if (sameName(name, "VerifyMode")) {
+            m_verifyMode = value;
             return;
         }
         if (sameName(name, "PrivateKey")) {
@@ -149,22 +142,81 @@ class SEKSettingsBuilder {
             m_keyIsGiven = true;
         }
         if (sameName(name, "Certificate")) m_certificateFile = value;
+        if (sameName(name, "CipherString")) m_cipherString = value;
         if (namesTrust(name)) m_trustIsGiven = true;
+        handOver(commands, name, value);
+    }
+
+    void handOver(SSL_CONF_CTX& commands, const std::string& name, const std::string& value) {
         const int result = SSL_CONF_cmd(&commands, name.c_str(), value.c_str());
         if (result <= 0) refuseCommand(name, value, result == -2 ? "unknown command" : reason());
     }
 
-    void noteFile(SSL_CONF_CTX& commands, const std::string& name, const std::string& value) {
-        const bool isFile = SSL_CONF_cmd_value_type(&commands, name.c_str()) == SSL_CONF_TYPE_FILE;
-        if (isFile || sameName(name, "CRLFile")) m_settings.sources.push_back(SEKFileStamp::of(value));
+    void applyExtent(const std::string& value) {
+        try {
+            m_revocation.setExtent(value);
+        } catch (const SEKFailure& why) {
+            refuseCommand("CRLCheck", value, why.what());
+        }
+        m_extent = value;
+    }
+
+    // OpenSSL adds the values of several lines up, and a value with a minus takes the check away.
+    void applyVerifyMode(SSL_CONF_CTX& commands) {
+        if (!m_verifyMode.has_value()) return;
+        if (*m_verifyMode == "None") {
+            SSL_CTX_set_verify(context(), SSL_VERIFY_NONE, nullptr);
+            return;
+        }
+        handOver(commands, "VerifyMode", *m_verifyMode);
+        if (!verifies())
+            refuseCommand("VerifyMode", *m_verifyMode,
+                          "the peer would not be verified, which only the value None may say");
+    }
+
+    bool verifies() const { return (SSL_CTX_get_verify_mode(context()) & SSL_VERIFY_PEER) != 0; }
+
+    // Leaves the stamps of what the command names, which OpenSSL then reads by itself.
+    void checkFiles(SSL_CONF_CTX& commands, const std::string& name, const std::string& value) {
+        const int type =
+            sameName(name, "CRLFile") ? SSL_CONF_TYPE_FILE : SSL_CONF_cmd_value_type(&commands, name.c_str());
+        try {
+            if (type == SSL_CONF_TYPE_FILE) checkFile(value);
+            if (type == SSL_CONF_TYPE_DIR) checkFolders(value);
+            if (type == SSL_CONF_TYPE_STORE) checkStore(storePath(value));
+        } catch (const SEKFailure& why) {
+            refuseCommand(name, value, why.what());
+        }
+    }
+
+    void checkFile(const std::string& path) {
+        m_settings.sources.push_back(SEKFileStamp::of(path));
+        SEKFile::check(path);
     }
 
     void checkKeyFile(const std::string& command, const std::string& path) const {
-        struct stat status {};
-        if (stat(path.c_str(), &status) != 0) return;  // loading tells the reason
-        if ((status.st_mode & (S_IRWXG | S_IRWXO)) == 0) return;
+        const SEKFileStamp file = SEKFileStamp::of(path);
+        const mode_t mode = file.status.st_mode;
+        if (!file.isThere || (mode & (S_IRWXG | S_IRWXO)) == 0) return;
         throw SEKFailure(place() + " " + command + ": private key file " + path +
-                         " can be read by others (mode " + octal(status.st_mode) + "): chmod 600 it");
+                         " can be read by others (mode " + octal(mode) + "): chmod 600 it");
+    }
+
+    // A list of folders, as for a search path.
+    void checkFolders(const std::string& list) {
+        for (std::size_t begin = 0; begin <= list.size();) {
+            const std::size_t end = std::min(list.find(':', begin), list.size());
+            if (end > begin) SEKFile::checkFolder(list.substr(begin, end - begin), m_settings.sources);
+            begin = end + 1;
+        }
+    }
+
+    void checkStore(const std::string& path) {
+        if (path.empty()) return;
+        if (S_ISDIR(SEKFileStamp::of(path).status.st_mode))
+            SEKFile::checkFolder(path, m_settings.sources);
+        else
+            checkFile(path);
     }
 
     std::string reason() {
@@ -192,18 +244,45 @@ class SEKSettingsBuilder {
             throw SEKFailure(place() + ": no Certificate for the server's side");
     }
 
+    // Suites without certificates would let a peer pass that has none.
+    void requireVerification() const {
+        if (!verifies()) return;
+        const std::unique_ptr<SSL, SslFreer> probe(SSL_new(context()));
+        if (probe == nullptr) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
+        const std::unique_ptr<STACK_OF(SSL_CIPHER), CiphersFreer> ciphers(
+            SSL_get1_supported_ciphers(probe.get()));
+        ERR_clear_error();
+        for (int i = 0; i < sk_SSL_CIPHER_num(ciphers.get()); ++i) {
+            const SSL_CIPHER* const cipher = sk_SSL_CIPHER_value(ciphers.get(), i);
+            if (goesWithoutCertificate(cipher)) refuseCipher(SSL_CIPHER_get_name(cipher));
+        }
+    }
+
+    [[noreturn]] void refuseCipher(const std::string& name) const {
+        refuseCommand("CipherString", m_cipherString.empty() ? "of the system" : m_cipherString,
+                      "the peer would not be verified, because " + name +
+                          " needs no certificate; only VerifyMode = None may say that");
+    }
+
     X509_STORE* trustStore() const {
         X509_STORE* given = nullptr;
         SSL_CTX_get0_verify_cert_store(context(), &given);
         return given != nullptr ? given : SSL_CTX_get_cert_store(context());
     }
 
-    void applyRevocationList() {
-        if (m_revocationList.empty()) return;
-        X509_LOOKUP* lookup = X509_STORE_add_lookup(trustStore(), X509_LOOKUP_file());
-        if (lookup == nullptr || X509_load_crl_file(lookup, m_revocationList.c_str(), X509_FILETYPE_PEM) <= 0)
-            refuseCommand("CRLFile", m_revocationList, reason());
-        X509_VERIFY_PARAM_set_flags(SSL_CTX_get0_param(context()), X509_V_FLAG_CRL_CHECK);
+    void applyRevocation() {
+        if (m_revocationLists.empty()) {
+            if (!m_extent.empty()) refuseCommand("CRLCheck", m_extent, "there is no CRLFile");
+            return;
+        }
+        for (const std::string& path : m_revocationLists) {
+            try {
+                m_revocation.load(path, *trustStore());
+            } catch (const SEKFailure& why) {
+                refuseCommand("CRLFile", path, why.what());
+            }
+        }
+        m_revocation.enforce(*context());
     }
 
     // The system's trust store takes long to read, so only a context that verifies with it pays for it.
@@ -224,6 +303,9 @@ class SEKSettingsBuilder {
         const std::string id = m_section.substr(0, SSL_MAX_SSL_SESSION_ID_LENGTH);
         SSL_CTX_set_session_id_context(context(), reinterpret_cast<const unsigned char*>(id.data()),
                                        static_cast<unsigned>(id.size()));
+        const bool isSparing = m_revocation.extent() == SEKRevocation::Extent::Available;
+        SSL_CTX_set_verify(context(), SSL_CTX_get_verify_mode(context()),
+                           isSparing ? SEKVerification::sparing : SEKVerification::strict);
         SSL_CTX_set_default_passwd_cb_userdata(context(), nullptr);
         SSL_CTX_set_default_passwd_cb(context(), nullptr);
     }
@@ -231,8 +313,12 @@ class SEKSettingsBuilder {
     std::string m_section;
     SEKRole m_role;
     SEKSettings m_settings;
-    std::string m_revocationList;
+    SEKRevocation m_revocation;
+    std::vector<std::string> m_revocationLists;
+    std::string m_extent;
     std::string m_certificateFile;
+    std::string m_cipherString;
+    std::optional<std::string> m_verifyMode;
     bool m_keyIsGiven = false;
     bool m_trustIsGiven = false;
     bool m_passphraseAsked = false;
@@ -241,6 +327,17 @@ class SEKSettingsBuilder {
 SEKSettings SEKSettings::build(const std::string& serviceID, SEKRole role) {
     ERR_clear_error();
     return SEKSettingsBuilder(serviceID, role).build();
+}
+
+void SEKSettings::renew(const std::string& serviceID, SEKRole role) {
+    try {
+        SEKSettings fresh = build(serviceID, role);
+        if (fresh.hasFile || !hasFile) *this = std::move(fresh);
+    } catch (const SEKFailure&) {
+        // A file in the midst of a change, or a slip of the pen, must not cut off what works. Whoever starts
+        // anew with the file is told what is wrong with it.
+        ERR_clear_error();
+    }
 }
 
 bool SEKSettings::areCurrent() const {

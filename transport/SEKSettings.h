@@ -3,25 +3,24 @@
 // Purpose: reads ../configuration/sek.cnf (relative to the working directory) with OpenSSL's own reader and
 //   applies the section named by the service's id. A section holds SSL_CONF commands ("VerifyCAFile",
 //   "MinProtocol", ...), which may carry a prefix up to a dot ("RSA.Certificate") so that one can stand
-//   twice. Two more are known here: "CRLFile" (PEM) switches on the revocation check of the peer's
-//   certificate, and "VerifyMode = None" switches the check of the peer off. Without the file or the
-//   section: TLS 1.2 or newer, servers are verified against the system's trust store, clients are not asked
-//   for a certificate.
+//   twice. Three are known here: "CRLFile" and "CRLCheck" (see SEKRevocation), and "VerifyMode = None", which
+//   switches the check of the peer off and is the only thing that does. Of several VerifyMode lines the last
+//   counts. Without the file: TLS 1.2 or newer, servers are verified against the system's trust store, clients
+//   are not asked for a certificate. A file without the section is an error.
 // Ownership: the context belongs to the caller, counted by OpenSSL.
 // Threads: build may be called by any thread; it shares nothing.
 // Units: none.
 // Errors: build throws SEKFailure that names file, section, command and reason. An error in the file is
-//   never replaced by a default.
+//   never replaced by a default. renew throws nothing of that kind: what was good stays in force.
 #pragma once
 
 #include <openssl/ssl.h>
-#include <sys/types.h>
 
-#include <cstdint>
-#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "SEKFile.h"
 
 struct SEKContextFreer {
     void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
@@ -30,23 +29,15 @@ using SEKContextPtr = std::unique_ptr<SSL_CTX, SEKContextFreer>;
 
 enum class SEKRole { Client, Server };
 
-// What a file looked like when it was read, to see later whether it changed. An absent file has a stamp, too.
-struct SEKFileStamp {
-    std::string path;
-    timespec modified{};
-    ino_t inode = 0;
-    off_t size = -1;
-
-    static SEKFileStamp of(const std::string& path);
-    bool isCurrent() const;
-};
-
 struct SEKSettings {
     static constexpr const char* path = "../configuration/sek.cnf";
 
     SEKContextPtr context;
-    std::vector<SEKFileStamp> sources;  // the file and every file it names
+    std::vector<SEKFileStamp> sources;  // the file, those it includes, and every file and folder it names
+    bool hasFile = false;
 
     static SEKSettings build(const std::string& serviceID, SEKRole role);
     bool areCurrent() const;
+    // Reads everything anew. When that fails, or the file has gone, these settings stay as they are.
+    void renew(const std::string& serviceID, SEKRole role);
 };

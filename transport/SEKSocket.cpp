@@ -321,6 +321,13 @@ void SEKSocket::drain() const noexcept {
     }
 }
 
+std::string SEKSocket::describePeer() const {
+    requireState(State::Connected, "describe the peer");
+    if (!m_stream.has_value() || !m_stream->isEstablished())
+        throw SEKFailure("cannot describe the peer " + m_peerText + ": TLS is not established");
+    return m_stream->describePeer();
+}
+
 SEKAddress SEKSocket::localAddress() const {
     SEKAddress address;
     socklen_t length = address.length();

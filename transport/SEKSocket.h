@@ -61,6 +61,8 @@ class SEKSocket {
     // that arrives after the close would make the system reset the connection.
     void close() noexcept;
 
+    // With whom, and how, an established TLS connection speaks, as an XML text.
+    std::string describePeer() const;
     SEKAddress localAddress() const;
     SEKAddress peerAddress() const;
     void getOption(int option, void* value, socklen_t& length);

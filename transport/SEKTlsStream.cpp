@@ -5,7 +5,9 @@
 #include <openssl/x509v3.h>
 
 #include "SEKErrors.h"
+#include "SEKPeerDescription.h"
 #include "SEKSocketBio.h"
+#include "SEKVerification.h"
 
 namespace {
 
@@ -62,7 +64,8 @@ void SEKTlsStream::expectPeer(const std::string& host) {
     if (isAddress(name)) {
         result = X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(m_ssl.get()), name.c_str());
     } else {
-        SSL_set_hostflags(m_ssl.get(), X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+        SSL_set_hostflags(m_ssl.get(),
+                          X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
         result = SSL_set1_host(m_ssl.get(), name.c_str());
         if (result > 0) result = sendServerName(m_ssl.get(), name);
     }
@@ -81,8 +84,18 @@ SEKTlsStream::Step SEKTlsStream::handshake() {
         m_broken = "the peer ended the connection during the handshake";
         throw SEKFailure(m_broken);
     }
+    if (step == Step::Done) requireVerifiedPeer();
     m_established = step == Step::Done;
     return step;
+}
+
+void SEKTlsStream::requireVerifiedPeer() {
+    try {
+        SEKVerification::requireVerifiedPeer(m_ssl.get());
+    } catch (const SEKFailure& reason) {
+        m_broken = reason.what();
+        throw;
+    }
 }
 
 SEKTlsStream::Step SEKTlsStream::read(void* buffer, std::size_t capacity, std::size_t& received) {
@@ -120,11 +133,12 @@ std::string SEKTlsStream::reasonFor(int error) const {
         return systemError != 0 ? SEKErrors::systemReason(systemError) : "the peer ended the connection";
     }
     const bool isRefusal = ERR_GET_REASON(code) == SSL_R_CERTIFICATE_VERIFY_FAILED;
-    return SEKErrors::tlsReason() + (isRefusal ? verificationReason() : hintFor(code));
+    return SEKErrors::tlsReason() +
+           (isRefusal ? ": " + SEKVerification::refusal(m_ssl.get()) : hintFor(code));
 }
 
-std::string SEKTlsStream::verificationReason() const {
-    return std::string(": ") + X509_verify_cert_error_string(SSL_get_verify_result(m_ssl.get()));
+std::string SEKTlsStream::describePeer() const {
+    return SEKPeerDescription::of(m_ssl.get());
 }
 
 void SEKTlsStream::sayGoodbye() noexcept {

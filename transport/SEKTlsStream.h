@@ -29,6 +29,8 @@ class SEKTlsStream {
 
     Step handshake();
     bool isEstablished() const { return m_established; }
+    // Established only: the XML text of SEKPeerDescription.
+    std::string describePeer() const;
 
     Step read(void* buffer, std::size_t capacity, std::size_t& received);
     // Takes in records until application data is there; Done when a read would find some.
@@ -48,7 +50,7 @@ class SEKTlsStream {
     void begin() const;
     Step outcome(int result);
     std::string reasonFor(int error) const;
-    std::string verificationReason() const;
+    void requireVerifiedPeer();
 
     std::unique_ptr<SSL, SslFreer> m_ssl;
     bool m_established = false;

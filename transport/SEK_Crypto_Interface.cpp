@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "SEKEntry.h"
@@ -214,6 +215,18 @@ long SEK_Connect_Url(void* handle, char* url, char* sessionDocument) {
 long SEK_EstablishSecure(void* handle, char*) {
     return forHandle(
         handle, [](SEKSocket& socket) { return long{socket.establishSecure() ? SEK_Ok : SEK_CallAgain}; });
+}
+
+long SEK_SocketSecurityOp(void* handle, char* operation, char** result, char*) {
+    if (operation == nullptr || std::string_view(operation) != "describePeer")
+        return SEKEntry::refuse(handle);
+    if (result != nullptr) *result = nullptr;
+    return forHandle(handle, [&](SEKSocket& socket) {
+        char*& place = required(result, "place for the result");
+        place = SEKErrors::copyText(socket.describePeer());
+        if (place == nullptr) throw SEKFailure("no memory");
+        return long{SEK_Ok};
+    });
 }
 
 long SEK_GetSockName(void* handle, sockaddr_storage* address, long* length, char*) {

@@ -85,6 +85,10 @@ long SEK_Connect_Url(void* handle, char* url, char* sessionDocument);
 // the URL; a server takes its certificate from sek.cnf.
 long SEK_EstablishSecure(void* handle, char* reserved);
 
+// The operation "describePeer" gives an XML text about the peer of an established TLS connection, heap memory for
+// SEK_CryptoFree: protocol, cipher and the certificates. Any other operation: SEK_NotSupported.
+long SEK_SocketSecurityOp(void* handle, char* operation, char** result, char* reserved);
+
 // Options are those of the level SOL_SOCKET. SO_SNDTIMEO is the time without progress after which a send
 // fails (60 s unless set), SO_RCVTIMEO the limit of a receive and of an accept (none unless set). A zero
 // limit is none. Names are cut to the room that is there; the length is always the full one.
@@ -120,7 +124,6 @@ long SEK_GetRandomData(unsigned long length, void* buffer, char* reserved);
 // --- Not offered ---
 
 // All of these return SEK_NotSupported with the text "not supported".
-long SEK_SocketSecurityOp(void* handle, char* operation, char** result, char* reserved);
 long SEK_PersistentInitialize(void** handle, char* document, char* reserved, char** details);
 long SEK_SetInfo(void* handle, char* document, char* reserved);
 long SEK_ProtectData(void* handle, void* data, unsigned long length, void** result,

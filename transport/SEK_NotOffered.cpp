@@ -3,23 +3,9 @@
 // The operations that this library does not offer: impersonation, credentials, passports and data protection.
 // They are here because programs load the library only when every entry point is there.
 
-namespace {
-
-long refuse(void* handle, char** details = nullptr) noexcept {
-    const std::shared_ptr<SEKSocket> socket = SEKLibrary::instance().find(handle);
-    std::string& place = SEKEntry::placeOfDetails(socket.get());
-    SEKEntry::keep(place, "not supported");
-    SEKEntry::handOut(place, details);
-    return SEK_NotSupported;
-}
-
-}  // namespace
+using SEKEntry::refuse;
 
 extern "C" {
-
-long SEK_SocketSecurityOp(void* handle, char*, char**, char*) {
-    return refuse(handle);
-}
 
 long SEK_PersistentInitialize(void**, char*, char*, char** details) {
     return refuse(nullptr, details);

@@ -56,11 +56,24 @@ TestPki::TestPki(const fs::path& folder, const std::string& name)
       m_authorityFile(folder / (name + ".pem")),
       m_key(makeKey(Key::Ecdsa)),
       m_certificate(makeCertificate(name, m_key.get(), -7200, 7200, 1)) {
-    X509_set_issuer_name(m_certificate.get(), X509_get_subject_name(m_certificate.get()));
+    writeAuthority(*this);
+}
+
+TestPki::TestPki(const fs::path& folder, const std::string& name, const TestPki& issuer)
+    : m_folder(folder),
+      m_name(name),
+      m_authorityFile(folder / (name + ".pem")),
+      m_key(makeKey(Key::Ecdsa)),
+      m_certificate(makeCertificate(name, m_key.get(), -7200, 7200, 1000)) {
+    writeAuthority(issuer);
+}
+
+void TestPki::writeAuthority(const TestPki& issuer) {
+    X509_set_issuer_name(m_certificate.get(), X509_get_subject_name(issuer.m_certificate.get()));
     addExtension(m_certificate.get(), NID_basic_constraints, "critical,CA:TRUE");
     addExtension(m_certificate.get(), NID_key_usage, "critical,keyCertSign,cRLSign");
     addExtension(m_certificate.get(), NID_subject_key_identifier, "hash");
-    require(X509_sign(m_certificate.get(), m_key.get(), EVP_sha256()) > 0, "sign authority");
+    require(X509_sign(m_certificate.get(), issuer.m_key.get(), EVP_sha256()) > 0, "sign authority");
     writeCertificate(m_authorityFile, m_certificate.get());
 }
 
@@ -98,7 +111,8 @@ void TestPki::addExtension(X509* certificate, int nid, const std::string& value)
 TestPki::Issued TestPki::issue(const Request& request) {
     const KeyPtr key = makeKey(request.key);
     const CertificatePtr certificate =
-        makeCertificate(request.name, key.get(), request.notBeforeSec, request.notAfterSec, m_nextSerial++);
+        makeCertificate(request.commonName.empty() ? request.name : request.commonName, key.get(),
+                        request.notBeforeSec, request.notAfterSec, m_nextSerial++);
     X509_set_issuer_name(certificate.get(), X509_get_subject_name(m_certificate.get()));
     std::string names;
     for (const std::string& name : request.alternatives)
@@ -127,12 +141,12 @@ TestPki::Issued TestPki::issueForClient(const std::string& name) {
     return issue(request);
 }
 
-fs::path TestPki::revocationList(const fs::path& revokedCertificate) {
+fs::path TestPki::revocationList(const fs::path& revokedCertificate, long nextUpdateSec) {
     const std::unique_ptr<X509_CRL, decltype(&X509_CRL_free)> list(X509_CRL_new(), X509_CRL_free);
     const std::unique_ptr<ASN1_TIME, decltype(&ASN1_TIME_free)> time(ASN1_TIME_new(), ASN1_TIME_free);
     X509_CRL_set_version(list.get(), 1);
     X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(m_certificate.get()));
-    X509_gmtime_adj(time.get(), -60);
+    X509_gmtime_adj(time.get(), -7200);
     X509_CRL_set1_lastUpdate(list.get(), time.get());
     if (!revokedCertificate.empty()) {
         const CertificatePtr revoked(
@@ -143,7 +157,7 @@ fs::path TestPki::revocationList(const fs::path& revokedCertificate) {
         X509_REVOKED_set_revocationDate(entry, time.get());
         X509_CRL_add0_revoked(list.get(), entry);
     }
-    X509_gmtime_adj(time.get(), 3600);
+    X509_gmtime_adj(time.get(), nextUpdateSec);
     X509_CRL_set1_nextUpdate(list.get(), time.get());
     require(X509_CRL_sign(list.get(), m_key.get(), EVP_sha256()) > 0, "sign revocation list");
     fs::path path = m_folder / (m_name + ".crl");

@@ -20,12 +20,13 @@ class TestPki {
     enum class Purpose { Server, Client };
 
     struct Request {
-        std::string name;                            // of the files, and the certificate's common name
+        std::string name;  // of the files, and the certificate's common name unless that is given
         std::vector<std::string> alternatives = {};  // "DNS:localhost", "IP:127.0.0.1"
         Key key = Key::Ecdsa;
         Purpose purpose = Purpose::Server;
         long notBeforeSec = -3600;
         long notAfterSec = 3600;
+        std::string commonName = {};
         std::string password = {};  // encrypts the key file when not empty
     };
     struct Issued {
@@ -35,6 +36,8 @@ class TestPki {
 
     // The name tells several authorities in one folder apart.
     explicit TestPki(const std::filesystem::path& folder, const std::string& name = "authority");
+    // An authority below another one, which signs its certificate.
+    TestPki(const std::filesystem::path& folder, const std::string& name, const TestPki& issuer);
     ~TestPki();
     TestPki(const TestPki&) = delete;
     TestPki& operator=(const TestPki&) = delete;
@@ -46,9 +49,11 @@ class TestPki {
     // A client's certificate.
     Issued issueForClient(const std::string& name = "client");
     // A revocation list of the authority with that certificate on it; nothing on it when the path is empty.
-    std::filesystem::path revocationList(const std::filesystem::path& revokedCertificate);
+    std::filesystem::path revocationList(const std::filesystem::path& revokedCertificate,
+                                         long nextUpdateSec = 3600);
 
   private:
+    void writeAuthority(const TestPki& issuer);
     struct KeyFreer {
         void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
     };

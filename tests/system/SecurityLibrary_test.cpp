@@ -209,11 +209,12 @@ class ServiceTlsTest : public SystemTest {
     // A start that fails because the certificate is refused, for this reason; the daemon is then stopped.
     void expectRefusal(const std::string& reason) {
         EXPECT_EQ(service.startDaemon({"-testReadyTries=3"}).exitCode, 1);
-        EXPECT_TRUE(service.logged(
-            "ERROR", "ZORSocketCommand",
-            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:" + m_port.str() +
-                ") failed: certificate verify failed: " + reason + " ",
-            "start"));
+        const std::string line =
+            "ERROR ZORSocketCommand failed to establish, SEK error: TLS handshake with localhost "
+            "(127.0.0.1:" +
+            m_port.str() + ") failed: certificate verify failed: " + reason + " (";
+        EXPECT_NE(service.log("start").find(line), std::string::npos) << service.log("start");
+        EXPECT_NE(service.log("start").find("certificate of CN="), std::string::npos);
         ASSERT_TRUE(service.waitFor("the PID file", [&] { return service.daemonPid() > 0; }));
         // The stop command cannot be sent either, so the child is killed at once.
         stopDaemon(service.daemonPid());

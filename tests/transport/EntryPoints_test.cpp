@@ -89,6 +89,7 @@ TEST_F(NotOfferedTest, OperationsOnAHandleSaySoAtTheHandle) {
         handle.connectUrl("");  // leaves another text
     };
     expectRefusal(SEK_SocketSecurityOp(h, nullptr, &answer, nullptr));
+    expectRefusal(SEK_SocketSecurityOp(h, text("describepeer"), &answer, nullptr));
     expectRefusal(SEK_SetInfo(h, nullptr, nullptr));
     expectRefusal(SEK_GetInfo(h, nullptr, &answer, nullptr));
     expectRefusal(SEK_ProtectData(h, nullptr, 0, &memory, &length, nullptr));

@@ -18,8 +18,7 @@ class SettingsTest : public TlsTest {
         SekHandle handle("IPv4", service);
         EXPECT_EQ(handle.connectUrl(peer.url("https")), SEK_HandshakePending);
         if (handle.establish() == SEK_Ok) return "";
-        const std::string text = handle.details();
-        return text.substr(text.find(" failed: ") + 9);
+        return withoutCertificate(handle.details());
     }
     std::string authority() const { return pki().authorityFile().string(); }
 };
@@ -32,8 +31,13 @@ TEST_F(SettingsTest, WithoutTheFileThePeerIsVerifiedAgainstTheSystemsStore) {
     EXPECT_EQ(handshake(), notTrusted);
 }
 
-TEST_F(SettingsTest, WithoutTheSectionTheSafeDefaultsHold) {
-    EXPECT_EQ(handshakeUnder("[other]\nVerifyMode = None\n"), notTrusted);
+TEST_F(SettingsTest, AFileWithoutTheSectionIsRefused) {
+    EXPECT_EQ(handshakeUnder("[gatway]\nVerifyMode = None\n"), place + ": no such section");
+    EXPECT_EQ(handshakeUnder("VerifyMode = None\n"), place + ": no such section");
+}
+
+TEST_F(SettingsTest, AnEmptySectionHasTheSafeDefaults) {
+    EXPECT_EQ(handshakeUnder("[gateway]\n"), notTrusted);
 }
 
 TEST_F(SettingsTest, TheSectionIsTheServices) {
@@ -41,7 +45,7 @@ TEST_F(SettingsTest, TheSectionIsTheServices) {
         "[gateway]\nVerifyCAFile = " + authority() + "\n[other]\nVerifyMode = None\n";
     EXPECT_EQ(handshakeUnder(settings), "");
     EXPECT_EQ(handshakeUnder(settings, "other"), "");
-    EXPECT_EQ(handshakeUnder(settings, "third"), notTrusted);
+    EXPECT_EQ(handshakeUnder(settings, "third"), "../configuration/sek.cnf [third]: no such section");
 }
 
 TEST_F(SettingsTest, FilesAreFoundRelativeToTheWorkingDirectory) {
@@ -52,6 +56,34 @@ TEST_F(SettingsTest, VerificationIsOffOnlyWhenTheFileSaysSo) {
     EXPECT_EQ(handshakeUnder("[gateway]\nMinProtocol = TLSv1.2\n"), notTrusted);
     EXPECT_EQ(handshakeUnder("[gateway]\nVerifyMode = Peer\n"), notTrusted);
     EXPECT_EQ(handshakeUnder("[gateway]\nVerifyMode = None\n"), "");
+}
+
+TEST_F(SettingsTest, NothingButTheLiteralNoneSwitchesVerificationOff) {
+    for (const std::string value :
+         {"Peer,-Require", "-Once", "-Peer", "none", "NONE", "Peer,None", "-Request"}) {
+        const std::string refusal = handshakeUnder("[gateway]\nVerifyMode = " + value + "\n");
+        EXPECT_EQ(refusal.rfind(place + " VerifyMode = " + value + ": ", 0), 0U) << refusal;
+    }
+    EXPECT_EQ(
+        handshakeUnder("[gateway]\nVerifyMode = -Peer\n"),
+        place + " VerifyMode = -Peer: the peer would not be verified, which only the value None may say");
+}
+
+TEST_F(SettingsTest, TheLastOfSeveralVerifyModesCounts) {
+    EXPECT_EQ(handshakeUnder("[gateway]\na.VerifyMode = None\nb.VerifyMode = Peer\n"), notTrusted);
+    EXPECT_EQ(handshakeUnder("[gateway]\nVerifyMode = None\nVerifyMode = Peer\n"), notTrusted);
+    EXPECT_EQ(handshakeUnder("[gateway]\na.VerifyMode = Peer\nb.VerifyMode = None\n"), "");
+}
+
+TEST_F(SettingsTest, CipherSuitesWithoutCertificatesAreRefused) {
+    const std::string weak = "[gateway]\nCipherString = ALL:@SECLEVEL=0\n";
+    const std::string refusal = handshakeUnder(weak);
+    EXPECT_EQ(refusal.rfind(place + " CipherString = ALL:@SECLEVEL=0: the peer would not be verified", 0), 0U)
+        << refusal;
+    EXPECT_EQ(handshakeUnder("[gateway]\nCipherString = aNULL:@SECLEVEL=0\n")
+                  .rfind(place + " CipherString = aNULL:@SECLEVEL=0: ", 0),
+              0U);
+    EXPECT_EQ(handshakeUnder(weak + "VerifyMode = None\n"), "");
 }
 
 TEST_F(SettingsTest, CommandsMayCarryAPrefix) {
@@ -173,6 +205,25 @@ TEST_F(SettingsTest, AChangedFileNamedInTheSettingsAppliesToo) {
     TestPki stranger(configuration(), "stranger");
     fs::rename(stranger.authorityFile(), pki().authorityFile());
     EXPECT_EQ(handshake(), notTrusted);
+}
+
+TEST_F(SettingsTest, TheLastGoodSettingsStayInForceUntilTheFileIsGoodAgain) {
+    EXPECT_EQ(handshake(), "");
+    EXPECT_EQ(handshakeUnder("[gateway]\nNonsense = 1\n"), "");
+    EXPECT_EQ(handshakeUnder("[gateway\n"), "");
+    EXPECT_EQ(handshakeUnder("[gatway]\nVerifyMode = None\n"), "");
+    fs::remove(configuration() / "sek.cnf");
+    EXPECT_EQ(handshake(), "");
+    fs::create_directory(configuration() / "sek.cnf");
+    EXPECT_EQ(handshake(), "");
+    fs::remove(configuration() / "sek.cnf");
+    EXPECT_EQ(handshakeUnder("[gateway]\nMinProtocol = TLSv1.2\n"), notTrusted);
+}
+
+TEST_F(SettingsTest, AMissingFileThatIsNamedLeavesTheLastGoodSettingsInForce) {
+    EXPECT_EQ(handshake(), "");
+    fs::rename(pki().authorityFile(), configuration() / "away");
+    EXPECT_EQ(handshake(), "");
 }
 
 TEST_F(SettingsTest, AnErrorDoesNotOutliveItsCause) {

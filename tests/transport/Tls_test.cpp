@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "TransportTest.h"
 
 namespace {
@@ -138,6 +140,31 @@ TEST_F(VerificationTest, CommonNameAloneIsNotEnoughWhenNamesAreGiven) {
     expectRefusal(serverWith({"localhost", {"DNS:elsewhere.example"}}), "hostname mismatch", "localhost");
 }
 
+TEST_F(VerificationTest, CommonNameNeverCounts) {
+    expectRefusal(serverWith({"localhost"}),
+                  "hostname mismatch (expected localhost, certificate of CN=localhost, no names, good from ",
+                  "localhost");
+}
+
+TEST_F(VerificationTest, AHostileCertificateIsDescribedOnOneBoundedLine) {
+    TestPki::Request request{"hostile", {}};
+    request.commonName = "a\nb\x01\xC3\xBC, CN=localhost";
+    for (int i = 0; i < 2000; ++i)
+        request.alternatives.push_back("DNS:name" + std::to_string(i) + "\x02.example");
+    const PeerContext context = serverWith(request);
+    TestPeer peer([context](PeerConnection& connection) { connection.acceptTls(context); });
+    SekHandle handle;
+    EXPECT_EQ(handle.open(peer.url("https")), SEK_Failed);
+    const std::string text = handle.details();
+    EXPECT_NE(
+        text.find("certificate of CN=a\\0Ab\\01\\C3\\BC\\, CN=localhost, names DNS:name0\\02.example, "),
+        std::string::npos)
+        << text;
+    EXPECT_NE(text.find(" and 1990 more, good from "), std::string::npos) << text;
+    EXPECT_LT(text.size(), 1500U);
+    EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c < 0x7F; })) << text;
+}
+
 TEST_F(VerificationTest, WrongAddress) {
     expectRefusal(serverWith({"other-address", {"IP:127.0.0.2", "DNS:localhost"}}), "IP address mismatch");
 }
@@ -176,9 +203,11 @@ TEST_F(VerificationTest, FailureNamesThePeer) {
     SekHandle handle;
     const std::string port = std::to_string(peer.port());
     ASSERT_EQ(handle.open(peer.url("https", "localhost")), SEK_Failed);
-    EXPECT_EQ(handle.details(),
-              "TLS handshake with localhost (127.0.0.1:" + port +
-                  ") failed: certificate verify failed: unable to get local issuer certificate");
+    const std::string beginning =
+        "TLS handshake with localhost (127.0.0.1:" + port +
+        ") failed: certificate verify failed: unable to get local issuer certificate (certificate of "
+        "CN=strange-server, names DNS:localhost, IP:127.0.0.1, IP:::1, good from 20";
+    EXPECT_EQ(handle.details().substr(0, beginning.size()), beginning);
 }
 
 TEST_F(VerificationTest, AFailedHandshakeMayBeTriedAgain) {

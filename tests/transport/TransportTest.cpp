@@ -48,6 +48,12 @@ bool hasDetails(void* handle) {
     return found;
 }
 
+std::string withoutCertificate(const std::string& details) {
+    const std::string reason = details.substr(details.find(" failed: ") + 9);
+    const std::size_t description = reason.find("certificate of ");
+    return description == std::string::npos ? reason : reason.substr(0, reason.rfind(" (", description));
+}
+
 SekHandle::SekHandle(const std::string& family, const std::string& service) {
     char* details = nullptr;
     const std::string document = sessionDocument(family, service);

@@ -31,6 +31,9 @@ char* text(const std::string& value);
 std::string detailsOf(void* handle);
 bool hasDetails(void* handle);
 
+// The reason in the text of a failed handshake, without the description of the certificate at its end.
+std::string withoutCertificate(const std::string& details);
+
 struct Received {
     long result = -1;
     std::string data;

@@ -45,7 +45,7 @@ class ManualTest : public InteropTest {
         });
         SekHandle handle;
         if (handle.open(peer.url("https", "localhost")) != SEK_Ok || handle.receive().data != "ready")
-            return handle.details().substr(handle.details().find(" failed: ") + 9);
+            return withoutCertificate(handle.details());
         handle.close();
         peer.join();
         return version;
