@@ -10,6 +10,8 @@
 #include <cstring>
 #include <future>
 #include <memory>
+#include <string_view>
+#include <system_error>
 #include <thread>
 
 #include "SEKErrors.h"
@@ -48,22 +50,37 @@ LookupResult lookUp(const std::string& host, std::uint16_t port, int family, int
     return result;
 }
 
+[[noreturn]] void refuse(const std::string& host, int family, const std::string& reason) {
+    throw SEKFailure("cannot resolve " + host + " (" + familyName(family) + "): " + reason);
+}
+
 // getaddrinfo knows no time limit, so a look-up that may ask a name server runs on a thread of its own. The
 // thread shares nothing with the caller but the future's state, which outlives whoever gives up first.
 LookupResult lookUpUntil(const SEKDeadline& deadline, const std::string& host, std::uint16_t port, int family,
                          int flags) {
     std::packaged_task<LookupResult()> task([=] { return lookUp(host, port, family, flags); });
     std::future<LookupResult> answer = task.get_future();
-    std::thread(std::move(task)).detach();
+    try {
+        std::thread(std::move(task)).detach();
+    } catch (const std::system_error& error) {
+        refuse(host, family, "cannot start a thread: " + SEKErrors::systemReason(error.code().value()));
+    }
     const int remainingMs = deadline.remainingMs();
     if (remainingMs < 0) return answer.get();
     if (answer.wait_for(std::chrono::milliseconds(remainingMs)) == std::future_status::ready)
         return answer.get();
-    throw SEKFailure("cannot resolve " + host + " (" + familyName(family) + "): no answer in time");
+    refuse(host, family, "no answer in time");
 }
 
+// "localhost" and the names below it, with or without the final dot.
 bool isLocalhost(const std::string& host) {
-    return strcasecmp(host.c_str(), "localhost") == 0;
+    static constexpr std::string_view name = "localhost";
+    std::string_view rest = host;
+    if (!rest.empty() && rest.back() == '.') rest.remove_suffix(1);
+    if (rest.size() < name.size()) return false;
+    const std::size_t start = rest.size() - name.size();
+    return strncasecmp(rest.data() + start, name.data(), name.size()) == 0 &&
+           (start == 0 || rest[start - 1] == '.');
 }
 
 bool isUnknownName(int code) {
@@ -92,7 +109,7 @@ SEKAddress SEKAddress::checked(const sockaddr_storage* address, long length, int
 std::vector<SEKAddress> SEKAddress::resolve(const std::string& host, std::uint16_t port, int family, Use use,
                                             const SEKDeadline& deadline) {
     const int flags = use == Use::Bind ? AI_PASSIVE : 0;
-    // Deliberate: "localhost" is this machine, as every resolver is to treat it, whatever a name server would
+    // Deliberate: "localhost", like every name below it, is this machine, as every resolver is to treat it, whatever a name server would
     // say; see SEKAddressTest.LocalhostIsThisMachineWithoutALookUp.
     const std::string figures = isLocalhost(host) ? (family == AF_INET6 ? "::1" : "127.0.0.1") : host;
     // An address in figures, the common case, needs neither a name server nor a thread.
@@ -101,7 +118,7 @@ std::vector<SEKAddress> SEKAddress::resolve(const std::string& host, std::uint16
     if (result.code == 0 && !result.addresses.empty()) return result.addresses;
     const std::string reason =
         result.code == EAI_SYSTEM ? SEKErrors::systemReason(result.systemError) : gai_strerror(result.code);
-    throw SEKFailure("cannot resolve " + host + " (" + familyName(family) + "): " + reason);
+    refuse(host, family, reason);
 }
 
 const sockaddr* SEKAddress::get() const {

@@ -25,7 +25,8 @@ class SEKAddress {
 
     enum class Use { Connect, Bind };
     // All addresses of the host in that family, in the resolver's order; at least one. The host "*" is any
-    // local address when the use is Bind; "localhost" is the loopback address, which no resolver is asked for.
+    // local address when the use is Bind; "localhost" and names that end in ".localhost", with or without a final
+    // dot, are the loopback address, which no resolver is asked for.
     static std::vector<SEKAddress> resolve(const std::string& host, std::uint16_t port, int family, Use use,
                                            const SEKDeadline& deadline);
 

@@ -29,6 +29,11 @@ SEKDeadline SEKDeadline::share(std::size_t attempts) const {
     return SEKDeadline(remainingMs() / static_cast<std::int64_t>(attempts));
 }
 
+SEKDeadline SEKDeadline::butNotAfter(const SEKDeadline& other) const {
+    if (other.m_unlimited) return *this;
+    return m_unlimited || other.m_end < m_end ? other : *this;
+}
+
 namespace SEKWait {
 
 int waitForAny(std::vector<pollfd>& entries, const SEKDeadline& deadline) {
@@ -41,6 +46,8 @@ int waitForAny(std::vector<pollfd>& entries, const SEKDeadline& deadline) {
 }
 
 bool waitFor(int descriptor, short events, const SEKDeadline& deadline) {
+    // A peer that never pauses would make every wait succeed.
+    if (deadline.expired()) return false;
     std::vector<pollfd> entry{{descriptor, events, 0}};
     return waitForAny(entry, deadline) > 0;
 }

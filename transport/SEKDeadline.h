@@ -22,6 +22,9 @@ class SEKDeadline {
     int remainingMs() const;
     bool expired() const { return remainingMs() == 0; }
 
+    // The one that comes first.
+    SEKDeadline butNotAfter(const SEKDeadline& other) const;
+
     // An earlier deadline: this one's remaining time divided by the number of attempts that share it.
     SEKDeadline share(std::size_t attempts) const;
 
@@ -35,7 +38,8 @@ namespace SEKWait {
 // Waits for any of the entries; the number of those that have something to tell, 0 when the time is over.
 int waitForAny(std::vector<pollfd>& entries, const SEKDeadline& deadline);
 
-// Waits for one descriptor; false when the time is over.
+// Waits for one descriptor; false when the time is over, whatever the descriptor has to tell by then, so that a
+// loop around the wait ends in time.
 bool waitFor(int descriptor, short events, const SEKDeadline& deadline);
 
 }  // namespace SEKWait

@@ -1,169 +1,152 @@
 #include "SEKDocument.h"
 
-#include <cstddef>
+#include <expat.h>
+
+#include <exception>
+#include <memory>
+#include <new>
 #include <string_view>
+#include <type_traits>
 
 #include "SEKErrors.h"
 
 namespace {
 
-using Attributes = std::map<std::string, std::string>;
+// Between a namespace and a name in what Expat reports; no namespace can contain it.
+constexpr char separator = '\n';
 
-bool isBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-bool isNameStart(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':' || c < '\0' ||
-           c == '\x7f';
-}
-bool isNameCharacter(char c) {
-    return isNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
-}
+struct ParserFreer {
+    void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
+};
+using ParserPtr = std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserFreer>;
+
+struct QualifiedName {
+    explicit QualifiedName(std::string_view reported) {
+        const std::size_t end = reported.rfind(separator);
+        if (end != std::string_view::npos) space = reported.substr(0, end);
+        local = reported.substr(end == std::string_view::npos ? 0 : end + 1);
+    }
+    std::string_view space;
+    std::string_view local;
+};
 
 std::string trimmed(const std::string& text) {
-    std::size_t begin = 0;
-    std::size_t end = text.size();
-    while (begin < end && isBlank(text[begin]))
-        ++begin;
-    while (end > begin && isBlank(text[end - 1]))
-        --end;
-    return text.substr(begin, end - begin);
+    constexpr const char* blanks = " \t\r\n";
+    const std::size_t begin = text.find_first_not_of(blanks);
+    if (begin == std::string::npos) return "";
+    return text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
 }
 
 }  // namespace
 
-// One pass over the text; m_at is always the next byte to read.
+// One pass over a text. Expat calls back from C, which no exception may cross: a callback that fails leaves its
+// reason and stops the parser.
 class SEKDocumentReader {
   public:
-    explicit SEKDocumentReader(std::string_view text) : m_text(text) {}
+    SEKDocumentReader() : m_parser(XML_ParserCreateNS(nullptr, separator)) {
+        if (m_parser == nullptr) throw std::bad_alloc();
+        XML_Parser parser = m_parser.get();
+        XML_SetUserData(parser, this);
+        XML_SetElementHandler(parser, onStart, onEnd);
+        XML_SetCharacterDataHandler(parser, onText);
+        XML_SetStartDoctypeDeclHandler(parser, onDocumentType);
+        XML_SetEntityDeclHandler(parser, onEntity);
+        XML_SetSkippedEntityHandler(parser, onSkippedEntity);
+    }
 
-    SEKDocument read() {
-        SEKDocument document;
-        readDeclaration();
-        skipBlanks();
-        bool closed = false;
-        document.m_rootName = readStartTag(document.m_attributes, closed);
-        while (!closed)
-            closed = readChildOrEnd(document);
-        skipBlanks();
-        if (m_at != m_text.size()) refuse("text after the root element");
-        return document;
+    SEKDocument read(const std::string& text) {
+        if (text.size() > SEKDocument::sizeLimitBytes) throw SEKFailure("the document is too large");
+        if (XML_Parse(m_parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) != XML_STATUS_OK)
+            throw SEKFailure(reason());
+        return m_document;
     }
 
   private:
-    [[noreturn]] void refuse(const std::string& reason) const {
-        throw SEKFailure("document not well-formed at byte " + std::to_string(m_at) + ": " + reason);
-    }
-    bool startsWith(std::string_view mark) const { return m_text.substr(m_at, mark.size()) == mark; }
-    bool take(std::string_view mark) {
-        if (!startsWith(mark)) return false;
-        m_at += mark.size();
-        return true;
-    }
-    void require(std::string_view mark) {
-        if (!take(mark)) refuse("\"" + std::string(mark) + "\" expected");
-    }
-    char next() const { return m_at < m_text.size() ? m_text[m_at] : '\0'; }
-    bool skipBlanks() {
-        const std::size_t before = m_at;
-        while (isBlank(next()))
-            ++m_at;
-        return m_at != before;
+    std::string reason() const {
+        const XML_Parser parser = m_parser.get();
+        const std::string place = "line " + std::to_string(XML_GetCurrentLineNumber(parser)) + ", column " +
+                                  std::to_string(XML_GetCurrentColumnNumber(parser) + 1) + ": ";
+        if (!m_refusal.empty()) return "document refused, " + place + m_refusal;
+        return "document not well-formed, " + place + XML_ErrorString(XML_GetErrorCode(parser));
     }
 
-    void readDeclaration() {
-        if (!take("<?xml")) return;
-        Attributes declaration;
-        readAttributes(declaration);
-        require("?>");
-        if (declaration["version"] != "1.0") refuse("unknown XML version");
-        const std::string encoding = declaration["encoding"];
-        if (!encoding.empty() && encoding != "UTF-8" && encoding != "utf-8") refuse("encoding is not UTF-8");
+    void refuse(const char* why) {
+        m_refusal = why;
+        XML_StopParser(m_parser.get(), XML_FALSE);
     }
 
-    std::string readName() {
-        const std::size_t begin = m_at;
-        if (!isNameStart(next())) refuse("name expected");
-        while (m_at < m_text.size() && isNameCharacter(m_text[m_at]))
-            ++m_at;
-        return std::string(m_text.substr(begin, m_at - begin));
-    }
-
-    void readAttributes(Attributes& attributes) {
-        while (skipBlanks() && isNameStart(next())) {
-            const std::string name = readName();
-            skipBlanks();
-            require("=");
-            skipBlanks();
-            const char quote = next();
-            if (quote != '"' && quote != '\'') refuse("quotation mark expected");
-            ++m_at;
-            const std::string value = readTextUntil(quote);
-            ++m_at;
-            if (!attributes.emplace(name, value).second) refuse("attribute " + name + " given twice");
+    template <typename Work>
+    static void guarded(void* self, Work&& work) noexcept {
+        SEKDocumentReader& reader = *static_cast<SEKDocumentReader*>(self);
+        try {
+            work(reader);
+        } catch (const std::exception&) {
+            // Short enough to need no memory of its own.
+            reader.refuse("no memory");
         }
     }
 
-    std::string readStartTag(Attributes& attributes, bool& closed) {
-        require("<");
-        std::string name = readName();
-        readAttributes(attributes);
-        closed = take("/>");
-        if (!closed) require(">");
-        return name;
+    static void XMLCALL onStart(void* self, const char* name, const char** /*attributes*/) {
+        guarded(self, [&](SEKDocumentReader& reader) { reader.start(QualifiedName(name)); });
+    }
+    static void XMLCALL onEnd(void* self, const char* name) {
+        guarded(self, [&](SEKDocumentReader& reader) { reader.end(QualifiedName(name)); });
+    }
+    static void XMLCALL onText(void* self, const char* text, int length) {
+        guarded(self, [&](SEKDocumentReader& reader) {
+            reader.take(std::string_view(text, static_cast<std::size_t>(length)));
+        });
+    }
+    static void XMLCALL onDocumentType(void* self, const char* /*name*/, const char* systemId,
+                                       const char* /*publicId*/, int /*hasSubset*/) {
+        guarded(self, [&](SEKDocumentReader& reader) {
+            if (systemId != nullptr) reader.refuse("a document type outside the document");
+        });
+    }
+    static void XMLCALL onEntity(void* self, const char* /*name*/, int isParameter, const char* value,
+                                 int /*length*/, const char* /*base*/, const char* /*systemId*/,
+                                 const char* /*publicId*/, const char* /*notation*/) {
+        guarded(self, [&](SEKDocumentReader& reader) {
+            if (isParameter != 0) reader.refuse("a parameter entity");
+            if (value == nullptr) reader.refuse("an entity outside the document");
+            if (++reader.m_entities > SEKDocument::entityLimit) reader.refuse("too many entities");
+        });
+    }
+    static void XMLCALL onSkippedEntity(void* self, const char* /*name*/, int /*isParameter*/) {
+        guarded(self, [](SEKDocumentReader& reader) { reader.refuse("an entity that is not declared"); });
     }
 
-    // True when the root's end tag was read.
-    bool readChildOrEnd(SEKDocument& document) {
-        skipBlanks();
-        if (take("</")) {
-            readEndOf(document.m_rootName);
-            return true;
+    void start(const QualifiedName& name) {
+        if (++m_depth > SEKDocument::depthLimit) refuse("elements nested too deeply");
+        if (m_depth == 1) {
+            m_document.m_rootName = name.local;
+            m_document.m_rootNamespace = name.space;
         }
-        Attributes ignored;
-        bool closed = false;
-        const std::string name = readStartTag(ignored, closed);
-        std::string text;
-        if (!closed) {
-            text = trimmed(readTextUntil('<'));
-            require("</");
-            readEndOf(name);
-        }
-        if (!document.m_children.emplace(name, text).second) refuse("element " + name + " given twice");
-        return false;
+        if (m_depth == 2) m_text.clear();
     }
 
-    void readEndOf(const std::string& name) {
-        if (readName() != name) refuse("end tag of " + name + " expected");
-        skipBlanks();
-        require(">");
+    // Entities can make much of a small document.
+    void take(std::string_view text) {
+        m_textBytes += text.size();
+        if (m_textBytes > SEKDocument::sizeLimitBytes) return refuse("too much text");
+        if (m_depth == 2) m_text += text;
     }
 
-    std::string readTextUntil(char end) {
-        std::string text;
-        while (next() != end) {
-            const char c = next();
-            if (m_at == m_text.size()) refuse("the document ends too early");
-            if (c == '<' || (c >= '\0' && c < ' ' && !isBlank(c))) refuse("unexpected character");
-            text += c == '&' ? readReference() : c;
-            if (c != '&') ++m_at;
-        }
-        return text;
+    void end(const QualifiedName& name) {
+        const bool isOurs = name.space.empty() || name.space == m_document.m_rootNamespace;
+        if (m_depth == 2 && isOurs) m_document.m_children.emplace(name.local, trimmed(m_text));
+        --m_depth;
     }
 
-    char readReference() {
-        static constexpr std::pair<std::string_view, char> known[] = {
-            {"&lt;", '<'}, {"&gt;", '>'}, {"&amp;", '&'}, {"&quot;", '"'}, {"&apos;", '\''}};
-        for (const auto& [mark, character] : known) {
-            if (take(mark)) return character;
-        }
-        refuse("unknown reference");
-    }
-
-    std::string_view m_text;
-    std::size_t m_at = 0;
+    ParserPtr m_parser;
+    SEKDocument m_document;
+    int m_depth = 0;     // 1 within the root
+    int m_entities = 0;  // declared
+    std::size_t m_textBytes = 0;
+    std::string m_text;  // of the child element that is being read, that of deeper elements left out
+    std::string m_refusal;
 };
 
 SEKDocument SEKDocument::parse(const std::string& text) {
-    return SEKDocumentReader(text).read();
+    return SEKDocumentReader().read(text);
 }

@@ -2,6 +2,8 @@
 
 #include <sys/socket.h>
 
+#include <iterator>
+
 #include "SEKDocument.h"
 #include "SEKErrors.h"
 
@@ -21,21 +23,18 @@ SEKDocument parseDocument(const char* document, const std::string& rootName) {
 }
 
 std::string childOf(const SEKDocument& document, const std::string& name) {
-    const auto child = document.children().find(name);
-    if (child == document.children().end() || child->second.empty())
-        throw SEKFailure("bad " + document.rootName() + ": no " + name);
-    return child->second;
-}
-
-void requireOnly(const SEKDocument& document, std::size_t count) {
-    if (document.children().size() != count)
-        throw SEKFailure("bad " + document.rootName() + ": unknown elements");
+    const auto [first, end] = document.children().equal_range(name);
+    const auto count = std::distance(first, end);
+    // Two could say two things, and which one holds would be anybody's guess.
+    if (count > 1) throw SEKFailure("bad " + document.rootName() + ": element " + name + " given twice");
+    if (count == 0 || first->second.empty()) throw SEKFailure("bad " + document.rootName() + ": no " + name);
+    return first->second;
 }
 
 void checkNamespace(const SEKDocument& document) {
-    const auto found = document.attributes().find("xmlns");
-    if (found != document.attributes().end() && found->second != cryptoNamespace)
-        throw SEKFailure("bad " + document.rootName() + ": unknown namespace " + found->second);
+    const std::string& space = document.rootNamespace();
+    if (!space.empty() && space != cryptoNamespace)
+        throw SEKFailure("bad " + document.rootName() + ": unknown namespace " + space);
 }
 
 int familyNamed(const std::string& name) {
@@ -57,12 +56,9 @@ SEKSession SEKSession::parse(const char* text) {
     session.text = text;
     session.serviceID = childOf(document, "serviceID");
     session.family = familyNamed(childOf(document, "protocolFamily"));
-    requireOnly(document, 2);
     return session;
 }
 
 void checkServiceDocument(const char* text, const std::string& rootName) {
-    const SEKDocument document = parseDocument(text, rootName);
-    childOf(document, "serviceID");
-    requireOnly(document, 1);
+    childOf(parseDocument(text, rootName), "serviceID");
 }

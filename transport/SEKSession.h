@@ -18,9 +18,10 @@ struct SEKSession {
     // The words of the session document for the family.
     const char* familyName() const;
 
-    // Reads a sessionConfigDocument; null is refused like any other text that is none.
+    // Reads a sessionConfigDocument, whose root is in the crypto-schema namespace or in none; elements that it does
+    // not know are passed over. Null is refused like any other text that is none.
     static SEKSession parse(const char* document);
 };
 
-// Checks a document whose root has this name and that holds a serviceID and nothing else.
+// Checks a document whose root has this name and that holds a serviceID.
 void checkServiceDocument(const char* document, const std::string& rootName);

@@ -5,6 +5,7 @@
 #include <netinet/tcp.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -16,6 +17,7 @@
 
 namespace {
 
+constexpr std::size_t reasonsToldOfAddresses = 8;      // a name server may list thousands
 constexpr std::size_t farewellLimitBytes = 1U << 20U;  // more unread data than this is not waited for
 
 std::string errnoReason() {
@@ -27,8 +29,11 @@ bool switchOn(int descriptor, int level, int option) {
     return setsockopt(descriptor, level, option, &on, sizeof on) == 0;
 }
 
+// Rounded up, so that no wait ends early; a limit beyond the bounds of the clock is cut by SEKDeadline anyway.
 std::int64_t toMs(const timeval& time) {
-    return std::int64_t{time.tv_sec} * 1000 + time.tv_usec / 1000;
+    const std::int64_t seconds = std::clamp<std::int64_t>(time.tv_sec, -1, 2'000'000);
+    const std::int64_t micros = std::clamp<std::int64_t>(time.tv_usec, 0, 1'000'000);
+    return seconds * 1000 + (micros + 999) / 1000;
 }
 
 timeval toTimeval(std::int64_t ms) {
@@ -65,7 +70,8 @@ SEKSocket::SEKSocket(const SEKSession& session, SEKDescriptor descriptor, const 
 }
 
 void SEKSocket::openDescriptor() {
-    m_descriptor = SEKDescriptor(socket(m_session.family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    m_descriptor =
+        SEKDescriptor::aboveStandard(socket(m_session.family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!m_descriptor.isOpen())
         throw SEKFailure(std::string("cannot create a socket (") + m_session.familyName() +
                          "): " + errnoReason());
@@ -106,7 +112,7 @@ std::shared_ptr<SEKSocket> SEKSocket::accept() {
     while (SEKWait::waitFor(m_descriptor.get(), POLLIN, deadline)) {
         SEKAddress peer;
         socklen_t length = peer.length();
-        SEKDescriptor accepted(
+        SEKDescriptor accepted = SEKDescriptor::aboveStandard(
             accept4(m_descriptor.get(), peer.buffer(), &length, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (accepted.isOpen()) {
             peer.setLength(length);
@@ -157,9 +163,11 @@ void SEKSocket::connectTo(const SEKUri& uri) {
         const std::string reason = tryConnect(addresses[i], deadline.share(addresses.size() - i));
         if (reason.empty())
             reached = &addresses[i];
-        else
+        else if (i < reasonsToldOfAddresses)
             reasons += (reasons.empty() ? "" : "; ") + addresses[i].text() + ": " + reason;
     }
+    if (addresses.size() > reasonsToldOfAddresses)
+        reasons += "; and " + std::to_string(addresses.size() - reasonsToldOfAddresses) + " more";
     if (reached == nullptr)
         throw SEKFailure("cannot connect to " + uri.authority() + " (" + m_session.familyName() +
                          "): " + reasons);
@@ -235,19 +243,30 @@ void SEKSocket::startTls() {
 void SEKSocket::send(const char* data, std::size_t length, std::size_t& sent) {
     requireTransfer();
     sent = 0;
+    const SEKDeadline whole = deadlineOfSend(length);
+    bool hasTaken = false;  // also the beginning of a TLS record, which does not count as sent
     try {
         while (sent < length) {
             std::size_t count = 0;
             const Step step = sendOnce(data + sent, length - sent, count);
             sent += count;
-            if (step != Step::Done && !waitForStep(step, SEKDeadline(m_sendLimitMs)))
-                throw SEKFailure("the peer takes no data");
+            if (step == Step::Done) continue;
+            if (!waitForStep(step, SEKDeadline(m_sendLimitMs).butNotAfter(whole)))
+                throw SEKFailure(hasTaken && whole.expired() ? "the peer takes the data too slowly"
+                                                             : "the peer takes no data");
+            hasTaken = true;
         }
     } catch (const SEKFailure& reason) {
         // A record that was cut off cannot be taken up again.
         if (m_stream.has_value()) m_stream->breakOff(reason.what());
         throw SEKFailure("cannot send to " + m_peerText + ": " + reason.what());
     }
+}
+
+// A peer that takes a byte now and then cannot hold a send for as long as it likes.
+SEKDeadline SEKSocket::deadlineOfSend(std::size_t length) const {
+    if (m_sendLimitMs < 0) return SEKDeadline(-1);
+    return SEKDeadline(m_sendLimitMs + static_cast<std::int64_t>(length / slowestSendBytesPerMs));
 }
 
 SEKSocket::Step SEKSocket::sendOnce(const char* data, std::size_t length, std::size_t& sent) {

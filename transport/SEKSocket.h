@@ -30,6 +30,7 @@ class SEKSocket {
     static constexpr std::int64_t handshakeLimitMs = 2'000;      // one call of establishSecure
     static constexpr std::int64_t handshakePatienceMs = 10'000;  // all calls, before one leaves a text
     static constexpr std::int64_t sendLimitMs = 60'000;          // without a byte taken by the peer
+    static constexpr std::size_t slowestSendBytesPerMs = 16;     // a long send may last that much longer
     static constexpr std::int64_t farewellLimitMs = 100;         // waiting for the peer's end when closing
 
     explicit SEKSocket(const SEKSession& session);
@@ -53,7 +54,8 @@ class SEKSocket {
     // longer than the patience, a failure of the code SEK_CallAgain says so; the handshake goes on all the same.
     bool establishSecure();
 
-    // Sends everything; `sent` counts what was sent also when it fails.
+    // Sends everything; `sent` counts what was sent also when it fails. The send limit holds between two bytes that
+    // the peer takes; all in all there is as much time, and what the length takes at the slowest pace.
     void send(const char* data, std::size_t length, std::size_t& sent);
     // Waits for one block; 0 at the end of the stream.
     std::size_t receive(char* buffer, std::size_t capacity);
@@ -99,6 +101,7 @@ class SEKSocket {
     void startTls();
     void requireState(State state, const char* what) const;
     void requireTransfer() const;
+    SEKDeadline deadlineOfSend(std::size_t length) const;
     Step sendOnce(const char* data, std::size_t length, std::size_t& sent);
     Step receiveOnce(char* buffer, std::size_t capacity, std::size_t& received);
     bool waitForStep(Step step, const SEKDeadline& deadline) const;

@@ -2,10 +2,14 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 
 #include "SEKErrors.h"
+
+using SEKSocketBio::fruitlessLimitBytes;
+using SEKSocketBio::stepLimitBytes;
 
 namespace {
 
@@ -13,6 +17,9 @@ struct State {
     int descriptor = -1;
     bool atEnd = false;
     int error = 0;
+    std::size_t readInStep = 0;
+    std::size_t readInVain = 0;  // since the last progress
+    bool isOverfed = false;
 };
 
 State& stateOf(BIO* bio) {
@@ -34,9 +41,30 @@ int writeBytes(BIO* bio, const char* data, int length) {
     return finish(bio, count, BIO_FLAGS_WRITE);
 }
 
+int comeBackLater(BIO* bio) {
+    BIO_clear_retry_flags(bio);
+    BIO_set_flags(bio, BIO_FLAGS_READ | BIO_FLAGS_SHOULD_RETRY);
+    return -1;
+}
+
+int refuseMore(BIO* bio) {
+    BIO_clear_retry_flags(bio);
+    stateOf(bio).isOverfed = true;
+    return -1;
+}
+
 int readBytes(BIO* bio, char* buffer, int capacity) {
-    const ssize_t count = recv(stateOf(bio).descriptor, buffer, static_cast<std::size_t>(capacity), 0);
-    if (count == 0) stateOf(bio).atEnd = true;
+    State& state = stateOf(bio);
+    if (state.readInVain >= fruitlessLimitBytes) return refuseMore(bio);
+    if (state.readInStep >= stepLimitBytes) return comeBackLater(bio);
+    const std::size_t room =
+        std::min<std::size_t>(static_cast<std::size_t>(capacity), stepLimitBytes - state.readInStep);
+    const ssize_t count = recv(state.descriptor, buffer, room, 0);
+    if (count == 0) state.atEnd = true;
+    if (count > 0) {
+        state.readInStep += static_cast<std::size_t>(count);
+        state.readInVain += static_cast<std::size_t>(count);
+    }
     return finish(bio, count, BIO_FLAGS_READ);
 }
 
@@ -75,9 +103,21 @@ namespace SEKSocketBio {
 BIO* create(int descriptor) {
     BIO* bio = BIO_new(method());
     if (bio == nullptr) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
-    BIO_set_data(bio, new State{descriptor, false, 0});
+    BIO_set_data(bio, new State{descriptor});
     BIO_set_init(bio, 1);
     return bio;
+}
+
+void beginStep(BIO* bio) {
+    stateOf(bio).readInStep = 0;
+}
+
+void noteProgress(BIO* bio) {
+    stateOf(bio).readInVain = 0;
+}
+
+bool isOverfed(BIO* bio) {
+    return stateOf(bio).isOverfed;
 }
 
 int lastError(BIO* bio) {

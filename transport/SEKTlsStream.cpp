@@ -75,6 +75,7 @@ void SEKTlsStream::expectPeer(const std::string& host) {
 void SEKTlsStream::begin() const {
     if (!m_broken.empty()) throw SEKFailure(m_broken);
     ERR_clear_error();
+    SEKSocketBio::beginStep(SSL_get_rbio(m_ssl.get()));
 }
 
 SEKTlsStream::Step SEKTlsStream::handshake() {
@@ -86,6 +87,7 @@ SEKTlsStream::Step SEKTlsStream::handshake() {
     }
     if (step == Step::Done) requireVerifiedPeer();
     m_established = step == Step::Done;
+    if (m_established) SEKSocketBio::noteProgress(SSL_get_rbio(m_ssl.get()));
     return step;
 }
 
@@ -100,19 +102,24 @@ void SEKTlsStream::requireVerifiedPeer() {
 
 SEKTlsStream::Step SEKTlsStream::read(void* buffer, std::size_t capacity, std::size_t& received) {
     begin();
-    return outcome(SSL_read_ex(m_ssl.get(), buffer, capacity, &received));
+    return inputOutcome(SSL_read_ex(m_ssl.get(), buffer, capacity, &received));
 }
 
 SEKTlsStream::Step SEKTlsStream::peek() {
     begin();
     char byte = 0;
     std::size_t found = 0;
-    return outcome(SSL_peek_ex(m_ssl.get(), &byte, 1, &found));
+    return inputOutcome(SSL_peek_ex(m_ssl.get(), &byte, 1, &found));
 }
 
 SEKTlsStream::Step SEKTlsStream::write(const void* data, std::size_t length, std::size_t& sent) {
     begin();
     return outcome(SSL_write_ex(m_ssl.get(), data, length, &sent));
+}
+
+SEKTlsStream::Step SEKTlsStream::inputOutcome(int result) {
+    if (result > 0) SEKSocketBio::noteProgress(SSL_get_rbio(m_ssl.get()));
+    return outcome(result);
 }
 
 SEKTlsStream::Step SEKTlsStream::outcome(int result) {
@@ -126,6 +133,7 @@ SEKTlsStream::Step SEKTlsStream::outcome(int result) {
 }
 
 std::string SEKTlsStream::reasonFor(int error) const {
+    if (SEKSocketBio::isOverfed(SSL_get_rbio(m_ssl.get()))) return surfeitReason();
     const int systemError = SEKSocketBio::lastError(SSL_get_rbio(m_ssl.get()));
     const unsigned long code = ERR_peek_error();
     if (error == SSL_ERROR_SYSCALL || code == 0) {
@@ -139,6 +147,12 @@ std::string SEKTlsStream::reasonFor(int error) const {
 
 std::string SEKTlsStream::describePeer() const {
     return SEKPeerDescription::of(m_ssl.get());
+}
+
+std::string SEKTlsStream::surfeitReason() const {
+    ERR_clear_error();
+    return "the peer sent " + std::to_string(SEKSocketBio::fruitlessLimitBytes >> 20U) +
+           (m_established ? " MiB of records without data" : " MiB that do not finish the handshake");
 }
 
 void SEKTlsStream::sayGoodbye() noexcept {

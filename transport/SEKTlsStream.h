@@ -1,7 +1,7 @@
 // TLS on a connected, non-blocking socket.
 //
-// Purpose: handshake, reading, writing and the polite end, each as one step that never waits; the caller
-//   waits for the socket and calls again.
+// Purpose: handshake, reading, writing and the polite end, each as one step that never waits and reads a bounded
+//   number of bytes, however many the peer sends; the caller waits for the socket and calls again.
 // Ownership: owns its SSL object; the descriptor stays the socket's and must outlive the stream.
 // Threads: used by one thread at a time.
 // Units: bytes.
@@ -49,8 +49,10 @@ class SEKTlsStream {
     };
     void begin() const;
     Step outcome(int result);
+    Step inputOutcome(int result);  // of a call that looks for data of the application
     std::string reasonFor(int error) const;
     void requireVerifiedPeer();
+    std::string surfeitReason() const;
 
     std::unique_ptr<SSL, SslFreer> m_ssl;
     bool m_established = false;

@@ -76,8 +76,8 @@ long SEK_Connect(void* handle, sockaddr_storage* address, long length, char* res
 
 // Connects to scheme://host[:port][/path], plain for http and tcp, TLS for https and tls; 10 s at most, for
 // resolving and all addresses together. A TLS URL gives SEK_HandshakePending until the handshake is finished
-// and SEK_Ok afterwards. "localhost" is 127.0.0.1 or ::1 and is not looked up. The document may be null; otherwise
-// it must be of the handle's family. After a failure the call may be repeated.
+// and SEK_Ok afterwards. "localhost" and names that end in ".localhost" are 127.0.0.1 or ::1 and are not looked
+// up. The document may be null; otherwise it must be of the handle's family. After a failure the call may be repeated.
 long SEK_Connect_Url(void* handle, char* url, char* sessionDocument);
 
 // The handshake, 2 s at most: SEK_CallAgain while it must be called again, with a detail text when that has gone
@@ -90,8 +90,8 @@ long SEK_EstablishSecure(void* handle, char* reserved);
 long SEK_SocketSecurityOp(void* handle, char* operation, char** result, char* reserved);
 
 // Options are those of the level SOL_SOCKET. SO_SNDTIMEO is the time without progress after which a send
-// fails (60 s unless set), SO_RCVTIMEO the limit of a receive and of an accept (none unless set). A zero
-// limit is none. Names are cut to the room that is there; the length is always the full one.
+// fails (60 s unless set; all in all a send may last as long, and a millisecond more for every 16 bytes),
+// SO_RCVTIMEO the limit of a receive and of an accept (none unless set). A zero limit is none. Names are cut to the room that is there; the length is always the full one.
 long SEK_GetSockName(void* handle, sockaddr_storage* address, long* length, char* reserved);
 long SEK_GetPeerName(void* handle, sockaddr_storage* address, long* length, char* reserved);
 long SEK_GetSockOpt(void* handle, long option, void* value, long* length, char* reserved);
@@ -136,7 +136,7 @@ long SEK_ImpUsrNegotiate(void* handle, char* token, char** reply, char* reserved
 long SEK_ImpUsrImpersonate(void* handle, char* reserved);
 long SEK_ImpUsrRevert(void* handle, char* reserved);
 long SEK_ImpUsrSerializeHandle(void* handle, char** text, char* reserved);
-long SEK_ImpUsrDeserializeHandle(char* text, void** handle, char** details, char* reserved);
+long SEK_ImpUsrDeserializeHandle(char* text, void** handle, char** result, char* reserved);
 long SEK_EncryptCredential(void* handle, unsigned long kind, void* data, unsigned long length,
                            unsigned long flags, void** result, unsigned long* resultLength, char* reserved);
 long SEK_DecryptCredential(void* handle, unsigned long kind, void* data, unsigned long length, void** result,

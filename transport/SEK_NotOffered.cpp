@@ -47,8 +47,8 @@ long SEK_ImpUsrSerializeHandle(void* handle, char**, char*) {
     return refuse(handle);
 }
 
-long SEK_ImpUsrDeserializeHandle(char*, void**, char** details, char*) {
-    return refuse(nullptr, details);
+long SEK_ImpUsrDeserializeHandle(char*, void**, char**, char*) {
+    return refuse(nullptr);
 }
 
 long SEK_EncryptCredential(void* handle, unsigned long, void*, unsigned long, unsigned long, void**,

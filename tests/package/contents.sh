@@ -102,7 +102,8 @@ check_fields() {
     expect_equal "Architecture" "$(dpkg --print-architecture)" "$(field Architecture)"
     expect_equal "Version" "$(dpkg-parsechangelog -l "$sources/packaging/debian/changelog" -S Version)" \
         "$(field Version)"
-    for library in libc6 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers systemd-standalone-tmpfiles; do
+    for library in libc6 libexpat1 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers \
+        systemd-standalone-tmpfiles; do
         expect "Depends names $library" grep -qF "$library" <(field Depends)
     done
     expect_equal "Recommends" "default-jre-headless, openssl, tomcat10-common" "$(field Recommends)"

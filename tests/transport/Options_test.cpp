@@ -51,6 +51,19 @@ TEST_F(OptionsTest, TimeLimitsAreKeptByTheLibrary) {
     EXPECT_EQ(value.tv_usec, 500'000);
 }
 
+// A limit of half a millisecond is not none, and none ends before its time.
+TEST_F(OptionsTest, TimeLimitsAreRoundedUp) {
+    SekHandle handle;
+    for (const long microseconds : {1L, 500L, 1'001L, 1'999L}) {
+        const timeval limit{0, microseconds};
+        ASSERT_EQ(SEK_SetSockOpt(handle.get(), SO_RCVTIMEO, &limit, sizeof limit, nullptr), SEK_Ok);
+        timeval value{};
+        long length = sizeof value;
+        ASSERT_EQ(SEK_GetSockOpt(handle.get(), SO_RCVTIMEO, &value, &length, nullptr), SEK_Ok);
+        EXPECT_EQ(value.tv_usec, microseconds <= 1'000 ? 1'000 : 2'000);
+    }
+}
+
 TEST_F(OptionsTest, WrongOptionsAreRefusedInWords) {
     SekHandle handle;
     const int on = 1;

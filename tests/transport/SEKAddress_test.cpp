@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <pthread.h>
 
+#include <cerrno>
 #include <future>
 #include <utility>
 
@@ -15,6 +17,11 @@ namespace {
 
 // Set by a test that wants a name server that stays silent until the promise is kept.
 std::shared_future<void> silence;
+
+// Set by a test that wants no thread to be had.
+bool areThreadsRefused = false;
+
+using ThreadStarter = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 
 using Resolver = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
 
@@ -39,7 +46,7 @@ bool isAskedFor(const char* host, const char* name) {
 extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo* hints, addrinfo** result) {
     const bool wantsFigures = (hints->ai_flags & AI_NUMERICHOST) != 0;
     if (wantsFigures) return systemResolver()(host, service, hints, result);
-    if (isAskedFor(host, "localhost")) return EAI_FAIL;
+    if (host != nullptr && std::string(host).find("ocal") != std::string::npos) return EAI_FAIL;
     if (isAskedFor(host, "two.example")) return resolveToTwo(service, hints, result);
     // Listed with an IPv6 address only, as some machines have their own name.
     if (isAskedFor(host, "six.example"))
@@ -51,6 +58,13 @@ extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo
         return EAI_AGAIN;
     }
     return systemResolver()(host, service, hints, result);
+}
+
+// This one, too.
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                              void* argument) {
+    static const auto starter = reinterpret_cast<ThreadStarter>(dlsym(RTLD_NEXT, "pthread_create"));
+    return areThreadsRefused ? EAGAIN : starter(thread, attributes, start, argument);
 }
 
 namespace {
@@ -103,7 +117,8 @@ TEST(SEKAddressTest, AFailureNamesEveryAddress) {
 
 // It is the usual host of a child, and its pings must not depend on a name server.
 TEST(SEKAddressTest, LocalhostIsThisMachineWithoutALookUp) {
-    for (const char* const name : {"localhost", "LocalHost"}) {
+    for (const char* const name :
+         {"localhost", "LocalHost", "localhost.", "web.localhost", "a.b.LOCALHOST", "web.localhost."}) {
         for (const auto& [family, text] :
              {std::pair(AF_INET, "127.0.0.1:80"), std::pair(AF_INET6, "[::1]:80")}) {
             const auto found =
@@ -112,6 +127,26 @@ TEST(SEKAddressTest, LocalhostIsThisMachineWithoutALookUp) {
             EXPECT_EQ(found.front().text(), text);
         }
     }
+}
+
+TEST(SEKAddressTest, NamesThatOnlyLookLikeLocalhostAreLookedUp) {
+    for (const char* const name : {"notlocalhost", "localhost.example", "localhost..", "local"})
+        EXPECT_THROW(SEKAddress::resolve(name, 80, AF_INET, SEKAddress::Use::Connect, SEKDeadline(5'000)),
+                     SEKFailure)
+            << name;
+}
+
+TEST(SEKAddressTest, AThreadThatCannotBeStartedIsToldWithTheName) {
+    areThreadsRefused = true;
+    try {
+        SEKAddress::resolve("two.example", 80, AF_INET, SEKAddress::Use::Connect, SEKDeadline(1'000));
+        ADD_FAILURE() << "resolved";
+    } catch (const SEKFailure& failure) {
+        EXPECT_STREQ(
+            failure.what(),
+            "cannot resolve two.example (IPv4): cannot start a thread: Resource temporarily unavailable");
+    }
+    areThreadsRefused = false;
 }
 
 TEST(SEKAddressTest, ANameWithAnIPv6AddressOnlyIsReachedOverIPv6) {

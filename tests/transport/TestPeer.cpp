@@ -175,8 +175,11 @@ void PeerConnection::reset() {
     closeAbruptly();
 }
 
-TestPeer::TestPeer(Script script, int connections, int family)
+TestPeer::TestPeer(Script script, int connections, int family, int receiveBuffer)
     : m_listener(listenOnLoopback(family, 128)), m_port(portOf(m_listener)) {
+    // Connections have it from the listener.
+    if (receiveBuffer > 0)
+        setsockopt(m_listener, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
     m_thread = std::thread([this, script = std::move(script), connections] { serve(script, connections); });
 }
 

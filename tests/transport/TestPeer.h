@@ -65,8 +65,9 @@ class TestPeer {
   public:
     using Script = std::function<void(PeerConnection&)>;
 
-    // Serves `connections` connections one after the other with the script.
-    explicit TestPeer(Script script, int connections = 1, int family = AF_INET);
+    // Serves `connections` connections one after the other with the script. A receive buffer of so many bytes, where
+    // one is given, soon makes a peer that does not read felt.
+    explicit TestPeer(Script script, int connections = 1, int family = AF_INET, int receiveBuffer = 0);
     ~TestPeer();
     TestPeer(const TestPeer&) = delete;
     TestPeer& operator=(const TestPeer&) = delete;

@@ -190,7 +190,8 @@ TEST_F(PidFileOwnerTest, AnIdThatNobodyHasIsNotRunning) {
 
 TEST_F(PidFileOwnerTest, AFileThatIsNoLongerInItsFolderNamesNobody) {
     writePid("4711\n");
-    const TVLFilePtr file = TVLFile::open(folder.path("logs/velbootstrap_service.pid").c_str(), "r");
+    const TVLFilePtr file =
+        TVLFile::openForReading(folder.path("logs/velbootstrap_service.pid").c_str(), 4096);
     ASSERT_TRUE(file);
     const std::string path = folder.path("logs/velbootstrap_service.pid");
     EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), std::nullopt);

@@ -284,7 +284,7 @@ TEST_F(StreamsTest, StreamsToTheSamePlaceAreKnown) {
 
 TEST_F(StreamsTest, DevicesThatNeverBlockTakeEverything) {
     for (const char* const device : {"/dev/null", "/dev/full"}) {
-        const TVLFilePtr stream = TVLFile::open(device, "wt");
+        const TVLFilePtr stream = TVLFile::openLog(device, false);
         ASSERT_TRUE(stream);
         TVLStreamWriter writer(stream.get());
         for (int i = 0; i < 100; ++i)
