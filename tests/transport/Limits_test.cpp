@@ -422,6 +422,6 @@ const Row rows[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Peers, LimitsTest, testing::ValuesIn(rows),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& tested) { return std::string(tested.param.name); });
 
 }  // namespace
