@@ -2,6 +2,8 @@
 // detaching.
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "TestWorld.h"
 #include "ZORCmdLine.h"
 #include "ZORSpawnAction.h"
