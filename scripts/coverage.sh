@@ -19,7 +19,6 @@ cmake --build --preset coverage
 find "$build" -name '*.gcda' -delete
 outcome=0
 ctest --preset coverage "$@" || outcome=$?
-gcovr --root . --object-directory "$build" --filter source/ --filter platform/ --filter transport/ \
-    --exclude-throw-branches --gcov-ignore-parse-errors "$build" >"$build/coverage.txt"
+gcovr --root . --filter source/ --filter platform/ --filter transport/ "$build" >"$build/coverage.txt"
 cat "$build/coverage.txt"
 exit "$outcome"

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -186,16 +187,33 @@ fs::path projectHeader(const fs::path& from, const std::string& name) {
     return {};
 }
 
+struct Include {
+    bool isQuoted;
+    std::string name;
+};
+
+// Read once: many files include the same headers.
+const std::vector<Include>& includesIn(const fs::path& file) {
+    static const std::regex include("#include ([<\"])([^>\"]+)[>\"].*");
+    static std::map<fs::path, std::vector<Include>> known;
+    const auto [place, isNew] = known.try_emplace(file);
+    std::istringstream lines(isNew ? repository::read(file) : "");
+    for (std::string line; std::getline(lines, line);) {
+        std::smatch match;
+        if (line.starts_with("#include") && std::regex_match(line, match, include))
+            place->second.push_back({match[1] == "\"", match[2]});
+    }
+    return place->second;
+}
+
 // The headers of the language and the system that a file includes, itself or through headers of this project.
 void collectIncludes(const fs::path& file, std::set<fs::path>& seen, std::set<std::string>& included) {
-    static const std::regex include("(?:^|\n)#include ([<\"])([^>\"]+)[>\"]");
     if (file.empty() || !seen.insert(file).second) return;
-    const std::string text = repository::read(file);
-    for (std::sregex_iterator it(text.begin(), text.end(), include); it != std::sregex_iterator(); ++it) {
-        if ((*it)[1] == "<") {
-            included.insert((*it)[2]);
+    for (const Include& include : includesIn(file)) {
+        if (include.isQuoted) {
+            collectIncludes(projectHeader(file, include.name), seen, included);
         } else {
-            collectIncludes(projectHeader(file, (*it)[2]), seen, included);
+            included.insert(include.name);
         }
     }
 }
