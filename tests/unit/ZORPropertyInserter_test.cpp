@@ -100,7 +100,9 @@ TEST_F(ZORPropertyInserterTest, ReferencesInValuesAreExpanded) {
 TEST_F(ZORPropertyInserterTest, AValueThatRefersToItselfNeverEnds) {
     define({{"self", "${self}"}});
     const auto expandForASecond = [] {
+        const rlimit nothing = {.rlim_cur = 0, .rlim_max = 0};
         const rlimit oneSecond = {.rlim_cur = 1, .rlim_max = 2};
+        setrlimit(RLIMIT_CORE, &nothing);
         setrlimit(RLIMIT_CPU, &oneSecond);
         expanded("${self}");
         std::_Exit(0);
