@@ -22,6 +22,7 @@ shift 3
 
 formats=/proc/sys/fs/binfmt_misc
 translator=
+mounted=
 
 # What the kernel is told to start programs of that kind with; nothing for those that this processor runs itself.
 translated_processor() {
@@ -40,8 +41,11 @@ register_translator() {
     processor=$(translated_processor)
     [[ -n $processor ]] || return 0
     install_missing qemu-user-static
-    [[ -e $formats/register ]] || mount -t binfmt_misc binfmt_misc "$formats" ||
-        fail "this kernel starts no programs of other processors (binfmt_misc)"
+    if [[ ! -e $formats/register ]]; then
+        mount -t binfmt_misc binfmt_misc "$formats" ||
+            fail "this kernel starts no programs of other processors (binfmt_misc)"
+        mounted=$formats
+    fi
     [[ ! -e $formats/qemu-$processor ]] || return 0
     description=$(sed -n '/^:/{p;q}' "/usr/lib/binfmt.d/qemu-$processor.conf")
     # With F the kernel keeps the translator open: the other system need not contain it.
@@ -52,6 +56,7 @@ register_translator() {
 
 unregister_translator() {
     [[ -z $translator || ! -e $translator ]] || echo -1 >"$translator"
+    [[ -z $mounted ]] || umount "$mounted"
 }
 
 # --- the other system ---
