@@ -1,6 +1,7 @@
 # vbs_shipped(<target>): the flags of code that runs on users' machines. In a build of a release type they are those
 # that Debian's "dpkg-buildflags" gives with hardening=+all, written out so that another distribution's compiler
-# gives the same; a debugger's, a sanitizer's and a fuzzer's build are left as they are.
+# gives the same (its warnings are among those of vbs_flags); a debugger's, a sanitizer's and a fuzzer's build are left
+# as they are.
 
 include(CheckCXXCompilerFlag)
 include(CheckPIESupported)
@@ -22,7 +23,7 @@ function(vbs_shipped target)
     return()
   endif()
   target_compile_options(${target} PRIVATE
-    -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -Wformat -Werror=format-security
+    -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2
     # No folder of the building machine is named in what is shipped.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
     $<$<BOOL:${VBS_HAS_STACK_CLASH}>:-fstack-clash-protection>

@@ -106,7 +106,8 @@ SampleOptions SampleOptions::parse(int argc, const char* const* argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         const std::size_t equals = argument.find('=');
-        const Option& option = optionNamed(argument.substr(0, equals));
+        const std::string name = argument.substr(0, equals);
+        const Option& option = optionNamed(name);
         if (const Flag* flag = std::get_if<Flag>(&option.target)) {
             if (equals != std::string::npos) {
                 throw std::invalid_argument(std::string(option.name) + " takes no value");

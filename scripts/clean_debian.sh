@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# clean_debian.sh [FOLDER]: proves that the package works on a clean Debian 12. Puts a minimal one into a folder (a
-# throw-away one unless named; a named one is kept), boots it as a container, installs the package with apt, and takes
-# it through the two commands to a supervised Tomcat, the commands that the documents print for an installed package,
-# the kill, the stop, another boot, and the purge. Needs root, Debian's archive, and some minutes. The packages must
-# have been built: scripts/package.sh.
+# clean_debian.sh [FOLDER]: proves that the package works on a clean Debian of this machine's release. Puts a
+# minimal one into a folder (a throw-away one unless named; a named one is kept), boots it as a container, installs the
+# package with apt, and takes it through the two commands to a supervised Tomcat, the commands that the documents print
+# for an installed package, the kill, the stop, another boot, and the purge. Needs root, Debian's archive, and some
+# minutes. The packages must have been built: scripts/package.sh.
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -40,8 +40,10 @@ clean_up() {
 
 make_system() {
     [[ ! -e $system/etc/debian_version ]] || return 0
-    echo "Making a minimal Debian 12"
-    debootstrap --variant=minbase --include=systemd,systemd-sysv,dbus bookworm "$system" >"$words" 2>&1 ||
+    local release
+    release=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
+    echo "Making a minimal Debian, $release"
+    debootstrap --variant=minbase --include=systemd,systemd-sysv,dbus "$release" "$system" >"$words" 2>&1 ||
         fail "debootstrap failed: $(tail -n 5 "$words")"
 }
 

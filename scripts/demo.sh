@@ -187,7 +187,7 @@ show_nothing_left() {
 build_programs() {
     local packages
     read -r -a packages <<<"$(build_packages release | tr '\n' ' ')"
-    install_missing "${packages[@]}" libgtest-dev openssl curl tomcat10-common openjdk-17-jre-headless
+    install_missing "${packages[@]}" libgtest-dev openssl curl tomcat10-common default-jre-headless
     (cd "$root" && cmake --preset release >/dev/null &&
         cmake --build --preset release --target velbootstrapservice SEK_Crypto_Interface)
 }

@@ -65,7 +65,7 @@ build_packages() {
     echo g++ cmake ninja-build libxerces-c-dev libicu-dev libssl-dev libexpat1-dev
     case $1 in
         clang) echo clang ;;
-        fuzz) echo clang libclang-rt-14-dev ;;
+        fuzz) echo clang libclang-rt-dev ;;
         bench) echo libbenchmark-dev ;;
     esac
 }

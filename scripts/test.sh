@@ -12,7 +12,7 @@ read -r -a packages <<<"$(build_packages "$preset" | tr '\n' ' ')"
 # Peers and a servlet container that the tests start on ports of their own, and tools that look at what is packed
 # and written. Installing nginx may also start the machine's web server; the tests neither need nor touch that one.
 tools=(
-    openssl nginx-light curl tomcat10-common openjdk-17-jre-headless default-jre-headless
+    openssl nginx-light curl tomcat10-common default-jre-headless
     libxml2-utils man-db mandoc python3-yaml
     adduser dpkg-dev file iproute2 lintian logrotate procps systemd
 )

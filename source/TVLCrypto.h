@@ -25,7 +25,7 @@ class TVLCrypto {
     virtual ~TVLCrypto();
 
     // 0 when the library lacks an entry point (it is unloaded again), otherwise 1. Deliberate: a library that
-    // is not there gives 1 as well; see TVLCryptoTest.
+    // is not there gives 1 as well; see TVLCryptoTest.AMissingLibraryIsNoErrorOfOpen.
     int open(const char* libraryName);
     int tryOpen(const char* libraryName);  // one attempt to load "lib<name>.so"; 1 when it is loaded
     int isOpen() const { return m_handle != nullptr ? 1 : 0; }

@@ -4,7 +4,8 @@
 // Ownership: every non-null element is a heap copy owned by the vector; reset() frees them.
 // Threads: one thread at a time.
 // Units: none.
-// Errors: none. Deliberate: an argument that cannot be copied becomes a null, which ends the list early.
+// Errors: none. Deliberate: an argument that cannot be copied becomes a null, which ends the list early;
+//   see ZORArgVectorTest.AnArgumentThatCannotBeCopiedEndsTheListEarly.
 #pragma once
 
 #include <vector>

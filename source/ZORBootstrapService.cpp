@@ -101,7 +101,8 @@ const char* loggingMode(const ZORCmdLine& cmdLine) {
     if (has(cmdLine, "-start")) return "start";
     if (has(cmdLine, "-stop")) return "stop";
     if (has(cmdLine, "-isrunning")) return "isrunning";
-    // Deliberate: the last has no dash; it is the word that the starter passes to the daemon.
+    // Deliberate: the last has no dash; it is the word that the starter passes to the daemon; see
+    // CommandModesTest.TheLoggingModeFollowsItsOwnOrder.
     for (const char* const option : {"-run", "-d", "-win95", "runAsDaemon"}) {
         if (has(cmdLine, option)) return "run";
     }
@@ -416,7 +417,8 @@ int ZORBootstrapService::parseParamsOf(const TVLIDOM_Element& root, const std::s
 void ZORBootstrapService::noteDaemonWaitMarker() {
     const std::string marker = expanded("${temp}/zordaemonwait");
     logger->log(ZOR_DEBUG, "m_sDaemonWaitFileName is \"%s\"", marker.c_str());
-    // Deliberate: the marker stays open for the rest of the process.
+    // Deliberate: the marker stays open for the rest of the process; see
+    // DaemonLifeTest.TheMarkersDescriptorStaysInTheDaemon.
     if (TVLFile::openForReading(marker.c_str(), TVLFile::kMostOfARecord).release() != nullptr)
         setProperty("daemonWaitIndefinitely", "true");
 }
@@ -541,7 +543,8 @@ int testPID(int pid, ZORLogger* pidLogger) {
         result = TVLOs::current().kill(pid, 0);
     }
     if (result == 0) return 1;
-    // Deliberate: a process of another user counts as not running; see TestPidTest.
+    // Deliberate: a process of another user counts as not running; see
+    // TestPidTest.AProcessThatCannotBeSignalledCountsAsNotRunning.
     pidLogger->log(ZOR_DEBUG, "testPID() - sigsend failed, errno=%d", errno);
     return 0;
 }
@@ -782,7 +785,8 @@ int ZORBootstrapService::prepareChildren(const TVLIDOM_Element& root) {
             m_children.push_back(nullptr);
             m_children.back() = child.release();
         } catch (const ZORBadConfigException& exception) {
-            // Deliberate: the others go on, even when none is left; see BootstrapDocumentTest.
+            // Deliberate: the others go on, even when none is left; see
+            // BootstrapDocumentTest.ADocumentOfBadProcessesOnlyStillLoads.
             logger->log(ZOR_ERROR, "exception while processing configuration: \"%s\"",
                         exception.getMessage());
         }
@@ -818,7 +822,8 @@ int ZORBootstrapService::getDataFromZORElement(I18NString& value, const char* na
         logger->log(ZOR_WARN, "Failed to find value of type \"%s\" for parameter named \"%s\".", type, name);
         return 0;
     }
-    // Deliberate: a value that does not begin with text is no value and worth no message.
+    // Deliberate: a value that does not begin with text is no value and worth no message; see
+    // StartupPropertiesTest.AValueThatBeginsWithACommentIsNoneAndWorthNoMessage.
     const TVLIDOM_Node first = typed.getFirstChild();
     if (first.getNodeType() != TVLIDOM_Node::TEXT_NODE) return 0;
     value = first.getNodeValue();

@@ -14,7 +14,8 @@ class ZORCryptoHelper {
   public:
     // Null before InitializeCrypto(); may hold a library that is not open.
     static TVLCrypto* GetCrypto() { return m_pCryptoLib; }
-    // Deliberate: a second call is 1 even after a failure; see ZORCryptoHelperTest.
+    // Deliberate: a second call is 1 even after a failure; see
+    // ZORCryptoHelperTest.ASecondInitialisationAfterAFailureReportsSuccess.
     static int InitializeCrypto();
     static void TerminateCrypto();
 

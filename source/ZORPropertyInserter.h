@@ -24,7 +24,7 @@ class ZORPropertyInserter {
     const char* get(const char* name) const;
     // Expands the references in `text`, and those in the values that come in, left to right. The time taken
     // is proportional to the text and to all that is inserted. Deliberate: a value that refers to itself
-    // never ends.
+    // never ends; see ZORPropertyInserterTest.AValueThatRefersToItselfNeverEnds.
     void insertProperties(std::string& text) const;
 
   protected:

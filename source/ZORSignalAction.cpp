@@ -24,7 +24,8 @@ void ZORSignalAction::prepare(TVLIDOM_Element element) {
     std::string signal = element.getAttribute("signal").str();
     if (signal.empty()) {
         logger->log(ZOR_FATAL, "required attribute \"signal\" is missing.");
-        // Deliberate: the log says attribute, the exception element.
+        // Deliberate: the log says attribute, the exception element; see
+        // ZORSignalActionTest.AMissingSignalIsAnAttributeInTheLogAndAnElementInTheException.
         throw ZORBadConfigException("required element \"signal\" is missing.");
     }
     ZORPropertyInserter::getInstance()->insertProperties(signal);

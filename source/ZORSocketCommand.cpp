@@ -29,7 +29,7 @@ char sessionDocumentIPv6[] = ZOR_SESSION_DOCUMENT("IPv6");
 
 // The host part as the service has always cut it: up to the last colon of the whole URI. Deliberate: a colon
 // in the path makes the host part run up to it, and without "//" the host starts at the second character; see
-// ZORSocketCommandTest.
+// ZORSocketCommandTest.AColonInThePathSelectsIPv6.
 std::string hostOf(const std::string& uri) {
     const std::size_t start = uri.find("//") + 2;
     std::size_t end = uri.rfind(':');
@@ -132,7 +132,8 @@ int ZORSocketCommand::establish(int& budget) {
 }
 
 char* ZORSocketCommand::getSessionConfigDoc() {
-    // Deliberate: the shutdown command goes out over IPv4 whatever the URI says; see ZORSocketCommandTest.
+    // Deliberate: the shutdown command goes out over IPv4 whatever the URI says; see
+    // ZORSocketCommandTest.ShutdownGoesOutOverIPv4WhateverTheURISays.
     if (m_command == "SHUTDOWN") return sessionDocumentIPv4;
     const std::string host = hostOf(m_uri);
     if (host.find(':') != std::string::npos) return sessionDocumentIPv6;

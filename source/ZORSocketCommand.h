@@ -22,7 +22,8 @@ class ZORSocketCommand {
 
     int sendCommand();  // 1 when sent
     // The number of bytes read, 0 at the end of the stream. The buffer is not terminated. Deliberate: one
-    // read only, an answer in several pieces is seen up to the first.
+    // read only, an answer in several pieces is seen up to the first; see
+    // ZORSocketCommandTest.AnAnswerInPiecesIsSeenUpToTheFirst.
     int getResponse(int capacity, char* buffer);
     void close();
     int connect();  // 0 when connected

@@ -22,7 +22,8 @@ void keep(std::string& place, const char* text) noexcept {
         place = text;
         // Callers write the text into one line of a log, and parts of it come from documents and addresses.
         std::replace_if(
-            place.begin(), place.end(), [](char c) { return (c >= '\0' && c < ' ') || c == '\x7f'; }, ' ');
+            place.begin(), place.end(),
+            [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, ' ');
     } catch (const std::exception&) {
         place.clear();
         place.append("no memory", std::min<std::size_t>(place.capacity(), 9));

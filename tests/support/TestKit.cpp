@@ -2,10 +2,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <regex>
 #include <sstream>
+#include <stdexcept>
 
 #include "TVLConfigurationFactory.h"
 #include "TVLIDOM_Parser.h"

@@ -1,5 +1,7 @@
 #include "TestWorld.h"
 
+#include <stdexcept>
+
 bool CycleOs::waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                         std::int64_t deadlineMs) {
     if (onTimedWait && deadlineMs != kForever) {

@@ -13,6 +13,7 @@
 #include <functional>
 #include <list>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "TVLOs.h"

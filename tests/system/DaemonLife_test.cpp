@@ -115,6 +115,7 @@ TEST_F(DaemonLifeTest, TheMarkersDescriptorStaysInTheDaemon) {
     service.write("temp/zordaemonwait", "");
     const pid_t daemon = runningInForeground();
     ASSERT_TRUE(service.waitForStarts(1));
+    EXPECT_NE(ProcessView(daemon).descriptors().find("zordaemonwait"), std::string::npos);
     EXPECT_EQ(ProcessView(daemon).inheritableDescriptors(), "");
     EXPECT_EQ(service.childFile("alpha", "fds").find("zordaemonwait"), std::string::npos);
     stopDaemon(daemon);

@@ -1,5 +1,7 @@
 // From the command line to a mode: the order of the steps, the overrides, the modes' precedence and exit
 // codes.
+#include <cstdlib>
+
 #include "TestWorld.h"
 #include "ZORCmdLine.h"
 

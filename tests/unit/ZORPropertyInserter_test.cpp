@@ -1,6 +1,10 @@
 #include "ZORPropertyInserter.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
+#include <csignal>
+#include <cstdlib>
 #include <random>
 
 #include "PlainExpansion.h"
@@ -90,6 +94,20 @@ TEST_F(ZORPropertyInserterTest, ReferencesInValuesAreExpanded) {
     define({{"a", "${b}"}, {"b", "2"}, {"c", "<${a}${a}>"}});
     EXPECT_EQ(expanded("${a}"), "2");
     EXPECT_EQ(expanded("${c}"), "<22>");
+}
+
+// The processor time that it is given runs out.
+TEST_F(ZORPropertyInserterTest, AValueThatRefersToItselfNeverEnds) {
+    define({{"self", "${self}"}});
+    const auto expandForASecond = [] {
+        const rlimit nothing = {.rlim_cur = 0, .rlim_max = 0};
+        const rlimit oneSecond = {.rlim_cur = 1, .rlim_max = 2};
+        setrlimit(RLIMIT_CORE, &nothing);
+        setrlimit(RLIMIT_CPU, &oneSecond);
+        expanded("${self}");
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(expandForASecond(), testing::KilledBySignal(SIGXCPU), "");
 }
 
 TEST_F(ZORPropertyInserterTest, TheEmptyNameIsAName) {

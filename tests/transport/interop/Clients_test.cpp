@@ -1,5 +1,7 @@
 // The library as the server of "openssl s_client" and of curl.
 
+#include <cstdint>
+
 #include "InteropTest.h"
 
 namespace {

@@ -8,6 +8,7 @@
 // Errors: a server that does not come up throws std::runtime_error with its own words.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <tuple>
 #include <vector>

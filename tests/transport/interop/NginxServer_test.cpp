@@ -1,5 +1,6 @@
 // The library as the client of nginx.
 
+#include <filesystem>
 #include <fstream>
 
 #include "InteropTest.h"
