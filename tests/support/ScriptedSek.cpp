@@ -185,12 +185,11 @@ namespace {
 
 using Entries = ScriptedSekEntries;
 
-template <typename... Arguments>
-long unused(const char* entry, Arguments... arguments) {
-    return Entries::withDetails(entry, ScriptedSek::spell(arguments...).c_str(), nullptr);
-}
-
 }  // namespace
+
+long ScriptedSek::noteUnused(const char* entry, const std::string& arguments) {
+    return Entries::withDetails(entry, arguments.c_str(), nullptr);
+}
 
 extern "C" {
 
@@ -231,91 +230,4 @@ long SEK_Poll(SEK_Pollfd* entries, long count, long timeLimitMs, char*, char** d
 long SEK_CloseHandle(void** handle, char*, char**) {
     return Entries::closeHandle(handle);
 }
-
-long SEK_Bind(void* a, sockaddr_storage* b, long c, char* d) {
-    return unused("SEK_Bind", a, b, c, d);
-}
-long SEK_Bind_Url(void* a, char* b, char* c) {
-    return unused("SEK_Bind_Url", a, b, c);
-}
-long SEK_Listen(void* a, long b, char* c) {
-    return unused("SEK_Listen", a, b, c);
-}
-long SEK_Accept(void* a, void** b, sockaddr_storage* c, long* d, char* e) {
-    return unused("SEK_Accept", a, b, c, d, e);
-}
-long SEK_Connect(void* a, sockaddr_storage* b, long c, char* d) {
-    return unused("SEK_Connect", a, b, c, d);
-}
-long SEK_GetSockName(void* a, sockaddr_storage* b, long* c, char* d) {
-    return unused("SEK_GetSockName", a, b, c, d);
-}
-long SEK_GetPeerName(void* a, sockaddr_storage* b, long* c, char* d) {
-    return unused("SEK_GetPeerName", a, b, c, d);
-}
-long SEK_GetSockOpt(void* a, long b, void* c, long* d, char* e) {
-    return unused("SEK_GetSockOpt", a, b, c, d, e);
-}
-long SEK_SetSockOpt(void* a, long b, const void* c, long d, char* e) {
-    return unused("SEK_SetSockOpt", a, b, c, d, e);
-}
-long SEK_SocketSecurityOp(void* a, char* b, char** c, char* d) {
-    return unused("SEK_SocketSecurityOp", a, b, c, d);
-}
-long SEK_Select(SEK_Handle_Set* a, SEK_Handle_Set* b, SEK_Handle_Set* c, const timeval* d, long* e, char* f,
-                char** g) {
-    return unused("SEK_Select", a, b, c, d, e, f, g);
-}
-long SEK_PersistentInitialize(void** a, char* b, char* c, char** d) {
-    return unused("SEK_PersistentInitialize", a, b, c, d);
-}
-long SEK_SetInfo(void* a, char* b, char* c) {
-    return unused("SEK_SetInfo", a, b, c);
-}
-long SEK_ProtectData(void* a, void* b, unsigned long c, void** d, unsigned long* e, char* f) {
-    return unused("SEK_ProtectData", a, b, c, d, e, f);
-}
-long SEK_UnprotectData(void* a, void* b, unsigned long c, void** d, unsigned long* e, char* f) {
-    return unused("SEK_UnprotectData", a, b, c, d, e, f);
-}
-long SEK_GetInfo(void* a, char* b, char** c, char* d) {
-    return unused("SEK_GetInfo", a, b, c, d);
-}
-long SEK_ImpUsrInitialize(void** a, char* b, char* c, char** d) {
-    return unused("SEK_ImpUsrInitialize", a, b, c, d);
-}
-long SEK_ImpUsrNegotiate(void* a, char* b, char** c, char* d) {
-    return unused("SEK_ImpUsrNegotiate", a, b, c, d);
-}
-long SEK_ImpUsrImpersonate(void* a, char* b) {
-    return unused("SEK_ImpUsrImpersonate", a, b);
-}
-long SEK_ImpUsrRevert(void* a, char* b) {
-    return unused("SEK_ImpUsrRevert", a, b);
-}
-long SEK_ImpUsrSerializeHandle(void* a, char** b, char* c) {
-    return unused("SEK_ImpUsrSerializeHandle", a, b, c);
-}
-long SEK_ImpUsrDeserializeHandle(char* a, void** b, char** c, char* d) {
-    return unused("SEK_ImpUsrDeserializeHandle", a, b, c, d);
-}
-long SEK_GetRandomData(unsigned long a, void* b, char* c) {
-    return unused("SEK_GetRandomData", a, b, c);
-}
-long SEK_EncryptCredential(void* a, unsigned long b, void* c, unsigned long d, unsigned long e, void** f,
-                           unsigned long* g, char* h) {
-    return unused("SEK_EncryptCredential", a, b, c, d, e, f, g, h);
-}
-long SEK_DecryptCredential(void* a, unsigned long b, void* c, unsigned long d, void** e, unsigned long* f,
-                           char* g) {
-    return unused("SEK_DecryptCredential", a, b, c, d, e, f, g);
-}
-long SEK_CMDRT_DecryptPassport(void* a, unsigned long b, void** c, unsigned long* d, char* e) {
-    return unused("SEK_CMDRT_DecryptPassport", a, b, c, d, e);
-}
-#ifndef SCRIPTED_SEK_INCOMPLETE
-long AS_DecryptText(long a, unsigned long b, int c, const char* d, int* e, char* f) {
-    return unused("AS_DecryptText", a, b, c, d, e, f);
-}
-#endif
-}
+}  // extern "C"

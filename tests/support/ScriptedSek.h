@@ -90,6 +90,7 @@ class ScriptedSek {
     char* handOut(const std::optional<std::string>& details);
     void takeBack(void* details);
     Mutex& mutex() { return m_mutex; }
+    static long noteUnused(const char* entry, const std::string& arguments);
 
   private:
     friend struct ScriptedSekEntries;

@@ -5,49 +5,15 @@
 #include <set>
 #include <thread>
 
+#include "SEK_EntryPoints.h"
 #include "SEK_HandleSet.h"
 #include "TransportTest.h"
 
 namespace {
 
-const std::set<std::string> entryPoints{"SEK_CryptoInitialize",
-                                        "SEK_CryptoTerminate",
-                                        "SEK_CryptoFree",
-                                        "SEK_CryptoGetLastErrorDetails",
-                                        "SEK_Socket",
-                                        "SEK_Bind",
-                                        "SEK_Bind_Url",
-                                        "SEK_Listen",
-                                        "SEK_Accept",
-                                        "SEK_Connect",
-                                        "SEK_Connect_Url",
-                                        "SEK_EstablishSecure",
-                                        "SEK_GetSockName",
-                                        "SEK_GetPeerName",
-                                        "SEK_GetSockOpt",
-                                        "SEK_SetSockOpt",
-                                        "SEK_Send",
-                                        "SEK_Recv",
-                                        "SEK_SocketSecurityOp",
-                                        "SEK_Select",
-                                        "SEK_Poll",
-                                        "SEK_CloseHandle",
-                                        "SEK_PersistentInitialize",
-                                        "SEK_SetInfo",
-                                        "SEK_ProtectData",
-                                        "SEK_UnprotectData",
-                                        "SEK_GetInfo",
-                                        "SEK_ImpUsrInitialize",
-                                        "SEK_ImpUsrNegotiate",
-                                        "SEK_ImpUsrImpersonate",
-                                        "SEK_ImpUsrRevert",
-                                        "SEK_ImpUsrSerializeHandle",
-                                        "SEK_ImpUsrDeserializeHandle",
-                                        "SEK_GetRandomData",
-                                        "SEK_EncryptCredential",
-                                        "SEK_DecryptCredential",
-                                        "SEK_CMDRT_DecryptPassport",
-                                        "AS_DecryptText"};
+#define VBS_NAME(name, parameters, arguments, details) #name,
+const std::set<std::string> entryPoints{SEK_ENTRY_POINTS(VBS_NAME)};
+#undef VBS_NAME
 
 std::set<std::string> definedSymbols() {
     const std::string command =

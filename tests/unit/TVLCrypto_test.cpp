@@ -52,50 +52,14 @@ Member member(const char* entry, long (TVLCrypto::*forward)(Parameters...)) {
     return makeMember(entry, forward, std::index_sequence_for<Parameters...>());
 }
 
-#define VBS_MEMBER(name) member(#name, &TVLCrypto::name)
-
 std::vector<Member> members() {
-    return {VBS_MEMBER(SEK_CryptoInitialize),
-            VBS_MEMBER(SEK_CryptoTerminate),
-            VBS_MEMBER(SEK_CryptoFree),
-            VBS_MEMBER(SEK_CryptoGetLastErrorDetails),
-            VBS_MEMBER(SEK_Socket),
-            VBS_MEMBER(SEK_Bind),
-            VBS_MEMBER(SEK_Bind_Url),
-            VBS_MEMBER(SEK_Listen),
-            VBS_MEMBER(SEK_Accept),
-            VBS_MEMBER(SEK_Connect),
-            VBS_MEMBER(SEK_Connect_Url),
-            VBS_MEMBER(SEK_EstablishSecure),
-            VBS_MEMBER(SEK_GetSockName),
-            VBS_MEMBER(SEK_GetPeerName),
-            VBS_MEMBER(SEK_GetSockOpt),
-            VBS_MEMBER(SEK_SetSockOpt),
-            VBS_MEMBER(SEK_Send),
-            VBS_MEMBER(SEK_Recv),
-            VBS_MEMBER(SEK_SocketSecurityOp),
-            VBS_MEMBER(SEK_Select),
-            VBS_MEMBER(SEK_Poll),
-            VBS_MEMBER(SEK_CloseHandle),
-            VBS_MEMBER(SEK_PersistentInitialize),
-            VBS_MEMBER(SEK_SetInfo),
-            VBS_MEMBER(SEK_ProtectData),
-            VBS_MEMBER(SEK_UnprotectData),
-            VBS_MEMBER(SEK_GetInfo),
-            VBS_MEMBER(SEK_ImpUsrInitialize),
-            VBS_MEMBER(SEK_ImpUsrNegotiate),
-            VBS_MEMBER(SEK_ImpUsrImpersonate),
-            VBS_MEMBER(SEK_ImpUsrRevert),
-            VBS_MEMBER(SEK_ImpUsrSerializeHandle),
-            VBS_MEMBER(SEK_ImpUsrDeserializeHandle),
-            VBS_MEMBER(SEK_GetRandomData),
-            VBS_MEMBER(SEK_EncryptCredential),
-            VBS_MEMBER(SEK_DecryptCredential),
-            VBS_MEMBER(SEK_CMDRT_DecryptPassport),
-            VBS_MEMBER(AS_DecryptText)};
+#define VBS_MEMBER(name, parameters, arguments, details) member(#name, &TVLCrypto::name),
+    return {SEK_ENTRY_POINTS(VBS_MEMBER)};
+#undef VBS_MEMBER
 }
 
-// The entries whose last argument takes error details.
+// The entries whose last argument takes error details. Written out: the list of entry points must not be the judge of
+// what it says itself.
 const std::set<std::string> kWithDetails{"SEK_CryptoInitialize",
                                          "SEK_CryptoTerminate",
                                          "SEK_CryptoGetLastErrorDetails",
