@@ -49,6 +49,18 @@ void TVLOs::occupyStandardStreams() {
     if (placeholder > STDERR_FILENO) close(placeholder);
 }
 
+bool TVLOs::redirectStandardStreams() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        close(descriptor);
+    // Becomes the first of them.
+    const int null = open("/dev/null", O_RDWR);
+    if (null >= 0 && dup(null) >= 0 && dup(null) >= 0) return true;
+    const int error = errno;
+    occupyStandardStreams();
+    errno = error;
+    return false;
+}
+
 pid_t TVLOs::fork() {
     return m_processes.fork();
 }

@@ -72,6 +72,9 @@ class TVLOs {
     // ever gets its number. Reading and writing it fails as on a closed one, and a program started from here
     // finds it closed. To be called before anything is opened.
     static void occupyStandardStreams();
+    // Leads all three to "/dev/null", which children then inherit as well. False, with errno set and the numbers
+    // occupied, when that fails.
+    static bool redirectStandardStreams();
 
   protected:
     // Makes `os` the current one and returns the one before; null restores the real one.

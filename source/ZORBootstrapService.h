@@ -19,17 +19,17 @@
 #include "PingChildProcess.h"
 #include "TVLIDOM_Node.h"
 #include "TVLThreadSync.h"
+#include "ZORDaemonControl.h"
+#include "ZOREnvironment.h"
 #include "ZORNTService.h"
+#include "ZORPidFile.h"
+#include "ZORStartupProperties.h"
 
-class ZORAction;
 class ZORChildProcess;
 class ZORCmdLine;
-class ZORLogger;
 class ZORSignalHandlerThread;
 class ZORSpawnAction;
-
-// 1 when a process of that id exists and may be signalled, else 0. An id below 1 is no process.
-int testPID(int pid, ZORLogger* logger);
+enum class ZORMode;
 
 class ZORBootstrapService : public ZORNTService {
   public:
@@ -47,68 +47,73 @@ class ZORBootstrapService : public ZORNTService {
     static const char* getPlatform();
 
     // Life cycle.
-    void WritePIDFile() const;
+    void WritePIDFile() const { m_pidFile.write(); }
     void stopChildProcess();
     void wakeupMainThread();
     int runAsDaemon();  // 0 in every process that returns from it
 
-    // Control of a running daemon. Each calls OnInit() first, or relies on its caller having done so.
-    int getPid(int* pid);                      // 1 when the PID file names a live process, whose id is stored
+    // Control of a running daemon. The first three call OnInit(), the others rely on its having been called.
     int isRunningUnix();                       // 1 running, 0 not running or failed
     int stopRunningUnix(ZORCmdLine& cmdLine);  // 1 when the daemon is gone, 0 when it is not
-    int waitTillDead(int tries, int intervalSec);   // likewise
-    int startDaemon(ZORCmdLine& cmdLine);           // 1 ready or already running, 0 not
-    int askPCPifReady(int tries, int intervalSec);  // 1 ready, 0 gave up, -1 fatal
-    int testReadyByPinging(int tries,
-                           int intervalSec);  // 1 ready, 0 gave up, -1 fatal: told the daemon to stop
+    int startDaemon(ZORCmdLine& cmdLine);      // 1 ready or already running, 0 not
+    // 1 when the PID file names a live process, whose id is stored.
+    int getPid(int* pid) { return m_pidFile.read(*pid) ? 1 : 0; }
+    // 1 when the daemon is gone, 0 when it is not.
+    int waitTillDead(int tries, int intervalSec) {
+        return m_control.waitTillDead({tries, intervalSec}) ? 1 : 0;
+    }
+    // 1 ready, 0 gave up, -1 fatal.
+    int askPCPifReady(int tries, int intervalSec) { return m_control.askPCPifReady({tries, intervalSec}); }
+    // Likewise; after a fatal answer the daemon has been told to stop.
+    int testReadyByPinging(int tries, int intervalSec) {
+        return m_control.testReadyByPinging({tries, intervalSec});
+    }
 
     // Configuration.
     int parseParams(TVLIDOM_Element root);  // 1 when the bootstrap document is usable
-    int initZORElement();                   // 1 when the startup configuration has the service's element
-    void prepareProperties();
-    void calculateProperties();
+    // 1 when the startup configuration has the service's element.
+    int initZORElement() { return m_startup.findElement() ? 1 : 0; }
+    void prepareProperties() { m_startup.prepare(); }
+    void calculateProperties() { ZORStartupProperties::calculateMemory(); }
     // 1 when the parameter has a value of that type, which is stored.
-    int getDataFromZORElement(I18NString& value, const char* name, const char* type);
-    static void setEnvironment();
-    int findHome();  // 1 when both install paths are known
-    void getJavaVendor();
+    int getDataFromZORElement(I18NString& value, const char* name, const char* type) {
+        return m_startup.read(value, name, type) ? 1 : 0;
+    }
+    void getJavaVendor() { m_startup.findJavaVendor(); }
+    static void setEnvironment() { ZOREnvironment::applyFile(); }
     static char** getEnv() { return m_envp; }
+    int findHome();  // 1 when both install paths are known
 
     static int resolveSignal(I18NString& name);  // -1 for an unknown name
 
     std::list<ZORChildProcess*>& getChildren() { return m_children; }
 
     // The environment that the process was started with; what children receive.
-    static char** m_envp;
+    static char**& m_envp;
 
   protected:
     int loadBootstrapDocument(const std::string& path);
-    int parseParamsOf(const TVLIDOM_Element& root, const std::string& path);
+    bool parseParamsOf(const TVLIDOM_Element& root, const std::string& path);
     void readRootAttributes(const TVLIDOM_Element& root);
-    int prepareChildren(const TVLIDOM_Element& root);
-    void noteDaemonWaitMarker();
+    bool prepareChildren(const TVLIDOM_Element& root);
+    static void noteDaemonWaitMarker();
     bool startThreads(ZORSignalHandlerThread& signalThread);
     void stopWithoutSupervisor();
     void waitForStop();
-    void signalDaemon(int pid);
-    int stopAfterFatalError();
-    void configureLogging(const ZORCmdLine& cmdLine);
-    void keepEnvironment(char** envp);
     bool readStartupConfiguration();
     void applyOverrides(const ZORCmdLine& cmdLine);
+    bool carryOut(ZORMode mode, ZORCmdLine& cmdLine);  // false when there is nothing to do
     void setExitCodeFrom(int succeeded) { setExitCode(succeeded != 0 ? 0 : 1); }
-    void addParameterProperties();
-    void addTempProperty();
-    void addDispatcherProperties(const std::string& instanceName);
 
     std::string m_installRoot;
     std::string m_binDirectory;
-    std::string m_pidFilePath;
+    ZORPidFile m_pidFile;
     ZORSpawnAction* m_daemonSpawn = nullptr;  // owned; null until the bootstrap document has been read
     std::atomic<TVLThreadSemaphore*> m_semaMainThreadWait{nullptr};  // immortal; null until Run()
     std::list<ZORChildProcess*> m_children;                          // owned, in document order
     PingChildProcess m_supervisor;
-    TVLIDOM_Element m_zorElement;
+    ZORDaemonControl m_control;
+    ZORStartupProperties m_startup;
     int m_startupDelayMs = 0;
     int m_pingRetries = 5;           // stored and logged; nothing reads it
     int m_pingRetryIntervalSec = 2;  // likewise

@@ -23,3 +23,10 @@ void ZORHelpers::stripLastDir(std::string& path) {
     const std::size_t separator = path.find_last_of("/\\");
     if (separator != std::string::npos) path.erase(separator);
 }
+
+std::string ZORHelpers::nextLine(const std::string& text, std::size_t& at, std::size_t most) {
+    const std::size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
+    const std::size_t from = at;
+    at = std::min(end, from + most);
+    return text.substr(from, at - from);
+}

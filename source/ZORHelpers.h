@@ -19,4 +19,6 @@ class ZORHelpers {
     static void fixPathDelimiters(std::string& path);   // backslashes become slashes
     static void stripTrailingSlash(std::string& path);  // "/opt/x//" becomes "/opt/x", "/" becomes ""
     static void stripLastDir(std::string& path);        // cuts at the last slash or backslash
+    // The next line with its line feed, at most `most` bytes of it; moves `at`, which is inside of the text, behind it.
+    static std::string nextLine(const std::string& text, std::size_t& at, std::size_t most);
 };

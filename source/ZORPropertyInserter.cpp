@@ -104,3 +104,9 @@ std::string ZORPropertyInserter::expand(const std::string& text) const {
     }
     return done;
 }
+
+std::string ZORPropertyInserter::expanded(const char* text) {
+    std::string result = text;
+    getInstance()->insertProperties(result);
+    return result;
+}

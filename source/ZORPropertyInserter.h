@@ -26,6 +26,8 @@ class ZORPropertyInserter {
     // is proportional to the text and to all that is inserted. Deliberate: a value that refers to itself
     // never ends; see ZORPropertyInserterTest.AValueThatRefersToItselfNeverEnds.
     void insertProperties(std::string& text) const;
+    // A text of its own in place of the changed one, from the one table.
+    static std::string expanded(const char* text);
 
   protected:
     ZORPropertyInserter() = default;

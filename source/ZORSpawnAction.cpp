@@ -8,7 +8,7 @@
 #include "TVLOs.h"
 #include "TVLThread.h"
 #include "ZORBadConfigException.h"
-#include "ZORBootstrapService.h"
+#include "ZOREnvironment.h"
 #include "ZORHelpers.h"
 #include "ZORLogger.h"
 #include "ZORPropertyInserter.h"
@@ -21,7 +21,7 @@ ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("ZORSpawnAc
 // the log; see ZORSpawnActionTest.TheLogNeverShowsTheEnvironment.
 void logEnvironment(TVLByteBuffer buffer) {
     buffer << "environment: \n";
-    char** const environment = ZORBootstrapService::getEnv();
+    char** const environment = ZOREnvironment::get();
     for (char** entry = environment; entry != nullptr && *entry != nullptr; ++entry)
         buffer << *entry << "\n";
 }
@@ -79,7 +79,7 @@ int ZORSpawnAction::spawn() {
 // In the forked child: no other thread exists here, and nothing of the service's is touched but the log.
 void ZORSpawnAction::becomeProgram() {
     static char* noEnvironment[] = {nullptr};
-    char** const environment = ZORBootstrapService::getEnv();
+    char** const environment = ZOREnvironment::get();
     try {
         TVLOs::current().execve(m_path.c_str(), m_args.data(),
                                 environment == nullptr ? noEnvironment : environment);

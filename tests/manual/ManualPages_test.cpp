@@ -88,9 +88,11 @@ TEST_F(ManualPagesTest, EachOptionOfTheUsageTextIsDescribed) {
 
 TEST_F(ManualPagesTest, EachOptionThatTheServiceReadsIsDescribed) {
     std::set<std::string> options;
-    const SourceText source(repository::read(repository::root() / "source/ZORBootstrapService.cpp"));
-    for (const SourceText::Literal& literal : source.literals()) {
-        if (std::regex_match(literal.text, std::regex("-[A-Za-z_0-9?]+"))) options.insert(literal.text);
+    for (const char* const file : {"source/ZORBootstrapService.cpp", "source/ZORModes.cpp"}) {
+        const SourceText source(repository::read(repository::root() / file));
+        for (const SourceText::Literal& literal : source.literals()) {
+            if (std::regex_match(literal.text, std::regex("-[A-Za-z_0-9?]+"))) options.insert(literal.text);
+        }
     }
     EXPECT_GE(options.size(), 18U);
     expectWords("velbootstrapservice.8", options);

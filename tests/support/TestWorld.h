@@ -35,13 +35,13 @@ class OpenService : public ZORBootstrapService {
     using ZORBootstrapService::m_binDirectory;
     using ZORBootstrapService::m_daemonSpawn;
     using ZORBootstrapService::m_installRoot;
-    using ZORBootstrapService::m_pidFilePath;
+    using ZORBootstrapService::m_pidFile;
     using ZORBootstrapService::m_pingRetries;
     using ZORBootstrapService::m_pingRetryIntervalSec;
     using ZORBootstrapService::m_semaMainThreadWait;
     using ZORBootstrapService::m_startupDelayMs;
     using ZORBootstrapService::m_supervisor;
-    using ZORBootstrapService::m_zorElement;
+    using ZORBootstrapService::m_startup;
 };
 
 // What a supervisor keeps to itself.

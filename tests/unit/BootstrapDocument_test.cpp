@@ -125,7 +125,7 @@ TEST_F(BootstrapDocumentTest, TheDocumentIsNamedAfterThePlatform) {
     writeDocument(documentText({ChildXml{}}, ""));
     EXPECT_EQ(service.OnInit(), 1);
     EXPECT_TRUE(logged("INFO", "attempt to load config from \"" + documentPath() + "\""));
-    EXPECT_EQ(service.m_pidFilePath, folder.path("logs/velbootstrap_service.pid"));
+    EXPECT_EQ(service.m_pidFile.path(), folder.path("logs/velbootstrap_service.pid"));
     EXPECT_STREQ(property("platform"), "linuxi38632");
 }
 
@@ -140,7 +140,7 @@ TEST_F(BootstrapDocumentTest, AnExplicitDocumentHasAPidFileOfItsOwn) {
     setProperty("configfile", "${install_path}/test.xml");
     EXPECT_EQ(service.OnInit(), 1);
     EXPECT_TRUE(logged("INFO", "attempt to load config from \"" + folder.path("test.xml") + "\""));
-    EXPECT_EQ(service.m_pidFilePath, folder.path("logs/zor_cnfgtest_") + std::to_string(getpid()));
+    EXPECT_EQ(service.m_pidFile.path(), folder.path("logs/zor_cnfgtest_") + std::to_string(getpid()));
 }
 
 TEST_F(BootstrapDocumentTest, AMissingDocumentFailsTheInitialisation) {

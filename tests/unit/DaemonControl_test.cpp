@@ -134,11 +134,11 @@ TEST_F(DaemonControlTest, ThePidIsReadUpToTheFirstOtherCharacter) {
 TEST_F(DaemonControlTest, APidFileThatCannotBeOpenedIsLogged) {
     ASSERT_EQ(service.isRunningUnix(), 0);
     // A socket can be looked at but not opened.
-    service.m_pidFilePath = folder.path("logs/socket");
-    ASSERT_EQ(mknod(service.m_pidFilePath.c_str(), S_IFSOCK | 0600, 0), 0);
+    service.m_pidFile.setPath(folder.path("logs/socket"));
+    ASSERT_EQ(mknod(service.m_pidFile.path().c_str(), S_IFSOCK | 0600, 0), 0);
     int pid = 5;
     EXPECT_EQ(service.getPid(&pid), 0);
-    EXPECT_TRUE(logged("DEBUG", "getPID() - couldn't open \"" + service.m_pidFilePath + "\"."));
+    EXPECT_TRUE(logged("DEBUG", "getPID() - couldn't open \"" + service.m_pidFile.path() + "\"."));
 }
 
 // ---- Whose PID file it is ----

@@ -275,7 +275,7 @@ TEST_F(ServiceRunTest, ThePidFileIsForAllToReadWhateverTheUmask) {
     const mode_t before = umask(0077);
     service.WritePIDFile();
     EXPECT_EQ(umask(before), 0077U) << "the umask is the children's, too";
-    EXPECT_EQ(std::filesystem::status(service.m_pidFilePath).permissions(), std::filesystem::perms{0644});
+    EXPECT_EQ(std::filesystem::status(service.m_pidFile.path()).permissions(), std::filesystem::perms{0644});
     EXPECT_EQ(log.raw().find("belongs to the user"), std::string::npos);
 }
 
@@ -285,7 +285,7 @@ TEST_F(ServiceRunTest, APidFileThatBecomesAnotherUsersIsAWarning) {
     ASSERT_EQ(chown(folder.path("logs").c_str(), 12345, 12345), 0);
     service.WritePIDFile();
     EXPECT_TRUE(
-        logged("WARN", "PID file \"" + service.m_pidFilePath +
+        logged("WARN", "PID file \"" + service.m_pidFile.path() +
                            "\" belongs to the user with id 12345, so commands will not find this process. "
                            "Run the service and its commands as that user."));
 }

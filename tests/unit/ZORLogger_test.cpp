@@ -16,8 +16,8 @@
 #include "TVLThread.h"
 #include "TestKit.h"
 #include "VirtualOs.h"
-#include "ZORBootstrapService.h"
 #include "ZORCmdLine.h"
+#include "ZORModes.h"
 
 namespace {
 
@@ -640,18 +640,14 @@ TEST_F(LoggingDocumentTest, AMissingSectionIsFatalInTheLogOnly) {
 
 class StdoutLogTest : public ZORLoggerTest {
   protected:
-    struct Service : ZORBootstrapService {
-        using ZORBootstrapService::configureLogging;
-    };
     // What is written to standard output after the option, by a line of each level.
     std::string outputWith(std::string option) {
         folder.write("bin/zorlogconfig.xml", "<c><default><logging level='ERROR'/></default></c>");
         std::string program = "program";
         char* arguments[] = {program.data(), option.data(), nullptr};
         const ZORCmdLine cmdLine(2, arguments);
-        Service service;
         testing::internal::CaptureStdout();
-        service.configureLogging(cmdLine);
+        ZORModes::configureLogging(cmdLine);
         for (int level = ZOR_FATAL; level <= ZOR_DEBUG; ++level)
             logger()->log(level, "x");
         return testing::internal::GetCapturedStdout();

@@ -249,7 +249,7 @@ TEST(OutOfMemoryTest, ASignalStopsTheService) {
         World world;
         world.begin({ChildXml{}});
         world.service.m_semaMainThreadWait = &world.finished;
-        world.service.m_pidFilePath = "../logs/a-name-longer-than-a-short-string.pid";
+        world.service.m_pidFile.setPath("../logs/a-name-longer-than-a-short-string.pid");
         world.os.raiseSignal(SIGTERM);
         {
             ZORSignalHandlerThread thread(&world.service);

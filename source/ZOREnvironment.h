@@ -1,0 +1,20 @@
+// The environment: what the environment file adds to it, and what children receive.
+//
+// Purpose: applies ../configuration/zorEnvironmentVars.ini to the process, and keeps the variables that the process was
+//   started with, which every child is given.
+// Ownership: texts that the environment points to are kept for the rest of the process. The kept variables are the
+//   process's own, not copied.
+// Threads: written by the main thread before others exist, read by any.
+// Units: none.
+// Errors: a file that is not there is no error; TVLOutOfMemoryError when a line cannot be kept.
+#pragma once
+
+class ZOREnvironment {
+  public:
+    static void applyFile();
+    // Keeps the variables for children, and lists them at DEBUG. Null is passed over.
+    static void keep(char** envp);
+    static char** get() { return m_envp; }
+
+    static char** m_envp;  // null until they are kept
+};
