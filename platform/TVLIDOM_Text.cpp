@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <limits>
 #include <new>
+#include <string_view>
 #include <xercesc/util/XMLString.hpp>
 
 static_assert(sizeof(XMLCh) == sizeof(UChar), "both libraries count in UTF-16 units");

@@ -7,6 +7,7 @@
 //   to have ended. Of those the last kRemembered are remembered until somebody tests whether they live.
 // Threads: every member may be called from any thread. fork() holds the lock, so that a forked child, which begins
 //   with an empty table, finds it free.
+// Units: none.
 // Errors: as the system calls of the same names: -1 with errno set.
 #pragma once
 

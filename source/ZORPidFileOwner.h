@@ -4,6 +4,7 @@
 //   user's, or one in another user's folder, is believed only for processes of that user.
 // Ownership: none.
 // Threads: free functions without state.
+// Units: none.
 // Errors: what cannot be found out makes the file name nobody's process.
 #pragma once
 

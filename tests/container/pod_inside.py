@@ -47,12 +47,13 @@ def make_image(root, package, prepare):
     """The steps of the recipe, in their order; the one that fetches packages installs the one that was built here."""
     for place in ("run", "tmp"):
         run("mount", "-t", "tmpfs", "-o", "mode=1777", place, str(root / place))
+    run("mount", "-t", "proc", "proc", str(root / "proc"))
     (root / "tmp/package.deb").write_bytes(pathlib.Path(package).read_bytes())
     for step in prepare:
         if "apt-get" in step:
             step = "dpkg --install /tmp/package.deb"
         in_root(root, "/bin/sh", "-c", step)
-    for place in ("run", "tmp"):
+    for place in ("proc", "run", "tmp"):
         run("umount", str(root / place))
 
 

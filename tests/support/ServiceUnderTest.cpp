@@ -258,7 +258,7 @@ void ServiceUnderTest::asOrdinaryUser() {
     if (geteuid() != 0) return;
     for (const auto& entry : fs::recursive_directory_iterator(m_root)) {
         // A linked program is the build's, not the tree's.
-        if (fs::hard_link_count(entry) > 1 && entry.is_regular_file()) continue;
+        if (entry.is_regular_file() && fs::hard_link_count(entry) > 1) continue;
         if (lchown(entry.path().c_str(), kOrdinaryUser, kOrdinaryGroup) != 0) fail("chown");
     }
     if (chown(m_root.c_str(), kOrdinaryUser, kOrdinaryGroup) != 0) fail("chown");

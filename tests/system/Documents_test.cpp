@@ -107,7 +107,8 @@ TEST_F(DocumentsTest, ABootstrapDocumentThatIsNotWellFormedFails) {
 TEST_F(DocumentsTest, AFolderInTheBootstrapDocumentsPlaceFails) {
     service.remove(kBootstrap);
     fs::create_directory(service.path(kBootstrap));
-    EXPECT_EQ(complaints(1), cannotParse("line 1, column 1: invalid document structure"));
+    EXPECT_EQ(complaints(1), "FATAL ZORBootstrapService cannot open bootstrap config file \"" +
+                                 service.path(kBootstrap) + "\".\n" + kInitFailed);
 }
 
 TEST_F(DocumentsTest, AHostileBootstrapDocumentFailsInsteadOfHanging) {

@@ -100,6 +100,7 @@ class StalledLogTest : public SystemTest {
         BootstrapXml document;
         document.children[0].pinged(m_port);
         service.bootstrap(document);
+        service.answer("READY");
         const pid_t daemon = service.begin({.arguments = {"-d", "-stdoutLog=DEBUG"}, .output = output});
         EXPECT_TRUE(service.waitFor("the PID file", [&] { return service.daemonPid() == daemon; }));
         return daemon;

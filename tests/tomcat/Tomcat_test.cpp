@@ -170,9 +170,15 @@ TEST_F(TomcatTest, AnExpiredCertificateFailsThePingsAndTheLogSaysWhy) {
 
     // Enough checks for a Tomcat on a busy machine to have opened its port at the last of them.
     EXPECT_EQ(start(12).exitCode, 1);
-    const std::string reason =
+    // The dates follow, to the second.
+    const std::string begin =
         "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:" + port().str() +
-        ") failed: certificate verify failed: certificate has expired ";
+        ") failed: certificate verify failed: certificate has expired (certificate of CN=expired, names "
+        "DNS:localhost, good from ";
+    const std::string started = service.log("start");
+    const std::size_t at = started.find(begin);
+    ASSERT_NE(at, std::string::npos) << started;
+    const std::string reason = started.substr(at, started.find('\n', at) - at);
     EXPECT_TRUE(isLoggedAgain("ERROR", "ZORSocketCommand", reason));
     EXPECT_TRUE(isLoggedAgain("DEBUG", "PingChildProcess",
                               "ping of process tomcat failed. Will begin restart sequence."));
