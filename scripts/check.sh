@@ -7,7 +7,7 @@ set -euo pipefail
 # shellcheck source=scripts/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-rules=(plain scripts format headers locks documents tidy sanitizers)
+rules=(plain scripts format headers locks documents tables tidy sanitizers)
 found=$root/build/check
 jobs=$(nproc)
 
@@ -75,6 +75,9 @@ documents() {
     build/clang/bin/manual_tests --gtest_brief=1 --gtest_filter='RulesTest.*:LinksTest.*'
 }
 
+# The guide and the manual page say of elements and attributes what the schemas say.
+tables() { scripts/tables.sh --check; }
+
 tidied() {
     cmake --preset clang >/dev/null
     files "$@" -name '*.cpp' | xargs -0 -n 1 -P "$jobs" clang-tidy -p build/clang --quiet
@@ -110,7 +113,7 @@ for rule in "${rules[@]}"; do
     declare -F "$rule" >/dev/null || fail "no such rule: $rule"
 done
 read -r -a packages <<<"$(build_packages clang | tr '\n' ' ')"
-install_missing "${packages[@]}" libgtest-dev openssl shellcheck clang-format clang-tidy
+install_missing "${packages[@]}" libgtest-dev openssl shellcheck clang-format clang-tidy xsltproc
 mkdir -p "$found"
 failed=()
 for rule in "${rules[@]}"; do

@@ -106,23 +106,6 @@ TEST_F(ManualPagesTest, EachOptionOfTheTomcatScriptIsDescribed) {
     expectWords("velbootstrap-tomcat.1", options);
 }
 
-TEST_F(ManualPagesTest, EachElementAndAttributeThatTheServiceReadsIsDescribed) {
-    std::set<std::string> names;
-    for (const char* const file : {"PingChildProcess", "ZORAction", "ZORArgVector", "ZORChildProcess",
-                                   "ZORSignalAction", "ZORSockSendAction", "ZORSpawnAction"}) {
-        const std::string code =
-            repository::read(repository::root() / "source" / (std::string(file) + ".cpp"));
-        names.merge(matches(code, "(?:getAttribute|getElementsByTagName)\\(\"(\\w+)\"\\)"));
-        names.merge(matches(code, "(?:ElementWithName|required\\w+)\\(\\w+,\\s+\"(\\w+)\""));
-        names.merge(matches(code, "MarkerTexts k\\w+\\{\"(\\w+)\""));
-    }
-    const std::string documents = repository::read(repository::root() / "source/ZORBootstrapService.cpp");
-    names.merge(matches(documents, "readNumber\\(root, \"(\\w+)\""));
-    names.merge(matches(documents, "root\\.getElementsByTagName\\(\"(\\w+)\""));
-    EXPECT_GE(names.size(), 30U) << testing::PrintToString(names);
-    expectWords("velbootstrap.xml.5", names);
-}
-
 TEST_F(ManualPagesTest, TheExampleOfADocumentIsAcceptedWhole) {
     const std::string text = rendered("velbootstrap.xml.5");
     const std::size_t begin = text.find("<?xml");

@@ -1,4 +1,5 @@
-// The operation guide lists every message of the service with its level, and no other.
+// The operation guide, and the page of what is logged at DEBUG, list every message of the service with its level, and no
+// other.
 
 #include <gtest/gtest.h>
 
@@ -52,25 +53,28 @@ class MessagesTest : public testing::Test {
         const std::size_t begin = guide.find("\n## What each message means\n");
         ASSERT_NE(begin, std::string::npos);
         m_chapter = guide.substr(begin);
-        readRows();
+        m_debugPage = repository::read(repository::root() / "docs/debug-messages.md");
+        readRows(m_chapter, std::regex("\\| ([A-Z]+) \\| `([^`]*)` \\|.*"));
+        readRows(m_debugPage, std::regex("()\\| `([^`]*)` \\|.*"));
         for (const auto& file : repository::filesBelow("source", ".cpp"))
             m_sources.emplace(file.filename().string(), SourceText(repository::read(file)));
         ASSERT_GT(m_sources.size(), 15U);
     }
 
-    void readRows() {
-        static const std::regex row("\\| ([A-Z]+) \\| `([^`]*)` \\|.*");
+    // A row names its level, unless its page has one only.
+    void readRows(const std::string& page, const std::regex& row) {
         static const std::regex name("`([A-Za-z]+)`");
         std::vector<std::string> loggers;
-        for (const std::string& line : repository::split(m_chapter, "\n")) {
+        for (const std::string& line : repository::split(page, "\n")) {
             std::smatch match;
-            if (line.rfind("### ", 0) == 0) {
+            if (line.starts_with("##")) {
                 loggers.clear();
                 for (std::sregex_iterator it(line.begin(), line.end(), name); it != std::sregex_iterator();
                      ++it)
                     loggers.push_back((*it)[1]);
             } else if (std::regex_match(line, match, row)) {
-                m_rows.push_back({loggers, match[1], collapsed(match[2])});
+                const std::string level = match[1].length() == 0 ? "DEBUG" : match[1].str();
+                m_rows.push_back({loggers, level, collapsed(match[2])});
             }
         }
     }
@@ -94,6 +98,7 @@ class MessagesTest : public testing::Test {
     }
 
     std::string m_chapter;
+    std::string m_debugPage;
     std::vector<Row> m_rows;
     std::map<std::string, SourceText> m_sources;  // by file name
 };
@@ -114,7 +119,7 @@ TEST_F(MessagesTest, EachMessageIsListedWithItsLevel) {
 
 // Also those that are put together, or handed to a function that logs them.
 TEST_F(MessagesTest, EachTextIsMentioned) {
-    const std::string chapter = collapsed(m_chapter);
+    const std::string chapter = collapsed(m_chapter + m_debugPage);
     for (const auto& [file, source] : m_sources) {
         for (const SourceText::Literal& literal : source.literals()) {
             const std::string message = asPrinted(literal.text);
@@ -137,6 +142,10 @@ TEST_F(MessagesTest, EachListedMessageExists) {
         }
     }
     EXPECT_GT(m_rows.size(), 150U);
+}
+
+TEST_F(MessagesTest, TheGuideLeavesDebugLinesToTheirOwnPage) {
+    EXPECT_EQ(m_chapter.find("| DEBUG |"), std::string::npos);
 }
 
 // Without the marks that join it to what stands before and after it.
