@@ -9,6 +9,10 @@ void* __real_calloc(std::size_t count, std::size_t size);
 void* __wrap_dlopen(const char* file, int mode);
 char* __wrap_strdup(const char* text);
 void* __wrap_calloc(std::size_t count, std::size_t size);
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                          void* argument);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                          void* argument);
 }
 
 namespace {
@@ -30,6 +34,13 @@ char* __wrap_strdup(const char* text) {
 void* __wrap_calloc(std::size_t count, std::size_t size) {
     const LinkSeam* const seam = LinkSeam::current();
     return seam == nullptr ? __real_calloc(count, size) : seam->zeroed(count, size);
+}
+
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                          void* argument) {
+    LinkSeam* const seam = LinkSeam::current();
+    return seam == nullptr ? __real_pthread_create(thread, attributes, body, argument)
+                           : seam->startThread(thread, attributes, body, argument);
 }
 
 LinkSeam::LinkSeam() {
@@ -56,5 +67,11 @@ char* LinkSeam::copy(const char* text) const {
 
 void* LinkSeam::zeroed(std::size_t count, std::size_t size) const {
     return m_failZeroedMemory ? nullptr : __real_calloc(count, size);
+}
+
+int LinkSeam::startThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                          void* argument) {
+    if (m_threadsUntilFailure-- == 0) return m_threadError;
+    return __real_pthread_create(thread, attributes, body, argument);
 }
 // NOLINTEND(bugprone-reserved-identifier)

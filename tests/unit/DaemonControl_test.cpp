@@ -108,6 +108,14 @@ TEST_F(DaemonControlTest, AStalePidFileIsLeftInPlace) {
     EXPECT_TRUE(folder.exists("logs/velbootstrap_service.pid"));
 }
 
+TEST_F(DaemonControlTest, TheIdOfAProcessThatIsGoneIsNotHandedOut) {
+    writePid("4712\n");
+    ASSERT_EQ(service.isRunningUnix(), 0);
+    int pid = 5;
+    EXPECT_EQ(service.getPid(&pid), 0);
+    EXPECT_EQ(pid, 0);
+}
+
 TEST_F(DaemonControlTest, APidFileWithoutANumberNamesNoProcess) {
     for (const char* const content : {"garbage\n", "0\n", "-1\n", "\n"}) {
         writePid(content);

@@ -7,6 +7,7 @@
 #include "TVLThrowable.h"
 #include "TestKit.h"
 #include "ZORBootstrapService.h"
+#include "ZORCmdLine.h"
 
 // Of the leak checker, where there is one; the names are its own. NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" __attribute__((weak)) void __lsan_disable();
@@ -160,12 +161,20 @@ TEST_F(EnvironmentTest, WithoutABinDirectoryThereAreNoInstallPaths) {
 }
 
 TEST_F(EnvironmentTest, TheStoredEnvironmentIsHandedOut) {
-    char** const before = ZORBootstrapService::m_envp;
-    char variable[] = "A=1";
-    char* environment[] = {variable, nullptr};
-    ZORBootstrapService::m_envp = environment;
+    std::string variable = "VBS_TEST_A=1";
+    char* environment[] = {variable.data(), nullptr};
+    std::string program = "velbootstrapservice";
+    std::string option = "-v";
+    char* arguments[] = {program.data(), option.data(), nullptr};
+    ZORCmdLine line(2, arguments);
+    ZORBootstrapService service;
+    EXPECT_EQ(ZORBootstrapService::getEnv(), nullptr);
+    testing::internal::CaptureStderr();
+    service.ParseStandardArgs(line, environment);
     EXPECT_EQ(ZORBootstrapService::getEnv(), environment);
-    ZORBootstrapService::m_envp = before;
+    service.ParseStandardArgs(line, nullptr);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(ZORBootstrapService::getEnv(), environment) << "none given leaves what is there";
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <ctime>
+#include <stdexcept>
 
 #include "TestWorld.h"
 #include "ZORBadConfigException.h"
@@ -480,6 +481,34 @@ TEST_F(PingLoopTest, GarbageInTheOverrideFileIsALimitOfZero) {
         supervisorLogged("DEBUG", "Found new zor.failedPingLimit file, overwriting failed ping limit to 0"));
 }
 
+TEST_F(PingLoopTest, ALongLineInTheOverrideFileIsCutAfterSixtyThreeCharacters) {
+    begin({ChildXml{}});
+    before(1, [&] { writeLimit(std::string(61, ' ') + "57\n", 1000); });
+    before(2, [&] {
+        EXPECT_EQ(limit(), 57) << "63 characters are read";
+        writeLimit(std::string(62, ' ') + "57\n", 2000);
+    });
+    before(3, [&] {
+        EXPECT_EQ(limit(), 5) << "the 64th is not";
+        writeLimit(std::string(63, ' ') + "57\n", 3000);
+    });
+    runCycles(3, [&] { EXPECT_EQ(limit(), 0) << "nothing but blanks is left"; });
+    EXPECT_TRUE(log.inOrder({
+        {"DEBUG",
+         "PingChildProcess",
+         "Found new zor.failedPingLimit file, overwriting failed ping limit to 57",
+         {}},
+        {"DEBUG",
+         "PingChildProcess",
+         "Found new zor.failedPingLimit file, overwriting failed ping limit to 5",
+         {}},
+        {"DEBUG",
+         "PingChildProcess",
+         "Found new zor.failedPingLimit file, overwriting failed ping limit to 0",
+         {}},
+    }));
+}
+
 TEST_F(PingLoopTest, RemovingTheOverrideFileRestoresNothing) {
     begin({ChildXml{}});
     before(1, [&] { writeLimit("5", 1000); });
@@ -679,9 +708,44 @@ TEST_F(PingLoopTest, ItRunsAsAThreadUntilItIsStopped) {
     EXPECT_EQ(fatal(), 1);
 }
 
+TEST_F(PingLoopTest, FinishingStopsTheChildrenAndWaitsForTheThread) {
+    begin({ChildXml{}});
+    diesWhenStopped("alpha");
+    const int pid = child("alpha").getProcessHandle();
+    service.m_supervisor.start();
+    service.m_supervisor.finish();
+    EXPECT_FALSE(service.m_supervisor.isAlive());
+    EXPECT_FALSE(os.process(pid).alive);
+    EXPECT_EQ(log.count("INFO", "PingChildProcess", "Child process supervisor has been told to stop"), 1U);
+}
+
+TEST_F(PingLoopTest, FinishingWhatIsAlreadyStoppingOnlyWaits) {
+    begin({ChildXml{}});
+    diesWhenStopped("alpha");
+    service.m_supervisor.start();
+    service.m_supervisor.stop(&finished);
+    service.m_supervisor.finish();
+    EXPECT_FALSE(service.m_supervisor.isAlive());
+    EXPECT_EQ(finished.timedWait(0), 1);
+    EXPECT_EQ(log.count("INFO", "PingChildProcess", "Child process supervisor has been told to stop"), 1U);
+    EXPECT_FALSE(
+        supervisorLogged("ERROR", "Child process supervisor has been told to stop but is already stopping."));
+}
+
+TEST_F(PingLoopTest, FinishingWhatNeverRanDoesNothing) {
+    begin({ChildXml{}});
+    log.clear();
+    service.m_supervisor.finish();
+    EXPECT_EQ(log.raw(), "");
+    EXPECT_TRUE(processOf("alpha").alive);
+    service.m_supervisor.stop(&finished);
+    EXPECT_TRUE(supervisorLogged("INFO", "Child process supervisor has been told to stop"))
+        << "a later request is the first";
+}
+
 TEST_F(PingLoopTest, AnExceptionEndsTheSupervisionWithALine) {
     begin({ChildXml{}});
-    pingPeer("alpha").onConnect = [] { throw std::bad_alloc(); };
+    pingPeer("alpha").onConnect = [] { throw std::runtime_error("no reason to go on"); };
     service.m_supervisor.start();
     service.m_supervisor.join();
     EXPECT_TRUE(supervisorLogged(

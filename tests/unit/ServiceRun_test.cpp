@@ -1,14 +1,19 @@
 // The life of the service: its base class, its run with all threads, its stop path, its PID file, its
 // detaching.
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <memory>
 
+#include "LinkSeam.h"
 #include "TestWorld.h"
 #include "ZORCmdLine.h"
+#include "ZORSignalHandlerThread.h"
 #include "ZORSpawnAction.h"
 
 namespace {
@@ -76,6 +81,29 @@ TEST_F(ServiceRunTest, TheWholeLifeInOrder) {
     EXPECT_EQ(os.threadsStarted(), 2);
 }
 
+// What somebody has to look at.
+std::vector<LogLine> complaints(const LogCapture& log) {
+    std::vector<LogLine> lines = log.lines();
+    std::erase_if(lines, [](const LogLine& line) { return line.level == "INFO" || line.level == "DEBUG"; });
+    return lines;
+}
+
+TEST_F(ServiceRunTest, ACleanLifeIsNothingToComplainAbout) {
+    writeStartup("<components><component name='alpha' version='1'/></components>");
+    ChildXml alpha{.name = "alpha", .stopType = "signal"};
+    alpha.pingAttributes += " dependency='alpha'";
+    configure({alpha}, "<processManager pollIntervalsec='30'/>");
+    os.at(200000, [&] { os.raiseSignal(SIGTERM); });
+    service.Run();
+    EXPECT_EQ(pingPeer("alpha").connects, 6);
+    EXPECT_EQ(log.count("DEBUG", "PingChildProcess", "process alpha pinged successfully."), 6U);
+    EXPECT_TRUE(logged("INFO", "Done."));
+    // How a child was stopped is told as a warning, whatever the outcome.
+    EXPECT_EQ(
+        complaints(log),
+        (std::vector<LogLine>{{"WARN", "PingChildProcess", "stopAction->execute() return status = 0", {}}}));
+}
+
 TEST_F(ServiceRunTest, EveryTerminationSignalStops) {
     for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
         OpenService another;
@@ -118,11 +146,29 @@ TEST_F(ServiceRunTest, ASecondSignalDuringTheShutdownHasNoEffect) {
 }
 
 TEST_F(ServiceRunTest, ASignalBeforeTheSupervisorRunsStopsAfterOneInterval) {
-    configure({ChildXml{}}, "<processManager pollIntervalsec='30'/>");
+    // The pause between the two threads lets the first one take the signal before the second one is there.
+    configure({ChildXml{}}, "<processManager pollIntervalsec='30'/>", "startupDelaySec='1'");
     os.raiseSignal(SIGTERM);
+    int pid = 0;
+    os.at(5, [&] {
+        pid = child("alpha").getProcessHandle();
+        EXPECT_TRUE(log.has("INFO", "PingChildProcess", "Child process supervisor has been told to stop"));
+        EXPECT_FALSE(log.has("DEBUG", "PingChildProcess", "entering timedWait, interval = 30000"));
+    });
+    os.at(5 + 30000 - 1, [&] {
+        EXPECT_FALSE(log.has("INFO", "PingChildProcess", "stopping child process(es)."))
+            << "a whole interval";
+    });
+    os.at(5 + 30000 + 2000 + 500 + 1,
+          [&] { EXPECT_TRUE(log.has("INFO", "PingChildProcess", "no processes are alive.")); });
     service.Run();
+    EXPECT_EQ(log.count("DEBUG", "PingChildProcess", "entering timedWait, interval = 30000"), 1U);
     EXPECT_TRUE(logged("INFO", "Done."));
     EXPECT_EQ(pingPeer("alpha").connects, 0);
+    EXPECT_EQ(stopPeer("alpha").commands, std::vector<std::string>{"STOP"});
+    EXPECT_FALSE(os.process(pid).alive);
+    // The main thread asks for readiness every six seconds, and once more after the end.
+    EXPECT_EQ(os.nowMs(), 5 + 6 * 6000);
 }
 
 TEST_F(ServiceRunTest, AnyStartupDelayPausesFiveMilliseconds) {
@@ -204,6 +250,131 @@ TEST_F(ServiceRunTest, AWaitThatTheSystemRefusesIsLoggedAndEndsTheRun) {
         {"INFO", kLogger, "Done.", {}},
     }));
     EXPECT_FALSE(os.process(pid).alive);
+}
+
+// ---- Threads that come and go ----
+
+class ThreadlessRunTest : public ServiceRunTest {
+  protected:
+    ThreadlessRunTest() {
+        configure({ChildXml{"alpha"}, ChildXml{"beta"}}, "<processManager pollIntervalsec='30'/>");
+    }
+    // Runs the service, which is given that many threads; the ids of its children.
+    std::vector<int> runWithThreads(int count) {
+        LinkSeam seam;
+        seam.failThreadAfter(count, EAGAIN);
+        service.Run();
+        return {child("alpha").getProcessHandle(), child("beta").getProcessHandle()};
+    }
+    static constexpr const char* kRefused =
+        "ZORBootstrapService::Run() - cannot start a thread: Resource temporarily unavailable";
+};
+
+TEST_F(ThreadlessRunTest, WithoutASignalThreadTheChildrenAreStopped) {
+    runWithThreads(0);
+    EXPECT_TRUE(log.inOrder({
+        {"DEBUG", "ZORChildProcess", "starting process \"beta\"", {}},
+        {"FATAL", kLogger, kRefused, {}},
+        {"DEBUG", "PingChildProcess", "stopping process \"alpha\"", {}},
+        {"DEBUG", "PingChildProcess", "stopping process \"beta\"", {}},
+        {"INFO", "PingChildProcess", "no processes are alive.", {}},
+        {"INFO", kLogger, "Done.", {}},
+    })) << log.raw();
+    EXPECT_EQ(stopPeer("alpha").commands.size(), 1U);
+    EXPECT_EQ(stopPeer("beta").commands.size(), 1U);
+    EXPECT_TRUE(os.kills().empty()) << "they ended by themselves";
+    EXPECT_FALSE(log.has("DEBUG", "ZORSignalHandlerThread", "Signal Handling Thread started."));
+    EXPECT_FALSE(logged("DEBUG", "test ready..."));
+}
+
+TEST_F(ThreadlessRunTest, WithoutASupervisorTheChildrenAreStoppedAndThePidFileGoes) {
+    runWithThreads(1);
+    EXPECT_EQ(log.count("FATAL", kLogger, kRefused), 1U);
+    EXPECT_TRUE(logged("INFO", "Done."));
+    EXPECT_EQ(stopPeer("alpha").commands.size(), 1U);
+    EXPECT_EQ(stopPeer("beta").commands.size(), 1U);
+    EXPECT_EQ(pingPeer("alpha").connects, 0);
+    EXPECT_TRUE(log.has("DEBUG", "ZORSignalHandlerThread", "Signal Handling Thread terminating."));
+    EXPECT_FALSE(folder.exists(pidFile()));
+}
+
+TEST_F(ThreadlessRunTest, WithoutASupervisorAStubbornChildIsKilled) {
+    stopPeer("beta").onCommand = nullptr;
+    const std::vector<int> pids = runWithThreads(1);
+    EXPECT_TRUE(log.inOrder({
+        {"INFO",
+         "PingChildProcess",
+         "1 processes are still alive, but we're not going to wait any longer for them to die.",
+         {}},
+        {"DEBUG", "PingChildProcess", "kill all processes.", {}},
+        {"INFO", kLogger, "Done.", {}},
+    }));
+    EXPECT_EQ(os.process(pids[1]).signals, std::vector<int>{SIGKILL});
+    EXPECT_FALSE(os.process(pids[1]).alive);
+}
+
+TEST_F(ThreadlessRunTest, WithoutASupervisorAChildThatCannotBeToldIsKilledAtOnce) {
+    stopPeer("beta").refuses = true;
+    const std::vector<int> pids = runWithThreads(1);
+    EXPECT_EQ(os.process(pids[1]).signals, std::vector<int>{SIGKILL});
+    EXPECT_FALSE(log.has("DEBUG", "PingChildProcess", "Waiting for processes to die."));
+}
+
+TEST_F(ServiceRunTest, ADismissedSignalThreadStopsNothing) {
+    configure({ChildXml{}}, "");
+    // As in Run(): a stop would find somebody to tell.
+    service.m_semaMainThreadWait = &finished;
+    {
+        ZORSignalHandlerThread thread(&service);
+        thread.start();
+        TVLThread::sleep(1000);  // it waits for a signal by then
+    }
+    EXPECT_EQ(log.linesOf("ZORSignalHandlerThread"),
+              (std::vector<LogLine>{
+                  {"DEBUG", "ZORSignalHandlerThread", "Signal Handling Thread started.", {}},
+                  {"DEBUG", "ZORSignalHandlerThread", "Signal Handling Thread terminating.", {}}}));
+    EXPECT_FALSE(log.has("INFO", "PingChildProcess", "Child process supervisor has been told to stop"));
+}
+
+TEST_F(ServiceRunTest, TheEndOfTheServiceIsTheEndOfItsSupervisor) {
+    auto another = std::make_unique<OpenService>();
+    OpenService* const inside = another.get();
+    // Were the supervisor not told, only this would end it.
+    os.at(100000, [&] { inside->m_supervisor.stop(&finished); });
+    another->m_supervisor.start();
+    another.reset();
+    EXPECT_TRUE(log.has("INFO", "PingChildProcess", "no processes are alive."));
+    EXPECT_LT(os.nowMs(), 100000);
+}
+
+TEST_F(ServiceRunTest, TheEndOfTheServiceStopsItsChildren) {
+    auto another = std::make_unique<OpenService>();
+    const XmlText document(documentText({ChildXml{}}, ""));
+    ASSERT_EQ(another->parseParams(document.root()), 1);
+    another->getChildren().front()->start();
+    const int pid = another->getChildren().front()->getProcessHandle();
+    stopPeer("alpha").onCommand = [&](const std::string&) { os.process(pid).alive = false; };
+    another->m_supervisor.start();
+    another.reset();
+    EXPECT_EQ(stopPeer("alpha").commands, std::vector<std::string>{"STOP"});
+    EXPECT_FALSE(os.process(pid).alive);
+}
+
+TEST_F(ServiceRunTest, TheDaemonWaitMarkerStaysOpenAndIsNotInherited) {
+    folder.write("temp/zordaemonwait", "");
+    const auto markers = [&] {
+        std::vector<int> descriptors;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code error;
+            if (std::filesystem::read_symlink(entry.path(), error) == folder.path("temp/zordaemonwait"))
+                descriptors.push_back(std::stoi(entry.path().filename()));
+        }
+        return descriptors;
+    };
+    ASSERT_TRUE(markers().empty());
+    configure({ChildXml{}}, "");
+    ASSERT_EQ(markers().size(), 1U);
+    EXPECT_EQ(fcntl(markers()[0], F_GETFD), FD_CLOEXEC);
 }
 
 TEST_F(ServiceRunTest, TheOtherWayToStopWaitsForTheChildrenAndWakesTheMainThread) {
@@ -359,6 +530,15 @@ TEST(ZORNTServiceTest, ItRemembersTheLatestInstanceAndItsName) {
     EXPECT_STREQ(second.getServiceName(), "");
     EXPECT_EQ(first.isRunningAsService(), 0);
     EXPECT_EQ(first.getExitCode(), 0);
+}
+
+TEST(ZORNTServiceTest, AnInstanceIsForgottenAtItsEnd) {
+    { const PlainService only("only"); }
+    EXPECT_EQ(ZORNTService::m_pThis, nullptr);
+    auto first = std::make_unique<PlainService>("first");
+    const PlainService second("second");
+    first.reset();
+    EXPECT_EQ(ZORNTService::m_pThis, &second) << "it is the latest that is remembered";
 }
 
 TEST(ZORNTServiceTest, NamesAreCutAtTwoHundredFiftyFiveCharacters) {

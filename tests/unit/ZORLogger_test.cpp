@@ -351,8 +351,16 @@ TEST_F(ZORLoggerTest, AFileIsTruncatedOrAppendedTo) {
 }
 
 TEST_F(ZORLoggerTest, ANullPathAddsNothing) {
-    factory.addFile(static_cast<const char*>(nullptr), 1);
-    logger()->log(ZOR_FATAL, "goes nowhere");
+    const auto openedByThisProcess = [] {
+        return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+    };
+    logTo("logs/b");
+    const auto before = openedByThisProcess();
+    EXPECT_NO_THROW(factory.addFile(static_cast<const char*>(nullptr), 1));
+    EXPECT_NO_THROW(factory.addFile(static_cast<const char*>(nullptr), 0));
+    EXPECT_EQ(openedByThisProcess(), before);
+    logger()->log(ZOR_FATAL, "x");
+    EXPECT_EQ(messages("logs/b"), Texts{"x"}) << "the others are as they were";
 }
 
 TEST_F(ZORLoggerTest, AFileInAMissingFolderIsLeftOut) {

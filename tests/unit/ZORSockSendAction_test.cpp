@@ -287,11 +287,20 @@ TEST_F(ZORSockSendActionTest, OnlyAnAnswerWithoutAnyMarkerIsAWarning) {
     }
 }
 
+// The supervisor decides by these numbers, which its own tests count with.
 TEST_F(ZORSockSendActionTest, TheCodesAreThoseThatTheSupervisorReads) {
-    EXPECT_EQ(ZOR_NOT_SENT, -1);
-    EXPECT_EQ(ZOR_NO_SUCCESS, -2);
-    EXPECT_EQ(ZOR_FATAL_ANSWER, -3);
-    EXPECT_EQ(ZOR_RETRY_ANSWER, -4);
+    constexpr const char* kAll =
+        "responseSize='16' responseOK='good' responseFatal='bad' responseRetry='wait'";
+    sek.peer(kUri).refuses = true;
+    EXPECT_EQ(resultOf(kAll, ""), -1);
+    EXPECT_EQ(resultOf(kAll, ""), ZOR_NOT_SENT);
+    sek.peer(kUri).refuses = false;
+    EXPECT_EQ(resultOf(kAll, "whatever"), -2);
+    EXPECT_EQ(resultOf(kAll, "whatever"), ZOR_NO_SUCCESS);
+    EXPECT_EQ(resultOf(kAll, "too bad"), -3);
+    EXPECT_EQ(resultOf(kAll, "too bad"), ZOR_FATAL_ANSWER);
+    EXPECT_EQ(resultOf(kAll, "please wait"), -4);
+    EXPECT_EQ(resultOf(kAll, "please wait"), ZOR_RETRY_ANSWER);
 }
 
 TEST_F(ZORSockSendActionTest, AnswersAreTidied) {
