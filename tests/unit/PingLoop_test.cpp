@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <ctime>
+#include <stdexcept>
 
 #include "TestWorld.h"
 #include "ZORBadConfigException.h"
@@ -681,7 +682,7 @@ TEST_F(PingLoopTest, ItRunsAsAThreadUntilItIsStopped) {
 
 TEST_F(PingLoopTest, AnExceptionEndsTheSupervisionWithALine) {
     begin({ChildXml{}});
-    pingPeer("alpha").onConnect = [] { throw std::bad_alloc(); };
+    pingPeer("alpha").onConnect = [] { throw std::runtime_error("unforeseen"); };
     service.m_supervisor.start();
     service.m_supervisor.join();
     EXPECT_TRUE(supervisorLogged(
