@@ -118,17 +118,24 @@ void TVLStreamWriter::write(std::FILE* stream, std::string_view line, std::strin
     recover();
     const Outlet outlet(fileno(stream), status);
     m_rest.erase(0, push(outlet, m_rest, false));
-    if (m_rest.empty() && sendNotice(outlet, notice) && begin(outlet, line, true)) return;
+    if (m_rest.empty() && (m_dropped == 0 ? begin(outlet, line, true) : resume(outlet, line, notice))) return;
     ++m_dropped;
 }
 
-// False when the line that follows cannot go out now.
-bool TVLStreamWriter::sendNotice(const Outlet& outlet, std::string_view notice) {
-    if (m_dropped == 0) return true;
+// Notice and line are one text: a place may have room left for the one and not for the other, and then the next
+// line would bring a notice of its own. False when the stream still takes nothing.
+bool TVLStreamWriter::resume(const Outlet& outlet, std::string_view line, std::string_view notice) {
+    if (notice.empty()) return false;
     const int told = m_dropped;
-    if (!begin(outlet, notice, false)) return false;
+    try {
+        std::string text(notice);
+        text += line;
+        if (!begin(outlet, text, false)) return false;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     m_dropped -= told;
-    return m_rest.empty();
+    return true;
 }
 
 // False when nothing of the text could be written. What is left of a part is kept.

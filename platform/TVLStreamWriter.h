@@ -2,8 +2,8 @@
 //
 // Purpose: a regular file is written as it is. Everything else (a pipe, a terminal, a socket) is never waited for
 //   longer than its patience, one second in all; from then on its lines are dropped at once until it takes data
-//   again. Then goes out first what is left of a line that was begun, next a notice of how many lines were
-//   dropped, and then the line. Patience comes back at one second a minute, whatever the reader does: nobody can
+//   again. Then goes out first what is left of a line that was begun, and next, in one piece, a notice of how many
+//   lines were dropped and the line. Patience comes back at one second a minute, whatever the reader does: nobody can
 //   slow the writer down by more than a sixtieth.
 // Ownership: no stream is owned or kept. One object per pipe, terminal or socket, shared by all streams that lead
 //   there: lines of two streams would tear each other otherwise.
@@ -31,7 +31,7 @@ class TVLStreamWriter {
 
     // How many lines were dropped since the last notice.
     int dropped() const { return m_dropped; }
-    // `notice` tells of the dropped lines and is used only when there are some; without a notice they stay untold.
+    // `notice` tells of the dropped lines and is used only when there are some; without one this line is dropped too.
     void write(std::FILE* stream, std::string_view line, std::string_view notice) noexcept;
 
   private:
@@ -41,7 +41,7 @@ class TVLStreamWriter {
     bool await(int descriptor);
     std::size_t push(const Outlet& outlet, std::string_view text, bool mayWait);
     bool begin(const Outlet& outlet, std::string_view text, bool mayWait);
-    bool sendNotice(const Outlet& outlet, std::string_view notice);
+    bool resume(const Outlet& outlet, std::string_view line, std::string_view notice);
     void keep(std::string_view rest);
 
     bool m_isShared = false;  // there is a place that other streams may lead to

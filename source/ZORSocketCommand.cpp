@@ -1,5 +1,7 @@
 #include "ZORSocketCommand.h"
 
+#include <string_view>
+
 #include "SEK_Crypto_Interface.h"
 #include "TVLConfigurationFactory.h"
 #include "TVLCrypto.h"
@@ -30,12 +32,12 @@ char sessionDocumentIPv6[] = ZOR_SESSION_DOCUMENT("IPv6");
 // The host part as the service has always cut it: up to the last colon of the whole URI. Deliberate: a colon
 // in the path makes the host part run up to it, and without "//" the host starts at the second character; see
 // ZORSocketCommandTest.AColonInThePathSelectsIPv6.
-std::string hostOf(const std::string& uri) {
+std::string_view hostOf(std::string_view uri) {
     const std::size_t start = uri.find("//") + 2;
     std::size_t end = uri.rfind(':');
-    if (end == std::string::npos || end < start) end = uri.find('/', start);
+    if (end == std::string_view::npos || end < start) end = uri.find('/', start);
     if (start >= uri.size()) return {};
-    return uri.substr(start, end == std::string::npos ? end : end - start);
+    return uri.substr(start, end == std::string_view::npos ? end : end - start);
 }
 
 }  // namespace
@@ -135,9 +137,9 @@ char* ZORSocketCommand::getSessionConfigDoc() {
     // Deliberate: the shutdown command goes out over IPv4 whatever the URI says; see
     // ZORSocketCommandTest.ShutdownGoesOutOverIPv4WhateverTheURISays.
     if (m_command == "SHUTDOWN") return sessionDocumentIPv4;
-    const std::string host = hostOf(m_uri);
-    if (host.find(':') != std::string::npos) return sessionDocumentIPv6;
-    if (host.find('.') != std::string::npos) return sessionDocumentIPv4;
+    const std::string_view host = hostOf(m_uri);
+    if (host.find(':') != std::string_view::npos) return sessionDocumentIPv6;
+    if (host.find('.') != std::string_view::npos) return sessionDocumentIPv4;
     return isConfiguredForIPv6() ? sessionDocumentIPv6 : sessionDocumentIPv4;
 }
 

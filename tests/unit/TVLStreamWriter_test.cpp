@@ -6,20 +6,32 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <csignal>
 #include <functional>
 #include <string>
 
 #include "TVLFile.h"
+#include "TestKit.h"
 #include "VirtualOs.h"
 
 namespace {
 
 enum class Kind { Pipe, NonblockingPipe, Socket, MessageSocket };
+
+std::string nameOf(const testing::TestParamInfo<Kind>& parameter) {
+    return std::array{"Pipe", "NonblockingPipe", "Socket", "MessageSocket"}.at(
+        static_cast<std::size_t>(parameter.param));
+}
+
+void PrintTo(Kind kind, std::ostream* out) {
+    *out << nameOf({kind, 0});
+}
 
 // Two ends: the writer's as a stream, the reader's as a descriptor that never blocks.
 class Link {
@@ -67,6 +79,18 @@ class Link {
     TVLFilePtr m_stream;
 };
 
+// As in the service.
+class IgnoredSigpipe {
+  public:
+    IgnoredSigpipe() : m_before(std::signal(SIGPIPE, SIG_IGN)) {}
+    ~IgnoredSigpipe() { std::signal(SIGPIPE, m_before); }
+    IgnoredSigpipe(const IgnoredSigpipe&) = delete;
+    IgnoredSigpipe& operator=(const IgnoredSigpipe&) = delete;
+
+  private:
+    void (*m_before)(int);
+};
+
 std::string line(int number, std::size_t size = 200) {
     std::string text = std::to_string(number) + " ";
     text.resize(size - 1, 'x');
@@ -101,7 +125,8 @@ class TVLStreamWriterTest : public testing::TestWithParam<Kind> {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, TVLStreamWriterTest,
                          testing::Values(Kind::Pipe, Kind::NonblockingPipe, Kind::Socket,
-                                         Kind::MessageSocket));
+                                         Kind::MessageSocket),
+                         nameOf);
 
 TEST_P(TVLStreamWriterTest, AReaderThatKeepsUpGetsEveryLineAtOnce) {
     for (int i = 0; i < 2000; ++i) {
@@ -176,22 +201,18 @@ TEST_P(TVLStreamWriterTest, PatienceComesBackAtOneSecondAMinute) {
 }
 
 TEST_P(TVLStreamWriterTest, AReaderThatHasGoneIsNotWaitedFor) {
-    struct sigaction before {};
-    struct sigaction ignored {};
-    ignored.sa_handler = SIG_IGN;
-    sigaction(SIGPIPE, &ignored, &before);
+    const IgnoredSigpipe ignored;
     link.closeReader();
     for (int i = 0; i < 2000; ++i)
         write(line(i));
     EXPECT_EQ(os.nowMs(), 0);
     EXPECT_EQ(writer.dropped(), 0) << "there is nobody to be told";
-    sigaction(SIGPIPE, &before, nullptr);
 }
 
 class LongLineTest : public TVLStreamWriterTest {};
 
 INSTANTIATE_TEST_SUITE_P(Kinds, LongLineTest,
-                         testing::Values(Kind::Pipe, Kind::NonblockingPipe, Kind::Socket));
+                         testing::Values(Kind::Pipe, Kind::NonblockingPipe, Kind::Socket), nameOf);
 
 constexpr std::size_t kLong = 1 << 20;
 
@@ -266,6 +287,30 @@ TEST_F(StreamsTest, TheEndOfAPipeIsNotHeldBack) {
     EXPECT_NE(entry.revents & POLLHUP, 0) << "the reader sees the end";
     writer.write(stream.get(), "line\n", "");
     close(ends[0]);
+}
+
+// One reader goes while it is waited for, and the next one comes.
+TEST_F(StreamsTest, ANamedPipeHasReadersOneAfterTheOther) {
+    const IgnoredSigpipe ignored;
+    const InstallFolder folder;
+    const std::string path = folder.path("temp/pipe");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int first = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const TVLFilePtr stream = TVLFile::openLog(path.c_str(), true);
+    ASSERT_TRUE(stream);
+    TVLStreamWriter writer(stream.get());
+    os.at(400, [&] { close(first); });
+    for (int i = 0; i < 2000; ++i)
+        writer.write(stream.get(), line(i), "");
+    EXPECT_LE(os.nowMs(), 410);
+    EXPECT_EQ(writer.dropped(), 0);
+    const int second = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    std::string text(1 << 20, '\0');
+    read(second, text.data(), text.size());
+    writer.write(stream.get(), "back\n", "");
+    const ssize_t got = read(second, text.data(), text.size());
+    EXPECT_EQ(text.substr(0, got < 0 ? 0 : static_cast<std::size_t>(got)), "back\n");
+    close(second);
 }
 
 TEST_F(StreamsTest, StreamsToTheSamePlaceAreKnown) {

