@@ -1,10 +1,14 @@
 // What the service does often or must do cheaply: a suppressed log line, a written one, the substitution of
-// properties. Allocations are counted, so that "builds nothing" is a number.
+// properties, the reading of its document. Allocations are counted, so that "builds nothing" is a number.
 #include <benchmark/benchmark.h>
 
+#include <cstdint>
 #include <string>
 
 #include "CountingNew.h"
+#include "TVLIDOM_Parser.h"
+#include "TextStream.h"
+#include "ZORBootstrapService.h"
 #include "ZORLogger.h"
 #include "ZORPropertyInserter.h"
 
@@ -56,6 +60,38 @@ void substitution(benchmark::State& state) {
     state.SetComplexityN(state.range(0));
 }
 BENCHMARK(substitution)->RangeMultiplier(4)->Range(1 << 10, 1 << 20)->Complexity();
+
+std::string documentOf(std::int64_t children) {
+    std::string text = "<bootstrap>";
+    for (std::int64_t i = 0; i < children; ++i) {
+        text += "<process name='p'><start><spawn><path>${name}/x</path>";
+        for (int k = 0; k < 9; ++k)
+            text += "<param>-D=${name}/x</param>";
+        text += "</spawn></start><stop type='signal'><signal signal='15'/></stop></process>";
+    }
+    return text + "<daemonSpawn><path>x</path></daemonSpawn></bootstrap>";
+}
+
+// A document of many children with ten references each, from its text to children that are ready to start.
+void bootstrapDocument(benchmark::State& state) {
+    quietLog();
+    ZORPropertyInserter::getInstance()->add("name", "/opt/product");
+    TVLIDOM_DOMImplementation::initialize();
+    const std::string text = documentOf(state.range(0));
+    const std::size_t before = countedAllocations();
+    for (auto step : state) {
+        (void)step;
+        TextStream stream(text);
+        TVLIDOM_Document document;
+        TVLIDOM_Parser().parse(stream, document);
+        ZORBootstrapService service;
+        if (service.parseParams(document.getDocumentElement()) != 1) state.SkipWithError("refused");
+    }
+    state.counters["allocations"] = benchmark::Counter(static_cast<double>(countedAllocations() - before),
+                                                       benchmark::Counter::kAvgIterations);
+    TVLIDOM_DOMImplementation::terminate();
+}
+BENCHMARK(bootstrapDocument)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

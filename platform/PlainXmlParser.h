@@ -2,16 +2,20 @@
 //
 // Purpose: reads a document and its internal DTD subset and refuses, with a text and its place, what depends
 //   on anything outside the document or makes a small document big: external entities, entities that are not
-//   declared in it, references to parameter entities, default attribute values, long entities, many expansions
-//   of entities. Declarations that can do neither are read over.
+//   declared in it, references to parameter entities, default attribute values, many expansions of entities.
+//   Declarations that can do neither are read over. It also refuses what would keep the library busy for longer than
+//   the length of the document suggests: a long document type declaration, many different names.
 // Ownership: as the library's parser.
 // Threads: one thread at a time.
-// Units: lengths in UTF-16 units.
+// Units: lengths in bytes of the document.
 // Errors: parse() throws what the library throws; all that is refused is a SAXParseException with its place.
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/util/SecurityManager.hpp>
@@ -19,12 +23,26 @@
 class PlainXmlParser : public xercesc::XercesDOMParser {
   public:
     // Each is enough for any document written by hand. Together the first two bound what entities can add to a
-    // document, the third what declared attributes cost each element.
+    // document; the second also bounds content models, in which the library compares each name with each other. The
+    // third bounds what declared attributes cost each element.
     static constexpr std::size_t kMaxEntityExpansions = 100;
-    static constexpr std::size_t kMaxEntityLength = 100000;
+    static constexpr std::size_t kMaxSubset = 32768;
     static constexpr std::size_t kMaxAttributesOfElement = 100;
+    // The library looks for each name among all the names before it.
+    static constexpr std::size_t kMaxNames = 1000;
+    // What the parser's source should give it at once: the length of the subset is looked at between two blocks, so
+    // that one or two blocks more can pass.
+    static constexpr std::size_t kBlock = 8192;
 
     PlainXmlParser();
+
+    // For the parser's source, around each block: before it is read, and how many bytes it had.
+    void beginBlock() const;
+    void endBlock(std::size_t bytes) { m_subsetLength += bytes; }
+
+    void startElement(const xercesc::XMLElementDecl& element, unsigned int uri, const XMLCh* prefix,
+                      const xercesc::RefVectorOf<xercesc::XMLAttr>& attributes, XMLSize_t attributeCount,
+                      bool isEmpty, bool isRoot) override;
 
     // What the document itself refuses is told with its place, too.
     void XMLDecl(const XMLCh* version, const XMLCh* encoding, const XMLCh* standalone,
@@ -50,12 +68,21 @@ class PlainXmlParser : public xercesc::XercesDOMParser {
     xercesc::InputSource* resolveEntity(xercesc::XMLResourceIdentifier* resource) override;
 
   private:
+    using NameView = std::basic_string_view<XMLCh>;
+    struct NameHash {
+        using is_transparent = void;
+        std::size_t operator()(NameView name) const { return std::hash<NameView>()(name); }
+    };
+
     template <typename Step>
     void placed(Step step) const;
     [[noreturn]] void refuse(const std::string& words) const;
+    void countName(const XMLCh* name);
     void trapReferences(const xercesc::DTDEntityDecl& entity, bool isParameterEntity);
 
     xercesc::SecurityManager m_limits;
     bool m_inSubset = false;
+    std::size_t m_subsetLength = 0;  // what was read since it began
+    std::unordered_set<std::basic_string<XMLCh>, NameHash, std::equal_to<>> m_names;
     std::vector<xercesc::DTDEntityDecl*> m_trapped;  // general entities; the library owns them
 };

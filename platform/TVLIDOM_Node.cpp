@@ -45,18 +45,18 @@ I18NString TVLIDOM_Element::getAttribute(const I18NString& name) const {
 
 I18NString TVLIDOM_Element::getTextContent() const {
     std::string text;
-    for (TVLIDOM_Node at = *this; !at.isNull(); at = TVLIDOM_Helper::nextInDocumentOrder(at, *this)) {
-        const int type = at.getNodeType();
-        if (type == TEXT_NODE || type == CDATA_SECTION_NODE) text += at.getNodeValue().str();
+    for (TVLIDOM_Walk walk(*this); !walk.node().isNull(); walk.advance()) {
+        const int type = walk.node().getNodeType();
+        if (type == TEXT_NODE || type == CDATA_SECTION_NODE) text += walk.node().getNodeValue().str();
     }
     return text;
 }
 
 TVLIDOM_NodeList TVLIDOM_Element::getElementsByTagName(const I18NString& name) const {
     TVLIDOM_NodeList found;
-    TVLIDOM_Node at = TVLIDOM_Helper::nextInDocumentOrder(*this, *this);
-    for (; !at.isNull(); at = TVLIDOM_Helper::nextInDocumentOrder(at, *this)) {
-        if (TVLIDOM_Helper::isElementNamed(at, name)) found.add(at);
+    TVLIDOM_Walk walk(*this);
+    for (walk.advance(); !walk.node().isNull(); walk.advance()) {
+        if (TVLIDOM_Helper::isElementNamed(walk.node(), name)) found.add(walk.node());
     }
     return found;
 }

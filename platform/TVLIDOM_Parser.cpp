@@ -1,7 +1,7 @@
 #include "TVLIDOM_Parser.h"
 
 #include <algorithm>
-#include <limits>
+#include <cstddef>
 #include <xercesc/dom/DOMException.hpp>
 #include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
@@ -14,35 +14,39 @@
 
 namespace {
 
-// Feeds the parser from a stream.
+// Feeds the parser from a stream, block by block.
 class StreamBytes : public xercesc::BinInputStream {
   public:
-    explicit StreamBytes(PLXInputStream& stream) : m_stream(stream) {}
+    StreamBytes(PLXInputStream& stream, PlainXmlParser& parser) : m_stream(stream), m_parser(parser) {}
 
     XMLFilePos curPos() const override { return m_position; }
     const XMLCh* getContentType() const override { return nullptr; }
 
     XMLSize_t readBytes(XMLByte* const buffer, const XMLSize_t count) override {
-        const auto most = static_cast<int>(std::min<XMLSize_t>(count, std::numeric_limits<int>::max()));
+        m_parser.beginBlock();
+        const auto most = static_cast<int>(std::min<XMLSize_t>(count, PlainXmlParser::kBlock));
         const int got = m_stream.read(reinterpret_cast<char*>(buffer), most);
         if (got < 1) return 0;
         m_position += static_cast<XMLFilePos>(got);
+        m_parser.endBlock(static_cast<std::size_t>(got));
         return static_cast<XMLSize_t>(got);
     }
 
   private:
     PLXInputStream& m_stream;
+    PlainXmlParser& m_parser;
     XMLFilePos m_position = 0;
 };
 
 class StreamSource : public xercesc::InputSource {
   public:
-    explicit StreamSource(PLXInputStream& stream) : m_stream(stream) {}
+    StreamSource(PLXInputStream& stream, PlainXmlParser& parser) : m_stream(stream), m_parser(parser) {}
     // The caller owns the result, as the interface has it.
-    xercesc::BinInputStream* makeStream() const override { return new StreamBytes(m_stream); }
+    xercesc::BinInputStream* makeStream() const override { return new StreamBytes(m_stream, m_parser); }
 
   private:
     PLXInputStream& m_stream;
+    PlainXmlParser& m_parser;
 };
 
 std::string oneLine(const I18NString& text) {
@@ -71,7 +75,7 @@ int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document,
                           const std::string& streamError) {
     try {
         PlainXmlParser parser;
-        parser.parse(StreamSource(stream));
+        parser.parse(StreamSource(stream, parser));
         if (streamError.empty()) {
             document.adopt(parser.adoptDocument());
             return 1;

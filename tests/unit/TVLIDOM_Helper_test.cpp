@@ -59,9 +59,8 @@ TEST_F(TVLIDOM_HelperTest, OnlyElementsHaveElementNames) {
 TEST_F(TVLIDOM_HelperTest, WalksEveryNodeOfATreeOnce) {
     const XmlText document("<a><b>1</b><c><d/></c>2</a>");
     std::string names;
-    for (TVLIDOM_Node at = document.root(); !at.isNull();
-         at = TVLIDOM_Helper::nextInDocumentOrder(at, document.root()))
-        names += at.getNodeName().str() + " ";
+    for (TVLIDOM_Walk walk(document.root()); !walk.node().isNull(); walk.advance())
+        names += walk.node().getNodeName().str() + " ";
     EXPECT_EQ(names, "a b #text c d #text ");
 }
 
