@@ -10,24 +10,18 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstddef>
 #include <utility>
 
 class SEKDescriptor {
   public:
     explicit SEKDescriptor(int descriptor = -1) noexcept : m_descriptor(descriptor) {}
-    // Takes over what a system call has just made, under a number above those of the standard streams: a program
-    // that was started without them must not write its messages into a connection. Holds none, and errno says why,
-    // when the call failed or no such number is free.
-    static SEKDescriptor aboveStandard(int descriptor) noexcept {
-        SEKDescriptor made(descriptor);
-        if (descriptor < 0 || descriptor > STDERR_FILENO) return made;
-        SEKDescriptor moved(::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-        const int error = errno;
-        made.reset();
-        errno = error;
-        return moved;
-    }
+    // What the system call makes, under a number above those of the standard streams. Holds none, and errno says
+    // why, when the call failed or no such number is free.
+    template <typename Call>
+    static SEKDescriptor aboveStandard(Call&& call) noexcept;
     SEKDescriptor(SEKDescriptor&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
     SEKDescriptor& operator=(SEKDescriptor&& other) noexcept {
         std::swap(m_descriptor, other.m_descriptor);
@@ -45,5 +39,27 @@ class SEKDescriptor {
     }
 
   private:
+    static SEKDescriptor moved(SEKDescriptor made) noexcept;
+
     int m_descriptor;
 };
+
+// Holds those numbers of the standard streams that are free, so that nothing else is made under them while it lives:
+// a program that was started without these streams must not write its messages into a connection, not even for a
+// moment. What is written to them meanwhile goes nowhere. Leaves errno as it is.
+class SEKStandardNumbers {
+  public:
+    SEKStandardNumbers() noexcept;
+    ~SEKStandardNumbers();
+    SEKStandardNumbers(const SEKStandardNumbers&) = delete;
+    SEKStandardNumbers& operator=(const SEKStandardNumbers&) = delete;
+
+  private:
+    std::array<SEKDescriptor, STDERR_FILENO + 1> m_places;
+};
+
+template <typename Call>
+SEKDescriptor SEKDescriptor::aboveStandard(Call&& call) noexcept {
+    const SEKStandardNumbers held;
+    return moved(SEKDescriptor(std::forward<Call>(call)()));
+}

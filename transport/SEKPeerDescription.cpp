@@ -44,9 +44,10 @@ bool isVerified(const SSL* ssl) {
 }
 
 std::vector<const X509*> listed(const STACK_OF(X509) * certificates) {
-    std::vector<const X509*> list;
-    for (int i = 0; i < sk_X509_num(certificates); ++i)
-        list.push_back(sk_X509_value(certificates, i));
+    // Of no chain the number is -1.
+    std::vector<const X509*> list(static_cast<std::size_t>(std::max(0, sk_X509_num(certificates))));
+    for (std::size_t i = 0; i < list.size(); ++i)
+        list[i] = sk_X509_value(certificates, static_cast<int>(i));
     return list;
 }
 

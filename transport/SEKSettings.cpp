@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <string_view>
 
@@ -59,6 +60,12 @@ std::string storePath(const std::string& uri) {
     return path.rfind("//", 0) == 0 ? path.substr(std::min(path.find('/', 2), path.size())) : path;
 }
 
+// A link that leads nowhere is no absent file.
+bool isFileThere() {
+    struct stat status {};
+    return lstat(SEKSettings::path, &status) == 0 || errno != ENOENT;
+}
+
 // With these suites a peer needs no certificate.
 bool goesWithoutCertificate(const SSL_CIPHER* cipher) {
     const int kind = SSL_CIPHER_get_auth_nid(cipher);
@@ -97,10 +104,9 @@ class SEKSettingsBuilder {
         SSL_CTX_set_default_passwd_cb_userdata(context(), &m_passphraseAsked);
     }
 
-    // Without the file the defaults hold. A link that leads nowhere is no absent file.
+    // Without the file the defaults hold.
     void applyFile() {
-        struct stat status {};
-        m_settings.hasFile = lstat(SEKSettings::path, &status) == 0 || errno != ENOENT;
+        m_settings.hasFile = isFileThere();
         if (!m_settings.hasFile) {
             m_settings.sources.push_back(SEKFileStamp::of(SEKSettings::path));
             return;
@@ -189,7 +195,19 @@ class SEKSettingsBuilder {
         }
     }
 
-    void checkFile(const std::string& path) {
+    // OpenSSL takes no notice of a trust store that is not there.
+    enum class Absent { IsAnError, IsFine };
+
+    // What is missing, and may be, leaves its stamp: it may come.
+    bool isExcused(const std::string& path, Absent absent) {
+        const SEKFileStamp stamp = SEKFileStamp::of(path);
+        if (absent == Absent::IsAnError || stamp.isThere) return false;
+        m_settings.sources.push_back(stamp);
+        return true;
+    }
+
+    void checkFile(const std::string& path, Absent absent = Absent::IsAnError) {
+        if (isExcused(path, absent)) return;
         m_settings.sources.push_back(SEKFileStamp::of(path));
         SEKFile::check(path);
     }
@@ -203,10 +221,11 @@ class SEKSettingsBuilder {
     }
 
     // A list of folders, as for a search path.
-    void checkFolders(const std::string& list) {
+    void checkFolders(const std::string& list, Absent absent = Absent::IsAnError) {
         for (std::size_t begin = 0; begin <= list.size();) {
             const std::size_t end = std::min(list.find(':', begin), list.size());
-            if (end > begin) SEKFile::checkFolder(list.substr(begin, end - begin), m_settings.sources);
+            const std::string path = list.substr(begin, end - begin);
+            if (!path.empty() && !isExcused(path, absent)) SEKFile::checkFolder(path, m_settings.sources);
             begin = end + 1;
         }
     }
@@ -288,8 +307,26 @@ class SEKSettingsBuilder {
     // The system's trust store takes long to read, so only a context that verifies with it pays for it.
     void applyTrust() {
         if (m_trustIsGiven || SSL_CTX_get_verify_mode(context()) == SSL_VERIFY_NONE) return;
+        checkEnvironment();
         if (SSL_CTX_set_default_verify_paths(context()) <= 0)
             throw SEKFailure("cannot read the system's trust store: " + reason());
+    }
+
+    // The places that are compiled in are the administrator's; the environment may name any other.
+    void checkEnvironment() {
+        checkVariable(X509_get_default_cert_file_env(), &SEKSettingsBuilder::checkFile);
+        checkVariable(X509_get_default_cert_dir_env(), &SEKSettingsBuilder::checkFolders);
+    }
+
+    void checkVariable(const char* name, void (SEKSettingsBuilder::*check)(const std::string&, Absent)) {
+        const char* const value = secure_getenv(name);
+        if (value == nullptr) return;
+        try {
+            (this->*check)(value, Absent::IsFine);
+        } catch (const SEKFailure& why) {
+            throw SEKFailure(std::string("cannot read the system's trust store: ") + name + " = " + value +
+                             ": " + why.what());
+        }
     }
 
     // What no setting may change, and what the two ends of a connection rely on.
@@ -330,6 +367,8 @@ SEKSettings SEKSettings::build(const std::string& serviceID, SEKRole role) {
 }
 
 void SEKSettings::renew(const std::string& serviceID, SEKRole role) {
+    // What would hold without the file is dear to build and does not count here.
+    if (hasFile && !isFileThere()) return;
     try {
         SEKSettings fresh = build(serviceID, role);
         if (fresh.hasFile || !hasFile) *this = std::move(fresh);

@@ -70,8 +70,8 @@ SEKSocket::SEKSocket(const SEKSession& session, SEKDescriptor descriptor, const 
 }
 
 void SEKSocket::openDescriptor() {
-    m_descriptor =
-        SEKDescriptor::aboveStandard(socket(m_session.family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    m_descriptor = SEKDescriptor::aboveStandard(
+        [this] { return socket(m_session.family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); });
     if (!m_descriptor.isOpen())
         throw SEKFailure(std::string("cannot create a socket (") + m_session.familyName() +
                          "): " + errnoReason());
@@ -112,8 +112,9 @@ std::shared_ptr<SEKSocket> SEKSocket::accept() {
     while (SEKWait::waitFor(m_descriptor.get(), POLLIN, deadline)) {
         SEKAddress peer;
         socklen_t length = peer.length();
-        SEKDescriptor accepted = SEKDescriptor::aboveStandard(
-            accept4(m_descriptor.get(), peer.buffer(), &length, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        SEKDescriptor accepted = SEKDescriptor::aboveStandard([&] {
+            return accept4(m_descriptor.get(), peer.buffer(), &length, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        });
         if (accepted.isOpen()) {
             peer.setLength(length);
             return std::make_shared<SEKSocket>(m_session, std::move(accepted), peer, m_isSecure);

@@ -47,7 +47,8 @@ void remember(X509_STORE_CTX* store) {
         static_cast<SSL*>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
     if (ssl == nullptr || SSL_get_ex_data(ssl, textIndex()) != nullptr) return;
     auto text = std::make_unique<std::string>(describe(store));
-    if (SSL_set_ex_data(ssl, textIndex(), text.get()) > 0) text.release();
+    // From here on the SSL object owns it.
+    if (SSL_set_ex_data(ssl, textIndex(), text.get()) > 0) static_cast<void>(text.release());
 }
 
 }  // namespace

@@ -213,6 +213,48 @@ TEST_F(SourcesTest, APipeInAFolderOfAuthoritiesIsRefused) {
               place + " VerifyCAPath = ../configuration/authorities: 01234567.0: not a regular file");
 }
 
+// The system's trust store lies where the environment says.
+class EnvironmentTest : public TrustTest {
+  protected:
+    void TearDown() override {
+        unsetenv("SSL_CERT_FILE");
+        unsetenv("SSL_CERT_DIR");
+        TrustTest::TearDown();
+    }
+    // What a handshake says that trusts whom the system trusts.
+    std::string handshakeTrusting(const char* variable, const std::string& value) const {
+        setenv(variable, value.c_str(), 1);
+        const std::string outcome = handshakeUnder("[gateway]\n");
+        unsetenv(variable);
+        return outcome;
+    }
+};
+
+TEST_F(EnvironmentTest, APipeInPlaceOfTheSystemsTrustStoreIsRefusedAtOnce) {
+    const std::string folder = (configuration() / "authorities").string();
+    const std::string pipe = folder + "/01234567.0";
+    fs::create_directory(folder);
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::string failure = "cannot read the system's trust store: ";
+    EXPECT_EQ(handshakeTrusting("SSL_CERT_FILE", pipe),
+              failure + "SSL_CERT_FILE = " + pipe + ": not a regular file");
+    EXPECT_EQ(handshakeTrusting("SSL_CERT_DIR", "/nowhere:" + folder),
+              failure + "SSL_CERT_DIR = /nowhere:" + folder + ": 01234567.0: not a regular file");
+}
+
+TEST_F(EnvironmentTest, ATrustStoreThatIsNotThereTrustsNobody) {
+    EXPECT_EQ(handshakeTrusting("SSL_CERT_FILE", "/nowhere"), notTrusted);
+    EXPECT_EQ(handshakeTrusting("SSL_CERT_DIR", "/nowhere"), notTrusted);
+}
+
+TEST_F(EnvironmentTest, TheTrustStoreOfTheEnvironmentIsReadAnewWhenItChanges) {
+    const fs::path store = configuration() / "store.pem";
+    setenv("SSL_CERT_FILE", store.c_str(), 1);
+    EXPECT_EQ(handshakeUnder("[gateway]\n"), notTrusted);
+    fs::copy_file(pki().authorityFile(), store);
+    EXPECT_EQ(handshake(), "");
+}
+
 class DescribePeerTest : public TrustTest {
   protected:
     static std::string describe(const SekHandle& handle) {
