@@ -185,7 +185,8 @@ class ServiceTlsTest : public SystemTest {
 
     // The dispatcher shows this certificate; it is pinged and stopped over TLS. It works in a folder of its
     // own, so that a test can do with the service's settings what it likes.
-    void dispatcherShows(const TestPki::Issued& certificate) {
+    void dispatcherShows(const TestPki::Issued& certificate, const std::string& spawnAttributes = {},
+                         const std::string& pingAttributes = {}) {
         fs::create_directories(service.path("temp/dispatcher/bin"));
         fs::create_directories(service.path("temp/dispatcher/configuration"));
         service.write("temp/dispatcher/configuration/sek.cnf",
@@ -195,7 +196,7 @@ class ServiceTlsTest : public SystemTest {
         BootstrapXml document;
         document.children.clear();
         document.extra =
-            "<process name=\"dispatcher\"><start><spawn><path>/usr/bin/env</path>" +
+            "<process name=\"dispatcher\"><start><spawn " + spawnAttributes + "><path>/usr/bin/env</path>" +
             parameter("--chdir=" + service.path("temp/dispatcher/bin")) +
             parameter("${bin_path}/sampledispatcher") + parameter("--listen=${dispatcherURI}") +
             parameter("--service=shown") + parameter("--log-file=" + service.path("logs/dispatcher.log")) +
@@ -203,7 +204,8 @@ class ServiceTlsTest : public SystemTest {
             "commandString=\"SHUTDOWN\"/></stop><ping><socketSend URI=\"${dispatcherURI}\" "
             "commandString=\"PING\" "
             "sockIOTimeoutSec=\"5\" responseSize=\"64\" responseOK=\"READY\" responseFatal=\"FATAL\" "
-            "responseRetry=\"STARTING\"/></ping></process>";
+            "responseRetry=\"STARTING\" " +
+            pingAttributes + "/></ping></process>";
         service.bootstrap(document);
     }
 
@@ -246,6 +248,52 @@ TEST_F(ServiceTlsTest, ADispatcherIsPingedAndStoppedOverTls) {
     EXPECT_TRUE(service.inOrder({"WARN PingChildProcess stopAction->execute() return status = 1",
                                  "INFO PingChildProcess no processes are alive."}));
     EXPECT_NE(service.read("logs/dispatcher.log").find("shutdown command, ending"), std::string::npos);
+}
+
+// The whole of a log but what is there to be informed by.
+std::vector<std::string> complaintsOf(const std::string& log) {
+    std::istringstream lines(log);
+    std::vector<std::string> complaints;
+    for (std::string line; std::getline(lines, line);) {
+        for (const char* const level : {"WARN ", "ERROR ", "FATAL "}) {
+            if (line.rfind(level, 0) == 0) complaints.push_back(line);
+        }
+    }
+    return complaints;
+}
+
+TEST_F(ServiceTlsTest, ACleanLifeIsNothingToComplainAbout) {
+    const auto parameter = [](const std::string& name, const std::string& type, const std::string& value) {
+        return "<vrx:parameter name=\"" + name + "\"><vrx:value xsi:type=\"xsd:" + type + "\">" + value +
+               "</vrx:value></vrx:parameter>";
+    };
+    service.startup("<ZOR>" + parameter("dispatcherStopWaitTime", "unsignedShort", "5") +
+                    parameter("dispatcherPingTimeout", "unsignedShort", "60") +
+                    parameter("dispatcherMaxMemory", "unsignedInt", "1024") +
+                    parameter("shutdownPort", "unsignedShort", "9301") +
+                    "</ZOR><temp>../temp</temp><internalDispatcher>" + m_uri +
+                    "</internalDispatcher><components><component name=\"dispatcher\" version=\"1.0\"/>"
+                    "</components>");
+    // The dispatcher is given the time to listen before it is pinged.
+    dispatcherShows(m_pki.issueForLocalhost(), "sync=\"2\"", "dependency=\"dispatcher\"");
+    const RunResult started = service.startDaemon();
+    EXPECT_EQ(started.exitCode, 0) << testing::PrintToString(started);
+    EXPECT_EQ(service.run({"-isrunning"}).exitCode, 0);
+    ASSERT_TRUE(service.waitFor("three pings", [&] {
+        return service.countLogged("DEBUG", "PingChildProcess", "process dispatcher pinged successfully.") >=
+               3;
+    }));
+    const pid_t daemon = service.daemonPid();
+    EXPECT_EQ(service.run({"-stop", "-testDeadInterval=1"}).exitCode, 0);
+    EXPECT_EQ(service.exitCodeOf(daemon), 0);
+    EXPECT_TRUE(service.logged("INFO", "ZORBootstrapService", "Done."));
+    // How a child was stopped is told as a warning, whatever the outcome.
+    EXPECT_EQ(complaintsOf(service.log()),
+              std::vector<std::string>{"WARN PingChildProcess stopAction->execute() return status = 1"});
+    for (const char* const command : {"start", "isrunning", "stop"}) {
+        EXPECT_NE(service.log(command), "") << command;
+        EXPECT_EQ(complaintsOf(service.log(command)), std::vector<std::string>{}) << command;
+    }
 }
 
 TEST_F(ServiceTlsTest, AClientStuckInItsHandshakeDelaysNoPing) {

@@ -1,11 +1,14 @@
 #include "WorkCounter.h"
 
 #include <cstddef>
+#include <utility>
 
 namespace {
 
 bool counting = false;
 std::uint64_t steps = 0;
+std::function<void()> betweenSteps;
+bool looking = false;  // what is called to look may itself consist of such blocks
 
 void count(std::size_t bytes) {
     if (counting) steps += bytes;
@@ -23,6 +26,10 @@ std::uint64_t WorkCounter::stop() {
     return steps;
 }
 
+void WorkCounter::lookBetweenSteps(std::function<void()> look) {
+    betweenSteps = std::move(look);
+}
+
 // The names are the compiler's and the linker's: --wrap sends every call of memcpy to __wrap_memcpy and names
 // the library's own __real_memcpy.
 // NOLINTBEGIN(bugprone-reserved-identifier): see above
@@ -30,6 +37,10 @@ extern "C" {
 
 void __sanitizer_cov_trace_pc() {
     count(1);
+    if (looking || !betweenSteps) return;
+    looking = true;
+    betweenSteps();
+    looking = false;
 }
 
 void* __real_memcpy(void* to, const void* from, std::size_t size);
