@@ -54,6 +54,7 @@ constexpr int kControlIntervalSec = 6;
 constexpr int kReadyTries = 50;
 constexpr int kReadyIntervalSec = 6;
 
+// Deliberate: "actvities"; see CommandModesTest.EverySpellingOfHelpShowsTheUsage.
 constexpr const char* kUsage =
     "\nvelbootstrapservice - manage the Velmora Bootstrap Service daemon.\n"
     "\t-java_home is required unless the environment variable JAVA_HOME variable is defined.\n\n"
@@ -221,7 +222,8 @@ void warnOfOthersFile(const std::string& path, std::FILE* file) {
         path.c_str(), std::to_string(owner).c_str());
 }
 
-// Not installed for any signal: termination signals are awaited, not caught.
+// Deliberate: installed for no signal, since termination signals are awaited, not caught; see
+// RulesTest.WhatIsKeptUnusedIsUsedByNothing.
 [[maybe_unused]] void ignoreSignal(int /*signal*/) {}
 
 [[maybe_unused]] void stopOnSignal(int /*signal*/) {
@@ -298,6 +300,7 @@ bool ZORBootstrapService::readStartupConfiguration() {
         if (initZORElement() != 0) prepareProperties();
         return true;
     } catch (const ZORBadConfigException& exception) {
+        // Deliberate: spelt so; see CommandModesTest.AStartupConfigurationThatCannotBeReadEndsTheCommand.
         errorText << "Error occured processing configuration. Error message:\n" << exception.getMessage();
     }
     logger->log(ZOR_FATAL, "%s", errorText.str());
@@ -581,6 +584,7 @@ int ZORBootstrapService::getPid(int* pid) {
     *pid = TVLNumber::parse(line.data());
     logger->log(ZOR_DEBUG, "isRunningUnix() - testing pid %d to see if process is alive.", *pid);
     if (mayBeNamed(*pid, owner) && testPID(*pid, logger) != 0) return 1;
+    // Deliberate: worded so; see DaemonControlTest.AStalePidFileIsLeftInPlace.
     logger->log(ZOR_DEBUG, "process may not be not alive but pid file is hanging around.");
     *pid = 0;
     return 0;

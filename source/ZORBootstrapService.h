@@ -110,6 +110,7 @@ class ZORBootstrapService : public ZORNTService {
     PingChildProcess m_supervisor;
     TVLIDOM_Element m_zorElement;
     int m_startupDelayMs = 0;
+    // Deliberate: these two have no other use; see BootstrapDocumentTest.RootAttributesAreReadAndLogged.
     int m_pingRetries = 5;           // stored and logged; nothing reads it
     int m_pingRetryIntervalSec = 2;  // likewise
     TVLThreadMutex m_lock;           // held while the children are deleted
