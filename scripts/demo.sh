@@ -207,7 +207,7 @@ free_ports() {
 make_installation() {
     rm -rf "$stage"
     port=$(free_ports)
-    "$root/sample/tomcat/velbootstrap-tomcat" --programs "$build/bin" --port "$port" "$stage" >/dev/null
+    "$root/programs/velbootstrap-tomcat" --programs "$build/bin" --port "$port" "$stage" >/dev/null
     sed -i 's/pollIntervalsec="10"/pollIntervalsec="2"/' "$stage/bin/bootstrap_linuxi38632.xml"
     sed -i 's/>30</>2</' "$stage/configuration/startup.xml"
     sed -i '/<run>/,/<\/run>/s/level="INFO"/level="DEBUG"/' "$stage/bin/zorlogconfig.xml"

@@ -47,5 +47,5 @@ mkdir -p "$stage/bin" "$stage/configuration"
 stage=$(realpath "$stage")
 copy_programs
 copy_configuration
-"$root/sample/tomcat/make-certificates" --days 30 "$stage/configuration"
+"$root/programs/make-certificates" --days 30 "$stage/configuration"
 echo "Staged in $stage, dispatcher on port $port."

@@ -58,6 +58,7 @@ PingChildProcess::~PingChildProcess() {
 void PingChildProcess::prepare(TVLIDOM_Element root) {
     const TVLIDOM_Element manager = TVLIDOM_Helper::findFirstElementWithName(root, "processManager");
     if (manager.isNull()) {
+        // Deliberate: not the element's name; see PingLoopTest.WithoutAProcessManagerEverythingIsDefault.
         logger->log(ZOR_WARN, "no procManager element in config, using default poll interval, etc.");
         return;
     }
@@ -247,6 +248,7 @@ void PingChildProcess::examinePending(ZORChildProcess& child, Cycle& cycle) {
     ++child.m_pingCounter;
     const bool patienceIsOver = child.m_pingCounter > 1;
     if (patienceIsOver) {
+        // Deliberate: "two polls"; see PingLoopTest.APendingChildIsLeftOneCycleThenKilledAndRestartedAtOnce.
         logger->log(ZOR_DEBUG,
                     "unresponsive process %s still hasn't stopped after two polls intervals, so kill it",
                     child.getName());

@@ -57,7 +57,8 @@ bool readNumber(const TVLIDOM_Element& root, const char* attribute, int& value) 
     return true;
 }
 
-// Not installed for any signal: termination signals are awaited, not caught.
+// Deliberate: installed for no signal, since termination signals are awaited, not caught; see
+// RulesTest.WhatIsKeptUnusedIsUsedByNothing.
 [[maybe_unused]] void ignoreSignal(int /*signal*/) {}
 
 [[maybe_unused]] void stopOnSignal(int /*signal*/) {
@@ -116,6 +117,7 @@ bool ZORBootstrapService::readStartupConfiguration() {
         if (initZORElement() != 0) prepareProperties();
         return true;
     } catch (const ZORBadConfigException& exception) {
+        // Deliberate: spelt so; see CommandModesTest.AStartupConfigurationThatCannotBeReadEndsTheCommand.
         errorText << "Error occured processing configuration. Error message:\n" << exception.getMessage();
     }
     logger->log(ZOR_FATAL, "%s", errorText.str());

@@ -115,6 +115,7 @@ class ZORBootstrapService : public ZORNTService {
     ZORDaemonControl m_control;
     ZORStartupProperties m_startup;
     int m_startupDelayMs = 0;
+    // Deliberate: these two have no other use; see BootstrapDocumentTest.RootAttributesAreReadAndLogged.
     int m_pingRetries = 5;           // stored and logged; nothing reads it
     int m_pingRetryIntervalSec = 2;  // likewise
     TVLThreadMutex m_lock;           // held while the children are deleted

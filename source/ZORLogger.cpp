@@ -114,7 +114,8 @@ ZORConsole* ZORConsole::m_pConsole = nullptr;
 
 namespace {
 
-// The console has nothing to log yet; its name among the loggers is taken all the same.
+// Deliberate: the console logs nothing, its name among the loggers is taken all the same; see
+// RulesTest.WhatIsKeptUnusedIsUsedByNothing.
 [[maybe_unused]] ZORLogger* const consoleLogger = ZORLoggerFactory::getInstance()->getLogger("ZORConsole");
 
 }  // namespace

@@ -30,6 +30,7 @@ constexpr std::array kRows{
 // The first section that any option given names.
 constexpr std::array kSectionOrder{"start", "stop", "isrunning", "run"};
 
+// Deliberate: "actvities"; see CommandModesTest.EverySpellingOfHelpShowsTheUsage.
 constexpr const char* kUsage =
     "\nvelbootstrapservice - manage the Velmora Bootstrap Service daemon.\n"
     "\t-java_home is required unless the environment variable JAVA_HOME variable is defined.\n\n"

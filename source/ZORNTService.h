@@ -41,8 +41,9 @@ class ZORNTService {
 
   private:
     std::array<char, 256> m_serviceName{};
-    [[maybe_unused]] std::int32_t m_status = 1;    // nothing reads it
-    [[maybe_unused]] std::int32_t m_reserved = 0;  // likewise
+    // Deliberate: nothing reads these two; see RulesTest.WhatIsKeptUnusedIsUsedByNothing.
+    [[maybe_unused]] std::int32_t m_status = 1;
+    [[maybe_unused]] std::int32_t m_reserved = 0;
     std::int32_t m_exitCode = 0;
     std::int32_t m_runningAsApplication = 0;
     std::int32_t m_runningAsService = 0;

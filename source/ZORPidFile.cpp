@@ -86,6 +86,7 @@ bool ZORPidFile::read(int& pid) const {
     pid = TVLNumber::parse(line.data());
     logger->log(ZOR_DEBUG, "isRunningUnix() - testing pid %d to see if process is alive.", pid);
     if (mayName(pid, owner) && testPID(pid, logger) != 0) return true;
+    // Deliberate: worded so; see DaemonControlTest.AStalePidFileIsLeftInPlace.
     logger->log(ZOR_DEBUG, "process may not be not alive but pid file is hanging around.");
     pid = 0;
     return false;

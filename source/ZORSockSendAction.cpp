@@ -40,6 +40,7 @@ struct MarkerTexts {
     const char* read;
 };
 
+// Deliberate: "longer that"; see ZORSockSendActionTest.AMarkerLongerThanTheAnswerIsSwitchedOff.
 constexpr MarkerTexts kOK{"responseOK", "configured OK response is longer that the response length.",
                           "responseOK is \"%s\""};
 constexpr MarkerTexts kFatal{"responseFatal", "configured FATAL response is longer that the response length.",
@@ -140,6 +141,7 @@ int ZORSockSendAction::readResponse() {
     logger->log(ZOR_DEBUG, "successful send, now read response...");
     const int received = m_command->getResponse(m_responseSize, answer.get());
     if (received < 0) {
+        // Deliberate: spelt so; see ZORSockSendActionTest.AnAnswerThatCannotBeReadGivesMinusOne.
         logger->log(ZOR_DEBUG, "error occured while reading response.");
     } else {
         tidyString(answer.get(), m_responseSize);
@@ -159,6 +161,7 @@ int ZORSockSendAction::classify(const char* answer, int received) const {
         return ZOR_FATAL_ANSWER;
     }
     if (holds(answer, m_responseRetry)) {
+        // Deliberate: whatever the child is; see ZORSockSendActionTest.AnswersAreClassifiedByTheirMarkers.
         logger->log(ZOR_DEBUG, "Tomcat is not ready, retry...");
         return ZOR_RETRY_ANSWER;
     }

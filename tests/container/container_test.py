@@ -29,7 +29,7 @@ PING_PAUSE, CONNECTION, HANDSHAKE, READINESS_CHECK = 2, 10, 12, 6
 
 def certificates():
     with tempfile.TemporaryDirectory(prefix="vbs_certificates_") as folder:
-        subprocess.run([SAMPLE / "make-certificates", folder], check=True)
+        subprocess.run([SOURCES / "programs/make-certificates", folder], check=True)
         return {file.name: file.read_bytes() for file in pathlib.Path(folder).iterdir()}
 
 

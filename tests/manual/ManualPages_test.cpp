@@ -99,7 +99,7 @@ TEST_F(ManualPagesTest, EachOptionThatTheServiceReadsIsDescribed) {
 }
 
 TEST_F(ManualPagesTest, EachOptionOfTheTomcatScriptIsDescribed) {
-    ExternalProgram script({(repository::root() / "sample/tomcat/velbootstrap-tomcat").string(), "--help"});
+    ExternalProgram script({(repository::root() / "programs/velbootstrap-tomcat").string(), "--help"});
     ASSERT_EQ(script.waitForEnd(), 0) << script.words();
     const std::set<std::string> options = matches(script.words(), "(--[a-z-]+)");
     EXPECT_GE(options.size(), 6U);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
@@ -107,6 +108,27 @@ TEST(RulesTest, EachDeliberateOddityNamesTheTestThatHoldsIt) {
         }
     }
     EXPECT_GT(found, 20U);
+}
+
+// How often the code of the files names something; comments are left out.
+std::ptrdiff_t timesNamed(const std::string& name, const std::vector<fs::path>& files) {
+    const std::regex word("\\b" + name + "\\b");
+    std::ptrdiff_t times = 0;
+    for (const fs::path& file : files) {
+        for (const std::string& line : repository::split(repository::read(file), "\n")) {
+            const std::string code = line.substr(0, line.find("//"));
+            times += std::distance(std::sregex_iterator(code.begin(), code.end(), word), {});
+        }
+    }
+    return times;
+}
+
+// What the sources keep although nothing uses it: its definition is the only place that names it.
+TEST(RulesTest, WhatIsKeptUnusedIsUsedByNothing) {
+    const std::vector<fs::path> sources = filesOf({"source"}, {".cpp", ".h"});
+    for (const char* const name : {"ignoreSignal", "stopOnSignal", "consoleLogger", "m_status", "m_reserved"})
+        EXPECT_EQ(timesNamed(name, sources), 1) << name;
+    EXPECT_EQ(timesNamed("logger", {repository::root() / "source/ZORNTService.cpp"}), 1);
 }
 
 // --- includes ---

@@ -31,7 +31,7 @@ Said say(std::vector<std::string> command) {
 Said makeInstallation(const std::vector<std::string>& arguments,
                       const std::vector<std::string>& circumstances) {
     std::vector<std::string> command = circumstances;
-    for (const char* const word : {VBS_TOMCAT_SAMPLE "/velbootstrap-tomcat", "--programs", VBS_PROGRAMS})
+    for (const char* const word : {VBS_SCRIPTS "/velbootstrap-tomcat", "--programs", VBS_PROGRAMS})
         command.emplace_back(word);
     command.insert(command.end(), arguments.begin(), arguments.end());
     return say(command);
