@@ -376,8 +376,6 @@ int ZORBootstrapService::startDaemon(ZORCmdLine& cmdLine) {
     return 0;
 }
 
-// ---- Bootstrap document ----
-
 int ZORBootstrapService::parseParams(TVLIDOM_Element root) {
     readRootAttributes(root);
     m_supervisor.prepare(root);

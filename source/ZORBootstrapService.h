@@ -116,7 +116,8 @@ class ZORBootstrapService : public ZORNTService {
     ZORStartupProperties m_startup;
     int m_startupDelayMs = 0;
     // Deliberate: these two have no other use; see BootstrapDocumentTest.RootAttributesAreReadAndLogged.
-    int m_pingRetries = 5;           // stored and logged; nothing reads it
-    int m_pingRetryIntervalSec = 2;  // likewise
-    TVLThreadMutex m_lock;           // held while the children are deleted
+    // Deliberate: these two have no other use; see BootstrapDocumentTest.RootAttributesAreReadAndLogged.
+    int m_pingRetries = 5;
+    int m_pingRetryIntervalSec = 2;
+    TVLThreadMutex m_lock;  // held while the children are deleted
 };
