@@ -119,11 +119,11 @@ TEST_F(TVLOsTest, AClosedStandardStreamsNumberIsTaken) {
 TEST_F(TVLOsTest, OpenStandardStreamsStayAsTheyAre) {
     const pid_t child = fork();
     if (child == 0) {
-        const int free = dup(STDERR_FILENO);
-        ::close(free);
+        const int before = dup(STDERR_FILENO);
+        ::close(before);
         TVLOs::occupyStandardStreams();
         const bool kept = fcntl(STDOUT_FILENO, F_GETFD) == 0 && fcntl(STDERR_FILENO, F_GETFD) == 0;
-        _exit(kept && dup(STDERR_FILENO) == free ? 0 : 1);
+        _exit(kept && dup(STDERR_FILENO) == before ? 0 : 1);
     }
     EXPECT_EQ(statusOf(child), 0);
 }

@@ -219,12 +219,11 @@ TEST(TVLThreadTest, TheClockIsMonotonic) {
     clock_gettime(CLOCK_MONOTONIC, &before);
     const std::int64_t nowMs = TVLOs::current().nowMs();
     clock_gettime(CLOCK_MONOTONIC, &after);
-    const auto inMs = [](const timespec& time) {
-        return std::int64_t{time.tv_sec} * 1000 + std::int64_t{time.tv_nsec} / 1000000;
+    const auto inMsRoundedUp = [](const timespec& time) {
+        return std::int64_t{time.tv_sec} * 1000 + (std::int64_t{time.tv_nsec} + 999999) / 1000000;
     };
-    EXPECT_GE(nowMs, inMs(before));
-    // Rounded up, so that no deadline counted from it comes early.
-    EXPECT_LE(nowMs, inMs(after) + 1);
+    EXPECT_GE(nowMs, inMsRoundedUp(before));
+    EXPECT_LE(nowMs, inMsRoundedUp(after));
 }
 
 }  // namespace
