@@ -35,7 +35,7 @@ with_tables() {
             schema=${BASH_REMATCH[1]} table=${BASH_REMATCH[2]}
             printf '%s' "$margin"
             xsltproc --nonet --stringparam table "$table" --stringparam format "$2" \
-                --stringparam tables "$(tables_of "$schema" "${lines[@]}")" schemas/tables.xsl "schemas/$schema.xsd"
+                --stringparam tables "$(tables_of "$schema" "${lines[@]}")" scripts/tables.xsl "schemas/$schema.xsd"
             printf '%s' "$margin"
         fi
     done

@@ -19,7 +19,7 @@
   <xsl:param name="tables"/>
   <xsl:param name="format"/>
 
-  <xsl:variable name="vrx" select="document('vrx.xsd')/xs:schema"/>
+  <xsl:variable name="vrx" select="document('../schemas/vrx.xsd')/xs:schema"/>
 
   <xsl:template match="/xs:schema">
     <xsl:variable name="type" select="xs:complexType[@name = $table] | xs:element[@name = $table]/xs:complexType"/>
