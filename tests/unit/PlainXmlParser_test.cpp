@@ -233,7 +233,7 @@ TEST_F(PlainXmlParserTest, ALongDocumentTypeDeclarationIsAnError) {
     const auto content = [](const std::string& first, int count, const std::string& last) {
         std::string text = "<!DOCTYPE a [\n<!ELEMENT a (" + first;
         for (int i = 0; i < count; ++i)
-            text += "|b" + std::to_string(i);
+            text.append("|b").append(std::to_string(i));
         return text + last + ">]><a>x</a>";
     };
     EXPECT_EQ(textOf(content("b", 5000, ")")), "x");
@@ -262,7 +262,7 @@ class PlainXmlParserNamesTest : public PlainXmlParserTest {
     static std::string numbered(const std::string& before, int count, const std::string& after) {
         std::string text;
         for (int i = 0; i < count; ++i)
-            text += before + std::to_string(i) + after;
+            text.append(before).append(std::to_string(i)).append(after);
         return text;
     }
     void expectTooMany(const std::string& text, const std::string& place) {
