@@ -18,10 +18,6 @@
 
 namespace {
 
-const char* familyName(int family) {
-    return family == AF_INET6 ? "IPv6" : "IPv4";
-}
-
 struct LookupResult {
     int code = 0;
     int systemError = 0;
@@ -51,7 +47,7 @@ LookupResult lookUp(const std::string& host, std::uint16_t port, int family, int
 }
 
 [[noreturn]] void refuse(const std::string& host, int family, const std::string& reason) {
-    throw SEKFailure("cannot resolve " + host + " (" + familyName(family) + "): " + reason);
+    throw SEKFailure("cannot resolve " + host + " (" + SEKAddress::familyName(family) + "): " + reason);
 }
 
 // getaddrinfo knows no time limit, so a look-up that may ask a name server runs on a thread of its own. The
@@ -88,6 +84,10 @@ bool isUnknownName(int code) {
 }
 
 }  // namespace
+
+const char* SEKAddress::familyName(int family) {
+    return family == AF_INET6 ? "IPv6" : "IPv4";
+}
 
 SEKAddress::SEKAddress(const sockaddr* address, socklen_t length)
     : m_length(std::min<socklen_t>(length, sizeof m_storage)) {

@@ -23,6 +23,9 @@ class SEKAddress {
     // From the arguments of an entry point: refuses null, a bad length and any other family.
     static SEKAddress checked(const sockaddr_storage* address, long length, int family);
 
+    // The family in the words of the session document, for messages, too.
+    static const char* familyName(int family);
+
     enum class Use { Connect, Bind };
     // All addresses of the host in that family, in the resolver's order; at least one. The host "*" is any
     // local address when the use is Bind; "localhost" and names that end in ".localhost", with or without a final

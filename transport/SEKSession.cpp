@@ -45,10 +45,6 @@ int familyNamed(const std::string& name) {
 
 }  // namespace
 
-const char* SEKSession::familyName() const {
-    return family == AF_INET6 ? "IPv6" : "IPv4";
-}
-
 SEKSession SEKSession::parse(const char* text) {
     const SEKDocument document = parseDocument(text, "sessionConfigDocument");
     checkNamespace(document);

@@ -15,9 +15,6 @@ struct SEKSession {
     int family = 0;         // AF_INET or AF_INET6: the only family that is tried
     std::string text{};     // the document itself, to know it again
 
-    // The words of the session document for the family.
-    const char* familyName() const;
-
     // Reads a sessionConfigDocument, whose root is in the crypto-schema namespace or in none; elements that it does
     // not know are passed over. Null is refused like any other text that is none.
     static SEKSession parse(const char* document);

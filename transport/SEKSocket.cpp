@@ -1,54 +1,24 @@
 #include "SEKSocket.h"
 
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/time.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
+#include "SEKConnector.h"
 #include "SEKErrors.h"
 #include "SEKLibrary.h"
+#include "SEKUri.h"
 #include "SEK_Crypto_Interface.h"
 
 namespace {
 
-constexpr std::size_t reasonsToldOfAddresses = 8;      // a name server may list thousands
 constexpr std::size_t farewellLimitBytes = 1U << 20U;  // more unread data than this is not waited for
 
 std::string errnoReason() {
     return SEKErrors::systemReason(errno);
-}
-
-bool switchOn(int descriptor, int level, int option) {
-    const int on = 1;
-    return setsockopt(descriptor, level, option, &on, sizeof on) == 0;
-}
-
-// Rounded up, so that no wait ends early; a limit beyond the bounds of the clock is cut by SEKDeadline anyway.
-std::int64_t toMs(const timeval& time) {
-    const std::int64_t seconds = std::clamp<std::int64_t>(time.tv_sec, -1, 2'000'000);
-    const std::int64_t micros = std::clamp<std::int64_t>(time.tv_usec, 0, 1'000'000);
-    return seconds * 1000 + (micros + 999) / 1000;
-}
-
-timeval toTimeval(std::int64_t ms) {
-    timeval time{};
-    time.tv_sec = static_cast<decltype(time.tv_sec)>(ms / 1000);
-    time.tv_usec = static_cast<decltype(time.tv_usec)>(ms % 1000 * 1000);
-    return time;
-}
-
-// The error of a connection attempt that is under way; 0 when it succeeded.
-int pendingError(int descriptor) {
-    int error = 0;
-    socklen_t length = sizeof error;
-    if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) != 0) return errno;
-    return error;
 }
 
 // Errors of accept that concern one connection that has already gone, not the listener.
@@ -60,61 +30,44 @@ bool isPassing(int error) {
 
 }  // namespace
 
-SEKSocket::SEKSocket(const SEKSession& session) : m_session(session) {
-    openDescriptor();
-}
+SEKSocket::SEKSocket(const SEKSession& session) : m_session(session), m_endpoint(session.family) {}
 
 SEKSocket::SEKSocket(const SEKSession& session, SEKDescriptor descriptor, const SEKAddress& peer, bool secure)
-    : m_session(session), m_descriptor(std::move(descriptor)), m_role(SEKRole::Server), m_isSecure(secure) {
+    : m_session(session),
+      m_endpoint(session.family, std::move(descriptor)),
+      m_role(SEKRole::Server),
+      m_isSecure(secure) {
     becomeConnected(peer, peer.hostText());
-}
-
-void SEKSocket::openDescriptor() {
-    m_descriptor = SEKDescriptor::aboveStandard(
-        [this] { return socket(m_session.family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); });
-    if (!m_descriptor.isOpen())
-        throw SEKFailure(std::string("cannot create a socket (") + m_session.familyName() +
-                         "): " + errnoReason());
-    // The session's family is the only one that may be used, also through mapped addresses.
-    if (m_session.family == AF_INET6) switchOn(m_descriptor.get(), IPPROTO_IPV6, IPV6_V6ONLY);
-    for (const Option& option : m_options)
-        setsockopt(m_descriptor.get(), SOL_SOCKET, option.name, option.value.data(),
-                   static_cast<socklen_t>(option.value.size()));
-    m_wasTried = false;
 }
 
 void SEKSocket::bind(const SEKAddress& address) {
     requireState(State::Fresh, "bind");
-    switchOn(m_descriptor.get(), SOL_SOCKET, SO_REUSEADDR);
-    if (::bind(m_descriptor.get(), address.get(), address.length()) != 0)
-        throw SEKFailure("cannot bind to " + address.text() + ": " + errnoReason());
-    m_bound = localAddress();
+    m_endpoint.bind(address);
 }
 
 void SEKSocket::bindUrl(const std::string& url) {
     const SEKUri uri = SEKUri::parse(url);
     bind(SEKAddress::resolve(uri.host(), uri.port(), m_session.family, SEKAddress::Use::Bind,
-                             SEKDeadline(connectLimitMs))
+                             SEKDeadline(SEKConnector::limitMs))
              .front());
     m_isSecure = uri.isSecure();
 }
 
 void SEKSocket::listen(int backlog) {
     if (m_state == State::Connected) requireState(State::Fresh, "listen");
-    if (::listen(m_descriptor.get(), backlog) != 0)
+    if (::listen(descriptor(), backlog) != 0)
         throw SEKFailure("cannot listen on " + localAddress().text() + ": " + errnoReason());
     m_state = State::Listening;
 }
 
 std::shared_ptr<SEKSocket> SEKSocket::accept() {
     requireState(State::Listening, "accept");
-    const SEKDeadline deadline(m_receiveLimitMs);
-    while (SEKWait::waitFor(m_descriptor.get(), POLLIN, deadline)) {
+    const SEKDeadline deadline(m_endpoint.options().receiveLimitMs());
+    while (SEKWait::waitFor(descriptor(), POLLIN, deadline)) {
         SEKAddress peer;
         socklen_t length = peer.length();
-        SEKDescriptor accepted = SEKDescriptor::aboveStandard([&] {
-            return accept4(m_descriptor.get(), peer.buffer(), &length, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        });
+        SEKDescriptor accepted = SEKDescriptor::aboveStandard(
+            [&] { return accept4(descriptor(), peer.buffer(), &length, SOCK_CLOEXEC | SOCK_NONBLOCK); });
         if (accepted.isOpen()) {
             peer.setLength(length);
             return std::make_shared<SEKSocket>(m_session, std::move(accepted), peer, m_isSecure);
@@ -127,8 +80,7 @@ std::shared_ptr<SEKSocket> SEKSocket::accept() {
 
 void SEKSocket::connect(const SEKAddress& address) {
     requireState(State::Fresh, "connect");
-    const std::string reason = tryConnect(address, SEKDeadline(connectLimitMs));
-    if (!reason.empty()) throw SEKFailure("cannot connect to " + address.text() + ": " + reason);
+    SEKConnector(m_endpoint).connect(address);
     m_isSecure = false;
     becomeConnected(address, address.hostText());
 }
@@ -139,67 +91,32 @@ bool SEKSocket::connectUrl(const std::string& url, const char* sessionDocument) 
         // Callers hand over the document that they made the handle with, which is read already.
         if (sessionDocument != nullptr && m_session.text != sessionDocument)
             useSession(SEKSession::parse(sessionDocument));
-        connectTo(SEKUri::parse(url));
-        m_url = url;
+        connectTo(url);
     }
     if (m_url != url) throw SEKFailure("cannot connect to " + url + ": already connected to " + m_peerText);
     return !m_isSecure || (m_stream.has_value() && m_stream->isEstablished());
 }
 
 void SEKSocket::useSession(const SEKSession& session) {
-    if (session.family != m_session.family)
+    if (session.family != family())
         throw SEKFailure(std::string("bad sessionConfigDocument: the handle is for ") +
-                         m_session.familyName());
+                         SEKAddress::familyName(family()));
     m_session = session;
 }
 
-void SEKSocket::connectTo(const SEKUri& uri) {
-    const SEKDeadline deadline(connectLimitMs);
-    if (uri.port() == 0) throw SEKFailure("cannot connect to " + uri.authority() + ": no port");
-    const std::vector<SEKAddress> addresses =
-        SEKAddress::resolve(uri.host(), uri.port(), m_session.family, SEKAddress::Use::Connect, deadline);
-    const SEKAddress* reached = nullptr;
-    std::string reasons;
-    for (std::size_t i = 0; i < addresses.size() && reached == nullptr; ++i) {
-        const std::string reason = tryConnect(addresses[i], deadline.share(addresses.size() - i));
-        if (reason.empty())
-            reached = &addresses[i];
-        else if (i < reasonsToldOfAddresses)
-            reasons += (reasons.empty() ? "" : "; ") + addresses[i].text() + ": " + reason;
-    }
-    if (addresses.size() > reasonsToldOfAddresses)
-        reasons += "; and " + std::to_string(addresses.size() - reasonsToldOfAddresses) + " more";
-    if (reached == nullptr)
-        throw SEKFailure("cannot connect to " + uri.authority() + " (" + m_session.familyName() +
-                         "): " + reasons);
+void SEKSocket::connectTo(const std::string& url) {
+    const SEKUri uri = SEKUri::parse(url);
+    const SEKAddress reached = SEKConnector(m_endpoint).connect(uri);
     m_isSecure = uri.isSecure();
-    becomeConnected(*reached, uri.host());
-}
-
-// Empty when connected, otherwise the reason.
-std::string SEKSocket::tryConnect(const SEKAddress& address, const SEKDeadline& deadline) {
-    prepareAttempt();
-    m_wasTried = true;
-    if (::connect(m_descriptor.get(), address.get(), address.length()) == 0) return "";
-    if (errno != EINPROGRESS && errno != EINTR) return errnoReason();
-    if (!SEKWait::waitFor(m_descriptor.get(), POLLOUT, deadline)) return "no answer in time";
-    const int error = pendingError(m_descriptor.get());
-    return error == 0 ? "" : SEKErrors::systemReason(error);
-}
-
-// A descriptor whose attempt failed keeps traces of it, so every attempt gets a fresh one.
-void SEKSocket::prepareAttempt() {
-    if (!m_wasTried) return;
-    m_descriptor.reset();
-    openDescriptor();
-    if (m_bound.has_value()) bind(SEKAddress(*m_bound));
+    becomeConnected(reached, uri.host());
+    m_url = url;
 }
 
 void SEKSocket::becomeConnected(const SEKAddress& address, const std::string& host) {
     // Answers are short and waited for: nothing is gained by collecting bytes. A peer whose machine has gone
     // must be noticed some day, even by a read without limit.
-    switchOn(m_descriptor.get(), IPPROTO_TCP, TCP_NODELAY);
-    switchOn(m_descriptor.get(), SOL_SOCKET, SO_KEEPALIVE);
+    m_endpoint.switchOn(IPPROTO_TCP, TCP_NODELAY);
+    m_endpoint.switchOn(SOL_SOCKET, SO_KEEPALIVE);
     m_state = State::Connected;
     m_host = host;
     m_peerText = address.text();
@@ -235,7 +152,7 @@ bool SEKSocket::shakeHands() {
 
 void SEKSocket::startTls() {
     const SEKContextPtr context = SEKLibrary::instance().contextFor(m_session.serviceID, m_role);
-    m_stream.emplace(context.get(), m_descriptor.get(), m_role);
+    m_stream.emplace(context.get(), descriptor(), m_role);
     if (m_role == SEKRole::Client) m_stream->expectPeer(m_host);
     m_isSecure = true;
     m_handshakePatience.emplace(handshakePatienceMs);
@@ -252,7 +169,7 @@ void SEKSocket::send(const char* data, std::size_t length, std::size_t& sent) {
             const Step step = sendOnce(data + sent, length - sent, count);
             sent += count;
             if (step == Step::Done) continue;
-            if (!waitForStep(step, SEKDeadline(m_sendLimitMs).butNotAfter(whole)))
+            if (!waitForStep(step, SEKDeadline(m_endpoint.options().sendLimitMs()).butNotAfter(whole)))
                 throw SEKFailure(hasTaken && whole.expired() ? "the peer takes the data too slowly"
                                                              : "the peer takes no data");
             hasTaken = true;
@@ -266,13 +183,14 @@ void SEKSocket::send(const char* data, std::size_t length, std::size_t& sent) {
 
 // A peer that takes a byte now and then cannot hold a send for as long as it likes.
 SEKDeadline SEKSocket::deadlineOfSend(std::size_t length) const {
-    if (m_sendLimitMs < 0) return SEKDeadline(-1);
-    return SEKDeadline(m_sendLimitMs + static_cast<std::int64_t>(length / slowestSendBytesPerMs));
+    const std::int64_t limitMs = m_endpoint.options().sendLimitMs();
+    if (limitMs < 0) return SEKDeadline(-1);
+    return SEKDeadline(limitMs + static_cast<std::int64_t>(length / slowestSendBytesPerMs));
 }
 
 SEKSocket::Step SEKSocket::sendOnce(const char* data, std::size_t length, std::size_t& sent) {
     if (m_stream.has_value()) return m_stream->write(data, length, sent);
-    const ssize_t count = ::send(m_descriptor.get(), data, length, MSG_NOSIGNAL);
+    const ssize_t count = ::send(descriptor(), data, length, MSG_NOSIGNAL);
     if (count >= 0) {
         sent = static_cast<std::size_t>(count);
         return Step::Done;
@@ -283,7 +201,7 @@ SEKSocket::Step SEKSocket::sendOnce(const char* data, std::size_t length, std::s
 
 std::size_t SEKSocket::receive(char* buffer, std::size_t capacity) {
     requireTransfer();
-    const SEKDeadline deadline(m_receiveLimitMs);
+    const SEKDeadline deadline(m_endpoint.options().receiveLimitMs());
     try {
         std::size_t received = 0;
         while (capacity > 0) {
@@ -299,7 +217,7 @@ std::size_t SEKSocket::receive(char* buffer, std::size_t capacity) {
 
 SEKSocket::Step SEKSocket::receiveOnce(char* buffer, std::size_t capacity, std::size_t& received) {
     if (m_stream.has_value()) return m_stream->read(buffer, capacity, received);
-    const ssize_t count = recv(m_descriptor.get(), buffer, capacity, 0);
+    const ssize_t count = recv(descriptor(), buffer, capacity, 0);
     if (count > 0) received = static_cast<std::size_t>(count);
     if (count >= 0) return count > 0 ? Step::Done : Step::EndOfStream;
     if (errno == EAGAIN || errno == EINTR) return Step::WantRead;
@@ -307,22 +225,22 @@ SEKSocket::Step SEKSocket::receiveOnce(char* buffer, std::size_t capacity, std::
 }
 
 bool SEKSocket::waitForStep(Step step, const SEKDeadline& deadline) const {
-    return SEKWait::waitFor(m_descriptor.get(), step == Step::WantWrite ? POLLOUT : POLLIN, deadline);
+    return SEKWait::waitFor(descriptor(), step == Step::WantWrite ? POLLOUT : POLLIN, deadline);
 }
 
 void SEKSocket::close() noexcept {
     disconnect();
-    m_descriptor.reset();
+    m_endpoint.close();
 }
 
 void SEKSocket::disconnect() noexcept {
     if (m_state == State::Connected) {
         if (m_stream.has_value()) m_stream->sayGoodbye();
-        if (shutdown(m_descriptor.get(), SHUT_WR) == 0) drain();
+        if (shutdown(descriptor(), SHUT_WR) == 0) drain();
     }
     m_stream.reset();
     m_state = State::Fresh;
-    m_wasTried = true;
+    m_endpoint.wearOut();
 }
 
 void SEKSocket::drain() const noexcept {
@@ -330,8 +248,8 @@ void SEKSocket::drain() const noexcept {
         const SEKDeadline deadline(farewellLimitMs);
         std::array<char, 4096> rest{};
         std::size_t total = 0;
-        while (total < farewellLimitBytes && SEKWait::waitFor(m_descriptor.get(), POLLIN, deadline)) {
-            const ssize_t count = recv(m_descriptor.get(), rest.data(), rest.size(), 0);
+        while (total < farewellLimitBytes && SEKWait::waitFor(descriptor(), POLLIN, deadline)) {
+            const ssize_t count = recv(descriptor(), rest.data(), rest.size(), 0);
             if (count == 0 || (count < 0 && errno != EINTR && errno != EAGAIN)) return;
             total += count > 0 ? static_cast<std::size_t>(count) : 0;
         }
@@ -346,57 +264,6 @@ std::string SEKSocket::describePeer() const {
     if (!m_stream.has_value() || !m_stream->isEstablished())
         throw SEKFailure("cannot describe the peer " + m_peerText + ": TLS is not established");
     return m_stream->describePeer();
-}
-
-SEKAddress SEKSocket::localAddress() const {
-    SEKAddress address;
-    socklen_t length = address.length();
-    if (getsockname(m_descriptor.get(), address.buffer(), &length) != 0)
-        throw SEKFailure("cannot read the local address: " + errnoReason());
-    address.setLength(length);
-    return address;
-}
-
-SEKAddress SEKSocket::peerAddress() const {
-    SEKAddress address;
-    socklen_t length = address.length();
-    if (getpeername(m_descriptor.get(), address.buffer(), &length) != 0)
-        throw SEKFailure("cannot read the peer's address: " + errnoReason());
-    address.setLength(length);
-    return address;
-}
-
-// The time limits are kept here: the descriptor never blocks, so the system would not apply them.
-std::int64_t* SEKSocket::limitOf(int option) {
-    if (option == SO_SNDTIMEO) return &m_sendLimitMs;
-    return option == SO_RCVTIMEO ? &m_receiveLimitMs : nullptr;
-}
-
-void SEKSocket::setOption(int option, const void* value, socklen_t length) {
-    if (std::int64_t* const limitMs = limitOf(option)) {
-        if (length != sizeof(timeval)) throw SEKFailure("cannot set the time limit: not a timeval");
-        timeval time{};
-        std::memcpy(&time, value, sizeof time);
-        // Zero means no limit, as it does for the system.
-        *limitMs = toMs(time) <= 0 ? -1 : toMs(time);
-        return;
-    }
-    if (setsockopt(m_descriptor.get(), SOL_SOCKET, option, value, length) != 0)
-        throw SEKFailure("cannot set socket option " + std::to_string(option) + ": " + errnoReason());
-    const char* const bytes = static_cast<const char*>(value);
-    m_options.push_back({option, std::vector<char>(bytes, bytes + length)});
-}
-
-void SEKSocket::getOption(int option, void* value, socklen_t& length) {
-    if (const std::int64_t* const limitMs = limitOf(option)) {
-        if (length < sizeof(timeval)) throw SEKFailure("cannot read the time limit: no room for a timeval");
-        const timeval time = toTimeval(*limitMs < 0 ? 0 : *limitMs);
-        std::memcpy(value, &time, sizeof time);
-        length = sizeof time;
-        return;
-    }
-    if (getsockopt(m_descriptor.get(), SOL_SOCKET, option, value, &length) != 0)
-        throw SEKFailure("cannot read socket option " + std::to_string(option) + ": " + errnoReason());
 }
 
 void SEKSocket::requireWaitable() const {

@@ -1,9 +1,9 @@
 // What a handle stands for: one socket, plain or TLS, on either side of a connection.
 //
-// Purpose: connects, listens, accepts, shakes hands, sends and receives. A socket is Fresh, then either
+// Purpose: listens, accepts, shakes hands, sends and receives; SEKConnector connects it. A socket is Fresh, then either
 //   Listening or Connected; a connection or a handshake that failed leaves it Fresh again, so that the
 //   caller may try once more.
-// Ownership: owns its descriptor and its TLS stream; handed out by shared pointer, so that closing a handle
+// Ownership: owns its endpoint and its TLS stream; handed out by shared pointer, so that closing a handle
 //   cannot pull it from under a call that runs.
 // Threads: used by one thread at a time.
 // Units: milliseconds and bytes.
@@ -15,21 +15,18 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "SEKAddress.h"
 #include "SEKDeadline.h"
 #include "SEKDescriptor.h"
+#include "SEKEndpoint.h"
 #include "SEKSession.h"
 #include "SEKTlsStream.h"
-#include "SEKUri.h"
 
 class SEKSocket {
   public:
-    static constexpr std::int64_t connectLimitMs = 10'000;       // resolving and all addresses together
     static constexpr std::int64_t handshakeLimitMs = 2'000;      // one call of establishSecure
     static constexpr std::int64_t handshakePatienceMs = 10'000;  // all calls, before one leaves a text
-    static constexpr std::int64_t sendLimitMs = 60'000;          // without a byte taken by the peer
     static constexpr std::size_t slowestSendBytesPerMs = 16;     // a long send may last that much longer
     static constexpr std::int64_t farewellLimitMs = 100;         // waiting for the peer's end when closing
 
@@ -65,34 +62,31 @@ class SEKSocket {
 
     // With whom, and how, an established TLS connection speaks, as an XML text.
     std::string describePeer() const;
-    SEKAddress localAddress() const;
-    SEKAddress peerAddress() const;
-    void getOption(int option, void* value, socklen_t& length);
-    void setOption(int option, const void* value, socklen_t length);
+    SEKAddress localAddress() const { return m_endpoint.localAddress(); }
+    SEKAddress peerAddress() const { return m_endpoint.peerAddress(); }
+    void getOption(int option, void* value, socklen_t& length) const {
+        m_endpoint.getOption(option, value, length);
+    }
+    void setOption(int option, const void* value, socklen_t length) {
+        m_endpoint.setOption(option, value, length);
+    }
 
     // For waiting on many sockets. hasInput takes in TLS records and says whether a receive would return at
     // once; if not, `events` says what to wait for.
     void requireWaitable() const;
     bool hasInput(short& events) noexcept;
     bool needsInputCheck() const { return m_stream.has_value() && m_stream->isEstablished(); }
-    int descriptor() const { return m_descriptor.get(); }
-    int family() const { return m_session.family; }
+    int descriptor() const { return m_endpoint.descriptor(); }
+    int family() const { return m_endpoint.family(); }
 
     std::string details;  // the text of this handle's last failure; empty when there is none
 
   private:
     enum class State { Fresh, Listening, Connected };
-    struct Option {
-        int name;
-        std::vector<char> value;
-    };
     using Step = SEKTlsStream::Step;
 
-    void openDescriptor();
-    void prepareAttempt();
     void useSession(const SEKSession& session);
-    void connectTo(const SEKUri& uri);
-    std::string tryConnect(const SEKAddress& address, const SEKDeadline& deadline);
+    void connectTo(const std::string& url);
     void becomeConnected(const SEKAddress& address, const std::string& host);
     void disconnect() noexcept;
     void drain() const noexcept;
@@ -105,21 +99,15 @@ class SEKSocket {
     Step sendOnce(const char* data, std::size_t length, std::size_t& sent);
     Step receiveOnce(char* buffer, std::size_t capacity, std::size_t& received);
     bool waitForStep(Step step, const SEKDeadline& deadline) const;
-    std::int64_t* limitOf(int option);
 
     SEKSession m_session;
-    SEKDescriptor m_descriptor;
+    SEKEndpoint m_endpoint;
     State m_state = State::Fresh;
     SEKRole m_role = SEKRole::Client;
     bool m_isSecure = false;  // TLS is wanted before any data may pass
-    bool m_wasTried = false;  // the descriptor has seen a connection attempt and cannot serve another
     std::optional<SEKTlsStream> m_stream;
     std::optional<SEKDeadline> m_handshakePatience;  // set with the stream
-    std::optional<SEKAddress> m_bound;
-    std::vector<Option> m_options;  // set by the caller; a new descriptor gets them, too
-    std::string m_url;              // of the connection
-    std::string m_host;             // that the peer's certificate must be for
-    std::string m_peerText;         // "localhost:9300 (127.0.0.1:9300)", for messages
-    std::int64_t m_sendLimitMs = sendLimitMs;
-    std::int64_t m_receiveLimitMs = -1;
+    std::string m_url;                               // of the connection
+    std::string m_host;                              // that the peer's certificate must be for
+    std::string m_peerText;                          // "localhost:9300 (127.0.0.1:9300)", for messages
 };

@@ -179,6 +179,11 @@ TEST(SEKAddressTest, ASilentNameServerEndsAtTheDeadline) {
     release.set_value();
 }
 
+TEST(SEKAddressTest, FamiliesHaveTheNamesOfTheSessionDocument) {
+    EXPECT_STREQ(SEKAddress::familyName(AF_INET), "IPv4");
+    EXPECT_STREQ(SEKAddress::familyName(AF_INET6), "IPv6");
+}
+
 TEST(SEKAddressTest, PrintsBothFamilies) {
     const auto textOf = [](const char* host, int family) {
         return SEKAddress::resolve(host, 9300, family, SEKAddress::Use::Connect, SEKDeadline(-1))
