@@ -63,7 +63,11 @@ class PingChildProcess : public TVLThread {
     // fatal answer, -4 when one is not ready, otherwise the number of failed pings.
     int testAllProcesses();
 
-    int isReady() const { return m_allChildrenRunning.load() != 0 && m_allPingsAnswered.load() != 0 ? 1 : 0; }
+    // The first flag is read once more in the end: a cycle that ends in between may have changed both.
+    int isReady() const {
+        const bool ready = m_allChildrenRunning.load() != 0 && m_allPingsAnswered.load() != 0;
+        return ready && m_allChildrenRunning.load() != 0 ? 1 : 0;
+    }
     int hasFatalError() const { return m_fatalError.load(); }
 
   protected:

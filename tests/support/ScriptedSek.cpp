@@ -160,6 +160,8 @@ struct ScriptedSekEntries {
     static long closeHandle(void** raw) {
         const std::lock_guard guard(script().mutex());
         script().note("SEK_CloseHandle");
+        // One that cannot be closed stays with the caller.
+        if (const auto answer = script().queued("SEK_CloseHandle")) return answer->code;
         script().m_handles.remove_if([&](const auto& open) { return open.get() == *raw; });
         *raw = nullptr;
         return 0;

@@ -127,6 +127,10 @@ TEST_F(PingLoopTest, HugeConfiguredNumbersDoNotOverflow) {
     EXPECT_EQ(limit(), 2147483647);
     EXPECT_EQ(OpenSupervisor::checkIntervalMs(service.m_supervisor), 2147483647);
     EXPECT_EQ(OpenSupervisor::maxShutdownChecks(service.m_supervisor), 1);
+    // More milliseconds than a number of this size holds.
+    setProperty("dispatcherStopWaitTime", "2147484");
+    prepare("<processManager checkForShutdownIntervalms='1000'/>");
+    EXPECT_EQ(OpenSupervisor::maxShutdownChecks(service.m_supervisor), 2147484);
 }
 
 // ---- Waiting ----
@@ -751,6 +755,8 @@ TEST_F(PingLoopTest, AnExceptionEndsTheSupervisionWithALine) {
     EXPECT_TRUE(supervisorLogged(
         "FATAL", "the supervision has ended by an exception, the children are on their own."));
     EXPECT_FALSE(service.m_supervisor.isAlive());
+    EXPECT_THROW(service.m_supervisor.run(), std::runtime_error)
+        << "what ends it is not kept from the thread";
 }
 
 }  // namespace

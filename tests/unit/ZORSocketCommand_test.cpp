@@ -532,6 +532,13 @@ TEST_F(ZORSocketCommandTest, AHandleThatTheLibraryKeepsIsForgottenBeforeTheLibra
     sek.queue("SEK_CloseHandle", {-1, {}});
     command->close();
     const std::size_t closes = sek.count("SEK_CloseHandle");
+    EXPECT_EQ(closes, 1U);
+    EXPECT_EQ(sek.openHandles(), 1);
+    // Without a handle of its own the next exchange has nothing to close.
+    sek.queue("SEK_Socket", {-1, {}});
+    EXPECT_EQ(command->sendCommand(), -1);
+    command->close();
+    EXPECT_EQ(sek.count("SEK_CloseHandle"), closes);
     command.reset();
     EXPECT_EQ(sek.count("SEK_CloseHandle"), closes);
 }

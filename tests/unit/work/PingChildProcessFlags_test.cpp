@@ -62,4 +62,24 @@ TEST_F(PingChildProcessFlagsTest, AGoodAnswerIsReadinessUntilTheCycleWithoutOneE
     EXPECT_EQ(m_seen, (std::set<Flags>{{1, 1}, {0, 1}}));
 }
 
+// The other way round: the cycle ends between two steps of the reader, whichever they are.
+TEST_F(PingChildProcessFlagsTest, ACycleThatEndsWhileTheFlagsAreReadIsNeverReadiness) {
+    const Flags wrongAnswer{1, 0};
+    const Flags noAnswer{0, 1};
+    for (const auto& [first, then] : {std::pair{wrongAnswer, noAnswer}, {noAnswer, wrongAnswer}}) {
+        int steps = 0;
+        for (int at = 1; at <= steps + 1; ++at) {
+            OpenSupervisor::setFlags(service.m_supervisor, first.first, first.second, 0);
+            steps = 0;
+            WorkCounter::lookBetweenSteps([&, next = then] {
+                if (++steps == at) OpenSupervisor::setFlags(service.m_supervisor, next.first, next.second, 0);
+            });
+            EXPECT_EQ(service.m_supervisor.isReady(), 0)
+                << "from " << first.first << first.second << " before step " << at;
+            WorkCounter::lookBetweenSteps({});
+        }
+        EXPECT_GT(steps, 2) << "the reader has been interrupted";
+    }
+}
+
 }  // namespace
