@@ -1,8 +1,10 @@
 // What the service asks the documents for is what the schemas describe, to the last element and attribute: the tables
 // of the guide and of the manual page are made of the schemas, so nothing that is read stays without a description.
 
+#include <cstddef>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "AskedNames.h"
 #include "FileContent.h"
@@ -90,23 +92,34 @@ class DocumentNamesTest : public WorldTest {
         ASSERT_EQ(service.initZORElement(), 1);
         service.prepareProperties();
     }
-    // Everything that a document can hold.
-    void readBootstrap() {
-        const std::string spawn =
-            "<spawn><path>p</path><param condName='${java_vendor}' condValue='b'>c</param></spawn>";
-        const std::string send =
-            "<socketSend URI='tcp://a:1' commandString='b' dependency='server' responseSize='9'/>";
+    // Every element and, with `full`, every attribute that a document can hold; without, only those that must be there.
+    static std::string bootstrapText(bool full) {
+        const auto also = [full](const char* attributes) { return std::string(full ? attributes : ""); };
+        const std::string spawn = "<spawn" + also(" sync='0' wait_time='0'") + "><path" +
+                                  also(" quoteAsParam='true'") + ">p</path><param" +
+                                  also(" condName='${java_vendor}' condValue='b'") + ">c</param></spawn>";
+        const std::string send = "<socketSend URI='tcp://a:1' commandString='b'" +
+                                 also(
+                                     " sockIOTimeoutSec='1' responseSize='9' responseOK='o' responseFatal='f'"
+                                     " responseRetry='r' dependency='server' wait_time='0'") +
+                                 "/>";
+        const std::string signal = "<signal signal='15'" + also(" wait_time='0'") + "/>";
         std::string children;
         for (const auto& [type, action] : {std::pair<std::string, std::string>{"spawn", spawn},
                                            {"socketSend", send},
-                                           {"signal", "<signal signal='15'/>"}}) {
-            children += "<process><start>" + spawn + "</start><stop type='" + type + "'>" + action +
-                        "</stop><ping>" + send + "</ping></process>";
+                                           {"signal", signal}}) {
+            children += "<process" + also(" name='n'") + "><start>" + spawn + "</start><stop type='" + type +
+                        "'>" + action + "</stop><ping>" + send + "</ping></process>";
         }
-        const XmlText document("<root><processManager/>" + children + "<daemonSpawn><path>d</path><param/>" +
-                               "</daemonSpawn></root>");
+        return "<root" + also(" startupDelaySec='0' pingRetries='1' pingRetryIntervalSec='1'") +
+               "><processManager" + also(" pollIntervalsec='1' checkForShutdownIntervalms='1'") + "/>" +
+               children + "<daemonSpawn><path>d</path></daemonSpawn></root>";
+    }
+    void readBootstrap(bool full) {
+        const std::size_t before = service.getChildren().size();
+        const XmlText document(bootstrapText(full));
         ASSERT_EQ(service.parseParams(document.root()), 1);
-        ASSERT_EQ(service.getChildren().size(), 3U);
+        ASSERT_EQ(service.getChildren().size(), before + 3);
     }
     void readLogging() const {
         const std::string files = "<logFiles><file name='../logs/a'/><stdout/><stderr/></logFiles>";
@@ -131,7 +144,8 @@ TEST_F(DocumentNamesTest, WhatIsAskedForIsWhatTheSchemasDescribe) {
 
     const AskedNames asked;
     readStartup();
-    readBootstrap();
+    readBootstrap(false);
+    readBootstrap(true);
     readLogging();
     EXPECT_EQ(asked.elements(), elements);
     // A spawn that starts the service is written like any other.
