@@ -39,9 +39,9 @@ class OpenService : public ZORBootstrapService {
     using ZORBootstrapService::m_pingRetries;
     using ZORBootstrapService::m_pingRetryIntervalSec;
     using ZORBootstrapService::m_semaMainThreadWait;
+    using ZORBootstrapService::m_startup;
     using ZORBootstrapService::m_startupDelayMs;
     using ZORBootstrapService::m_supervisor;
-    using ZORBootstrapService::m_startup;
 };
 
 // What a supervisor keeps to itself.
