@@ -12,6 +12,7 @@
 #include <xercesc/validators/DTD/DTDEntityDecl.hpp>
 
 #include "TVLIDOM_Text.h"
+#include "XmlMemory.h"
 
 namespace {
 
@@ -31,7 +32,7 @@ void forgetIdentifier(const xercesc::DTDAttDef& attribute) {
 
 }  // namespace
 
-PlainXmlParser::PlainXmlParser() {
+PlainXmlParser::PlainXmlParser() : XercesDOMParser(nullptr, &XmlMemory::instance()) {
     setValidationScheme(Val_Never);
     setDoNamespaces(false);
     setDoSchema(false);

@@ -11,6 +11,7 @@
 
 #include "PlainXmlParser.h"
 #include "TVLIDOM_Text.h"
+#include "XmlMemory.h"
 
 namespace {
 
@@ -73,11 +74,13 @@ int TVLIDOM_Parser::parse(TVLFileStream& file, TVLIDOM_Document& document) {
 
 int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document,
                           const std::string& streamError) {
+    XmlMemory::Parse memory;
     try {
         PlainXmlParser parser;
         parser.parse(StreamSource(stream, parser));
         if (streamError.empty()) {
             document.adopt(parser.adoptDocument());
+            memory.keep();
             return 1;
         }
     } catch (const xercesc::SAXParseException& exception) {

@@ -1,5 +1,6 @@
 #include "ZORStartupProperties.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -62,7 +63,9 @@ std::string restOfLine(const std::string& line, std::size_t from, std::size_t dr
 JavaPreferences readJavaPreferences(const std::string& text) {
     JavaPreferences preferences;
     for (std::size_t at = 0; at < text.size();) {
-        const std::string line = ZORHelpers::nextLine(text, at, kLongestPreference).c_str();
+        std::string line = ZORHelpers::nextLine(text, at, kLongestPreference);
+        // To its first zero byte, as far as a text goes.
+        line.resize(std::min(line.find('\0'), line.size()));
         if (line.find("java_home=") != std::string::npos) {
             // Deliberate: the last byte goes, line feed or not; see
             // JavaVendorTest.AHomeWithoutALineFeedLosesItsLastCharacter.

@@ -224,6 +224,8 @@ TEST_F(TVLProcessTableTest, LeavesDescriptorsToFilesAndConnections) {
 }
 
 TEST_F(TVLProcessTableTest, WithNoDescriptorLeftAChildIsStarted) {
+    // Once before: where calls of members are checked, the first check takes a descriptor.
+    end(forked());
     pid_t child = 0;
     {
         const FewDescriptors none(0);

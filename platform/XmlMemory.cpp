@@ -1,0 +1,63 @@
+#include "XmlMemory.h"
+
+#include <new>
+#include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+
+namespace {
+
+// Of the parse that this thread is in; null outside of one.
+thread_local XmlMemory::Link* currentRing = nullptr;
+
+}  // namespace
+
+void XmlMemory::Link::join(Link& ring) {
+    next = ring.next;
+    previous = &ring;
+    ring.next->previous = this;
+    ring.next = this;
+}
+
+void XmlMemory::Link::leave() {
+    next->previous = previous;
+    previous->next = next;
+    next = previous = this;
+}
+
+XmlMemory::Parse::Parse() : m_before(currentRing) {
+    currentRing = &m_ring;
+}
+
+XmlMemory::Parse::~Parse() {
+    currentRing = m_before;
+    Link* piece = m_ring.next;
+    while (piece != &m_ring) {
+        Link* const next = piece->next;
+        ::operator delete(piece);
+        piece = next;
+    }
+}
+
+XmlMemory& XmlMemory::instance() {
+    static auto* const manager = new XmlMemory;
+    return *manager;
+}
+
+void* XmlMemory::allocate(XMLSize_t size) {
+    void* const memory = ::operator new(sizeof(Link) + size, std::nothrow);
+    if (memory == nullptr) throw xercesc::OutOfMemoryException();
+    auto* const link = new (memory) Link;
+    if (currentRing != nullptr) link->join(*currentRing);
+    return link + 1;
+}
+
+void XmlMemory::deallocate(void* memory) {
+    if (memory == nullptr) return;
+    auto* const link = static_cast<Link*>(memory) - 1;
+    link->leave();
+    ::operator delete(link);
+}
+
+xercesc::MemoryManager* XmlMemory::getExceptionMemoryManager() {
+    return xercesc::XMLPlatformUtils::fgMemoryManager;
+}

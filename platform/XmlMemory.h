@@ -1,0 +1,47 @@
+// The memory that the XML library takes for one document.
+//
+// Purpose: a parser that is left by an exception in the middle of a declaration forgets what it was building. While an
+//   XmlMemory::Parse exists, what the library takes is linked to it, and what is still there when it goes is released,
+//   unless the document is kept.
+// Ownership: a kept document's memory is released by the document. The manager itself is never destroyed.
+// Threads: a Parse belongs to the thread that made it; a document may be released by any.
+// Units: bytes.
+// Errors: memory exhaustion is the library's own exception.
+#pragma once
+
+#include <cstddef>
+#include <xercesc/framework/MemoryManager.hpp>
+
+class XmlMemory : public xercesc::MemoryManager {
+  public:
+    // Links in a ring stand before each piece; a piece alone is its own ring.
+    struct alignas(std::max_align_t) Link {
+        Link* next = this;
+        Link* previous = this;
+
+        void join(Link& ring);
+        void leave();
+    };
+
+    class Parse {
+      public:
+        Parse();
+        ~Parse();
+        Parse(const Parse&) = delete;
+        Parse& operator=(const Parse&) = delete;
+
+        // What is there now belongs to the document.
+        void keep() { m_ring.leave(); }
+
+      private:
+        Link m_ring;
+        Link* m_before;
+    };
+
+    static XmlMemory& instance();
+
+    void* allocate(XMLSize_t size) override;
+    void deallocate(void* memory) override;
+    // What exceptions carry outlives the parse.
+    xercesc::MemoryManager* getExceptionMemoryManager() override;
+};
