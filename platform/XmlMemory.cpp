@@ -9,6 +9,14 @@ namespace {
 // Of the parse that this thread is in; null outside of one.
 thread_local XmlMemory::Link* currentRing = nullptr;
 
+void* piece(XMLSize_t size) {
+    try {
+        return ::operator new(size);
+    } catch (const std::bad_alloc&) {
+        throw xercesc::OutOfMemoryException();
+    }
+}
+
 }  // namespace
 
 void XmlMemory::Link::join(Link& ring) {
@@ -44,9 +52,7 @@ XmlMemory& XmlMemory::instance() {
 }
 
 void* XmlMemory::allocate(XMLSize_t size) {
-    void* const memory = ::operator new(sizeof(Link) + size, std::nothrow);
-    if (memory == nullptr) throw xercesc::OutOfMemoryException();
-    auto* const link = new (memory) Link;
+    auto* const link = new (piece(sizeof(Link) + size)) Link;
     if (currentRing != nullptr) link->join(*currentRing);
     return link + 1;
 }
