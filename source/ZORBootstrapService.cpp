@@ -49,6 +49,11 @@ ZORPatience patienceOf(const ZORCmdLine& cmdLine, const char* triesOption, const
     return patience;
 }
 
+std::string fullPath(std::string path) {
+    TVLConfigurationFactory::getInstance()->getFullPath(path);
+    return path;
+}
+
 // A root attribute as a number, logged; absent or empty it leaves the value alone.
 bool readNumber(const TVLIDOM_Element& root, const char* attribute, int& value) {
     const I18NString text = root.getAttribute(attribute);
@@ -349,8 +354,6 @@ int ZORBootstrapService::resolveSignal(I18NString& name) {
     return strcasecmp(name.c_str(), "sigterm") == 0 ? SIGTERM : -1;
 }
 
-// ---- Control of a running daemon ----
-
 int ZORBootstrapService::isRunningUnix() {
     logger->log(ZOR_INFO, "Testing to see if daemon is running.");
     logger->log(ZOR_DEBUG, "called isRunningUnix()");
@@ -431,11 +434,8 @@ bool ZORBootstrapService::prepareChildren(const TVLIDOM_Element& root) {
 }
 
 int ZORBootstrapService::findHome() {
-    TVLConfigurationFactory* const configuration = TVLConfigurationFactory::getInstance();
-    m_installRoot = "..";
-    configuration->getFullPath(m_installRoot);
-    m_binDirectory = ".";
-    configuration->getFullPath(m_binDirectory);
+    m_installRoot = fullPath("..");
+    m_binDirectory = fullPath(".");
     if (m_installRoot.empty()) {
         logger->log(ZOR_FATAL, "Install home directory has not been specified");
         return 0;

@@ -25,6 +25,7 @@ class PendingText {
         return first;
     }
     void putBack(const std::string& text) { m_reversed.append(text.rbegin(), text.rend()); }
+    void putBack(char first) { m_reversed.push_back(first); }
 
     // The length of the name of the reference that the text starts with; npos when no "}" follows.
     std::size_t nameLength() const {
@@ -99,7 +100,7 @@ std::string ZORPropertyInserter::expand(const std::string& text) const {
         // A "$" just before the reference may start another one together with what the value begins with.
         if (done.size() > resume && done.back() == '$') {
             done.pop_back();
-            rest.putBack("$");
+            rest.putBack('$');
         }
     }
     return done;

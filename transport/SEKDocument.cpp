@@ -12,6 +12,18 @@
 
 namespace {
 
+// From 2.9 on Expat has other names for these two and warns of the old ones.
+std::string placeIn(XML_Parser parser) {
+#if XML_MAJOR_VERSION > 2 || XML_MINOR_VERSION >= 9
+    const auto line = XML_GetCurrentLineNumber64(parser);
+    const auto column = XML_GetCurrentColumnNumber64(parser);
+#else
+    const auto line = XML_GetCurrentLineNumber(parser);
+    const auto column = XML_GetCurrentColumnNumber(parser);
+#endif
+    return "line " + std::to_string(line) + ", column " + std::to_string(column + 1) + ": ";
+}
+
 // Between a namespace and a name in what Expat reports; no namespace can contain it.
 constexpr char separator = '\n';
 
@@ -64,8 +76,7 @@ class SEKDocumentReader {
   private:
     std::string reason() const {
         const XML_Parser parser = m_parser.get();
-        const std::string place = "line " + std::to_string(XML_GetCurrentLineNumber(parser)) + ", column " +
-                                  std::to_string(XML_GetCurrentColumnNumber(parser) + 1) + ": ";
+        const std::string place = placeIn(parser);
         if (!m_refusal.empty()) return "document refused, " + place + m_refusal;
         return "document not well-formed, " + place + XML_ErrorString(XML_GetErrorCode(parser));
     }
