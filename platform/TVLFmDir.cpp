@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "TVLDescriptor.h"
 #include "TVLPlace.h"
 
 namespace fs = std::filesystem;
@@ -35,11 +36,13 @@ std::string TVLFmDir::fullPath(const std::string& path) {
 }
 
 std::string TVLFmDir::resolveByChangingInto(const char* path) {
-    std::array<char, 4096> remembered{};
-    if (getcwd(remembered.data(), remembered.size()) == nullptr) return {};
     std::array<char, 4096> resolved{};
+    if (getcwd(resolved.data(), resolved.size()) == nullptr) return {};
+    // By its descriptor: its name may lead elsewhere by the time of the way back.
+    const TVLDescriptor remembered(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!remembered.isOpen()) return {};
     const bool known = chdir(path) == 0 && getcwd(resolved.data(), resolved.size()) != nullptr;
-    const bool back = chdir(remembered.data()) == 0;
+    const bool back = fchdir(remembered.get()) == 0;
     return known && back ? resolved.data() : "";
 }
 

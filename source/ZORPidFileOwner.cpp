@@ -12,6 +12,16 @@ bool isTheSame(const struct stat& left, const struct stat& right) {
     return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
 }
 
+// Whoever may write in a folder can give any file in it another's name; in a sticky one only its own.
+bool othersMayRenameIn(const struct stat& folder) {
+    return (folder.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (folder.st_mode & S_ISVTX) == 0;
+}
+
+// A file of root's whose words are root's: nobody else writes it, or has brought it here under a further name.
+bool isRootsWord(const struct stat& file) {
+    return file.st_nlink == 1 && (file.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
 // The owner of the folder that `path` leads to, if the file in it is the one that was opened: whoever may change the
 // path could have done so since.
 uid_t folderOwner(const struct stat& opened, const std::string& path) {
@@ -26,7 +36,7 @@ uid_t folderOwner(const struct stat& opened, const std::string& path) {
                        fstatat(descriptor, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
                        isTheSame(opened, named);
     close(descriptor);
-    return known ? owner.st_uid : kNobody;
+    return known && !othersMayRenameIn(owner) ? owner.st_uid : kNobody;
 }
 
 }  // namespace
@@ -35,6 +45,7 @@ std::optional<uid_t> of(std::FILE* file, const std::string& path) {
     if (geteuid() != 0) return std::nullopt;
     struct stat opened {};
     if (fstat(fileno(file), &opened) != 0) return kNobody;
+    if (opened.st_uid == 0 && !isRootsWord(opened)) return kNobody;
     const uid_t owner = opened.st_uid != 0 ? opened.st_uid : folderOwner(opened, path);
     return owner == 0 ? std::nullopt : std::optional<uid_t>(owner);
 }

@@ -197,6 +197,21 @@ TEST_F(PidFileOwnerTest, AnIdThatNobodyHasIsNotRunning) {
     EXPECT_EQ(log.count("DEBUG", kLogger, "testPID() - sigsend failed, errno=3"), 1U);
 }
 
+// A number that somebody else has put there under this name, or could have.
+TEST_F(PidFileOwnerTest, ARootsFileThatOthersCouldHaveBroughtHereNamesNobody) {
+    writePid("4711\n");
+    const std::string path = folder.path("logs/velbootstrap_service.pid");
+    const TVLFilePtr file = TVLFile::openForReading(path.c_str(), 4096);
+    ASSERT_TRUE(file);
+    const auto expected = isRoot() ? std::optional(ZORPidFileOwner::kNobody) : std::nullopt;
+    std::filesystem::permissions(folder.path("logs"), std::filesystem::perms{0777});
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), expected);
+    std::filesystem::permissions(folder.path("logs"), std::filesystem::perms{01777});
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), std::nullopt);
+    std::filesystem::create_hard_link(path, folder.path("logs/further"));
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), expected);
+}
+
 TEST_F(PidFileOwnerTest, AFileThatIsNoLongerInItsFolderNamesNobody) {
     writePid("4711\n");
     const TVLFilePtr file =
