@@ -112,8 +112,9 @@ std::vector<SEKAddress> SEKAddress::resolve(const std::string& host, std::uint16
     // Deliberate: "localhost", like every name below it, is this machine, as every resolver is to treat it, whatever a name server would
     // say; see SEKAddressTest.LocalhostIsThisMachineWithoutALookUp.
     const std::string figures = isLocalhost(host) ? (family == AF_INET6 ? "::1" : "127.0.0.1") : host;
+    const bool isAny = host == "*" && use == Use::Bind;
     // An address in figures, the common case, needs neither a name server nor a thread.
-    LookupResult result = lookUp(figures, port, family, flags | (host == "*" ? 0 : AI_NUMERICHOST));
+    LookupResult result = lookUp(figures, port, family, flags | (isAny ? 0 : AI_NUMERICHOST));
     if (isUnknownName(result.code)) result = lookUpUntil(deadline, host, port, family, flags);
     if (result.code == 0 && !result.addresses.empty()) return result.addresses;
     const std::string reason =

@@ -96,6 +96,8 @@ void SEKConfiguration::append(const std::string& path, int depth) {
     } catch (const SEKFailure& reason) {
         throw SEKFailure("cannot read " + path + ": " + reason.what());
     }
+    // To OpenSSL's reader a zero byte at the begin of a line is the end of the file.
+    if (content.find('\0') != std::string::npos) throw SEKFailure("cannot read " + path + ": not a text");
     Origin origin{m_files.size(), 0};
     m_files.push_back(path);
     std::string whole;

@@ -50,7 +50,7 @@ void SEKPoller::collectEvents(std::size_t index) {
     const bool isAnsweredBySystem = entry.wanted.read && !entry.socket->needsInputCheck();
     if (isAnsweredBySystem && has(wait, POLLIN | brokenEvents)) entry.happened.read = true;
     if (entry.wanted.write && has(wait, POLLOUT | brokenEvents)) entry.happened.write = true;
-    if (entry.wanted.urgent && has(wait, POLLPRI)) entry.happened.urgent = true;
+    if (entry.wanted.urgent && has(wait, POLLPRI | brokenEvents)) entry.happened.urgent = true;
 }
 
 int SEKPoller::countReady() const {

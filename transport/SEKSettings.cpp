@@ -143,11 +143,8 @@ class SEKSettingsBuilder {
             m_verifyMode = value;
             return;
         }
-        if (sameName(name, "PrivateKey")) {
-            checkKeyFile(name, value);
-            m_keyIsGiven = true;
-        }
-        if (sameName(name, "Certificate")) m_certificateFile = value;
+        if (sameName(name, "PrivateKey")) checkKeyFile(name, value);
+        if (sameName(name, "Certificate")) m_certificateFiles.push_back(value);
         if (sameName(name, "CipherString")) m_cipherString = value;
         if (namesTrust(name)) m_trustIsGiven = true;
         handOver(commands, name, value);
@@ -252,8 +249,11 @@ class SEKSettingsBuilder {
     void finish(SSL_CONF_CTX& commands) {
         if (SSL_CONF_CTX_finish(&commands) <= 0)
             throw SEKFailure(place() + ": no private key for the certificate: " + reason());
-        if (m_certificateFile.empty()) return;
-        if (!m_keyIsGiven) checkKeyFile("Certificate", m_certificateFile);
+        if (m_certificateFiles.empty()) return;
+        for (const std::string& file : m_certificateFiles) {
+            if (SEKFile::read(file, SEKFile::materialLimit).find("PRIVATE KEY-----") != std::string::npos)
+                checkKeyFile("Certificate", file);
+        }
         if (SSL_CTX_check_private_key(context()) <= 0)
             throw SEKFailure(place() + ": certificate and private key do not match: " + reason());
     }
@@ -353,10 +353,9 @@ class SEKSettingsBuilder {
     SEKRevocation m_revocation;
     std::vector<std::string> m_revocationLists;
     std::string m_extent;
-    std::string m_certificateFile;
+    std::vector<std::string> m_certificateFiles;
     std::string m_cipherString;
     std::optional<std::string> m_verifyMode;
-    bool m_keyIsGiven = false;
     bool m_trustIsGiven = false;
     bool m_passphraseAsked = false;
 };

@@ -93,7 +93,8 @@ bool SEKSocket::connectUrl(const std::string& url, const char* sessionDocument) 
             useSession(SEKSession::parse(sessionDocument));
         connectTo(url);
     }
-    if (m_url != url) throw SEKFailure("cannot connect to " + url + ": already connected to " + m_peerText);
+    if (m_url.empty() || m_url != url)
+        throw SEKFailure("cannot connect to " + url + ": already connected to " + m_peerText);
     return !m_isSecure || (m_stream.has_value() && m_stream->isEstablished());
 }
 
@@ -118,6 +119,7 @@ void SEKSocket::becomeConnected(const SEKAddress& address, const std::string& ho
     m_endpoint.switchOn(IPPROTO_TCP, TCP_NODELAY);
     m_endpoint.switchOn(SOL_SOCKET, SO_KEEPALIVE);
     m_state = State::Connected;
+    m_url.clear();
     m_host = host;
     m_peerText = address.text();
     if (host != address.hostText()) m_peerText = host + " (" + m_peerText + ")";

@@ -48,6 +48,8 @@ void SEKUri::readHostAndPort(const std::string& authority) {
     if (colon != authority.rfind(':')) throw SEKFailure("an IPv6 address stands in brackets");
     m_host = authority.substr(0, colon);
     if (m_host.empty()) throw SEKFailure("no host");
+    // To the check of a certificate's names it would stand for any name that ends so.
+    if (m_host.front() == '.') throw SEKFailure("bad host name");
     if (m_host.size() > longestHost) throw SEKFailure("host name too long");
     if (!std::all_of(m_host.begin(), m_host.end(), isHostCharacter)) throw SEKFailure("bad host name");
     readPort(colon == std::string::npos ? "" : authority.substr(colon + 1));

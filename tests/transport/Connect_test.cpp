@@ -138,6 +138,25 @@ TEST_F(ConnectTest, ConnectByAddressIsPlain) {
     EXPECT_EQ(handle.receive().data, "hello");
 }
 
+// The URL of an attempt that failed says nothing of the plain connection that follows on the same handle.
+TEST_F(ConnectTest, APlainConnectionIsNotThatOfAnEarlierUrl) {
+    TestPeer peer([](PeerConnection& connection) {
+        connection.write("no handshake");
+        connection.waitForEnd();
+    });
+    SekHandle handle;
+    ASSERT_EQ(handle.connectUrl(peer.url("https")), SEK_HandshakePending);
+    ASSERT_EQ(SEK_EstablishSecure(handle.get(), nullptr), SEK_Failed);
+    sockaddr_in v4{};
+    v4.sin_family = AF_INET;
+    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    v4.sin_port = htons(peer.port());
+    sockaddr_storage address{};
+    std::memcpy(&address, &v4, sizeof v4);
+    ASSERT_EQ(SEK_Connect(handle.get(), &address, sizeof address, nullptr), SEK_Ok) << handle.details();
+    EXPECT_EQ(handle.connectUrl(peer.url("https")), SEK_Failed);
+}
+
 TEST_F(ConnectTest, BadAddressArgumentsAreRefused) {
     SekHandle handle;
     sockaddr_storage address{};

@@ -217,6 +217,19 @@ TEST_F(SelectTest, UrgentDataIsAnException) {
     EXPECT_EQ(sets->read.count, 1U);
 }
 
+// The system tells it whatever was asked for: a wait that passed it over would never rest.
+TEST_F(SelectTest, AResetIsAnException) {
+    SekHandle listener;
+    PeerConnection peer(connectPlain(listener.listen("tcp")));
+    SekHandle handle(listener.accept());
+    peer.reset();
+    const auto sets = std::make_unique<Sets>();
+    add(sets->read, handle);
+    const timeval limit{10, 0};
+    EXPECT_EQ(SEK_Select(nullptr, nullptr, &sets->read, &limit, nullptr, nullptr, nullptr), SEK_Ok);
+    EXPECT_EQ(sets->read.count, 1U);
+}
+
 TEST_F(SelectTest, WrongArgumentsAreRefused) {
     const auto sets = std::make_unique<Sets>();
     sets->read.count = SEK_HandleSetCapacity + 1;

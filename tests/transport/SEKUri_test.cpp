@@ -79,6 +79,7 @@ TEST(SEKUriTest, RefusalsSayWhatIsWrong) {
                                 {"http://[host]", "bad IPv6 address"},
                                 {"http://[::1]x", "bad text after the IPv6 address"},
                                 {"http://a b", "bad host name"},
+                                {"http://.localhost", "bad host name"},
                                 {"http://user@host", "bad host name"},
                                 {"http://a\nb", "bad host name"},
                                 {"http://a]b", "bad host name"}};

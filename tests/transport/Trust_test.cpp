@@ -163,6 +163,13 @@ TEST_F(SourcesTest, AnErrorInAnIncludedFileNamesThatFile) {
     EXPECT_EQ(text.rfind("cannot read ../configuration/more.inc line 2: ", 0), 0U) << text;
 }
 
+// As a crash in the midst of writing leaves a file; OpenSSL would take it for its end.
+TEST_F(SourcesTest, AFileWithZeroBytesIsRefused) {
+    const std::string settings = "[gateway]\nMinProtocol = TLSv1.2\n";
+    EXPECT_EQ(handshakeUnder(settings + std::string(2, '\0') + "\nNonsense = 1\n"),
+              "cannot read ../configuration/sek.cnf: not a text");
+}
+
 TEST_F(SourcesTest, AnIncludedFileThatIsNotThereIsRefused) {
     EXPECT_EQ(handshakeUnder("[gateway]\n.include ../configuration/missing.inc\n"),
               "cannot read ../configuration/missing.inc: No such file or directory");
