@@ -251,7 +251,7 @@ class SEKSettingsBuilder {
             throw SEKFailure(place() + ": no private key for the certificate: " + reason());
         if (m_certificateFiles.empty()) return;
         for (const std::string& file : m_certificateFiles) {
-            if (SEKFile::read(file, SEKFile::materialLimit).find("PRIVATE KEY-----") != std::string::npos)
+            if (SEKFile::read(file, SEKFile::materialLimit).find("PRIVATE") != std::string::npos)
                 checkKeyFile("Certificate", file);
         }
         if (SSL_CTX_check_private_key(context()) <= 0)
