@@ -79,7 +79,7 @@ plant_links() {
     as_service ln -sf "$treasure/shadow" "$logs/zordefault.log"
     as_service ln -sf "$treasure/shadow" "$instance/temp/zor.prefs"
     as_service ln -sfn "$treasure/folder" "$instance/temp/link"
-    as_service ln -sfn "$treasure" "$instance/tomcat/work/link"
+    as_service ln -sfn "$treasure" "$instance/tomcat/work"/link
 }
 
 plant_pipes() {
