@@ -209,6 +209,12 @@ check_foreign_folders() {
         expect "nobody uses $script in its own" as_nobody "$script" /srv/nobodys
         in_copy find /srv/nobodys -mindepth 1 -delete
     done
+    as_nobody velbootstrap-tomcat /srv/nobodys >/dev/null
+    mkdir "$copy/srv/roots"
+    as_nobody sh -c "rm -r /srv/nobodys/configuration && ln -s /srv/roots /srv/nobodys/configuration"
+    expect_not "root renews through a link of nobody's" in_copy velbootstrap-tomcat --renew /srv/nobodys
+    expect_equal "what root has made behind it" "" "$(find "$copy/srv/roots" -mindepth 1)"
+    in_copy find /srv/nobodys -mindepth 1 -delete
     expect_not "root makes an installation below one" in_copy velbootstrap-tomcat /srv/nobodys/below
     expect_equal "what root has made there" "" "$(find "$copy/srv/nobodys" -mindepth 1)"
     mkdir -m 777 "$copy/srv/everybodys"

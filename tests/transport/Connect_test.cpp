@@ -23,6 +23,16 @@ std::string address(const std::string& host, std::uint16_t port) {
     return host + ":" + std::to_string(port);
 }
 
+sockaddr_storage loopback(std::uint16_t port) {
+    sockaddr_in v4{};
+    v4.sin_family = AF_INET;
+    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    v4.sin_port = htons(port);
+    sockaddr_storage address{};
+    std::memcpy(&address, &v4, sizeof v4);
+    return address;
+}
+
 TEST_F(ConnectTest, PlainSchemesAreReadyAtOnce) {
     for (const char* scheme : {"http", "tcp", "HTTP"}) {
         TestPeer peer([](PeerConnection& connection) { connection.waitForEnd(); });
@@ -127,12 +137,7 @@ TEST_F(ConnectTest, TheConnectDocumentIsCheckedToo) {
 
 TEST_F(ConnectTest, ConnectByAddressIsPlain) {
     TestPeer peer([](PeerConnection& connection) { connection.write("hello"); });
-    sockaddr_in v4{};
-    v4.sin_family = AF_INET;
-    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    v4.sin_port = htons(peer.port());
-    sockaddr_storage address{};
-    std::memcpy(&address, &v4, sizeof v4);
+    sockaddr_storage address = loopback(peer.port());
     SekHandle handle;
     ASSERT_EQ(SEK_Connect(handle.get(), &address, sizeof address, nullptr), SEK_Ok) << handle.details();
     EXPECT_EQ(handle.receive().data, "hello");
@@ -147,12 +152,7 @@ TEST_F(ConnectTest, APlainConnectionIsNotThatOfAnEarlierUrl) {
     SekHandle handle;
     ASSERT_EQ(handle.connectUrl(peer.url("https")), SEK_HandshakePending);
     ASSERT_EQ(SEK_EstablishSecure(handle.get(), nullptr), SEK_Failed);
-    sockaddr_in v4{};
-    v4.sin_family = AF_INET;
-    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    v4.sin_port = htons(peer.port());
-    sockaddr_storage address{};
-    std::memcpy(&address, &v4, sizeof v4);
+    sockaddr_storage address = loopback(peer.port());
     ASSERT_EQ(SEK_Connect(handle.get(), &address, sizeof address, nullptr), SEK_Ok) << handle.details();
     EXPECT_EQ(handle.connectUrl(peer.url("https")), SEK_Failed);
 }
