@@ -163,6 +163,25 @@ TEST_F(SourcesTest, AnErrorInAnIncludedFileNamesThatFile) {
     EXPECT_EQ(text.rfind("cannot read ../configuration/more.inc line 2: ", 0), 0U) << text;
 }
 
+TEST_F(SourcesTest, AnIncludeWhosePathCannotBeReadIsNamedWithItsOwnFileAndLine) {
+    write("more.inc", "MinProtocol = TLSv1.2\n\n.include $missing/x\n");
+    const std::string included = handshakeUnder("[gateway]\n.include ../configuration/more.inc\n");
+    EXPECT_EQ(included.rfind("cannot read ../configuration/more.inc line 3: ", 0), 0U) << included;
+    const std::string own = handshakeUnder("[gateway]\n#\n#\n.include = $missing/x\n");
+    EXPECT_EQ(own.rfind("cannot read ../configuration/sek.cnf line 4: ", 0), 0U) << own;
+}
+
+TEST_F(SourcesTest, AFlagOfTheReaderMayBeWrittenInAnyCase) {
+    write("more.inc", trusting());
+    const std::string rest = "\n[gateway]\n.include ../configuration/more.inc\n";
+    for (const std::string value : {"on", "ON", "True", "TRUE"})
+        EXPECT_EQ(
+            handshakeUnder(".pragma abspath:" + value + rest),
+            "cannot read ../configuration/sek.cnf line 3: the path ../configuration/more.inc is relative");
+    for (const std::string value : {"off", "OFF", "False"})
+        EXPECT_EQ(handshakeUnder(".pragma abspath:on\n.pragma abspath:" + value + rest), "");
+}
+
 // As a crash in the midst of writing leaves a file; OpenSSL would take it for its end.
 TEST_F(SourcesTest, AFileWithZeroBytesIsRefused) {
     const std::string settings = "[gateway]\nMinProtocol = TLSv1.2\n";
