@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 
 #include "TransportTest.h"
 
@@ -19,33 +18,7 @@ namespace fs = std::filesystem;
 const std::string place = "../configuration/sek.cnf [gateway]";
 const std::string notTrusted = "certificate verify failed: unable to get local issuer certificate";
 
-std::string contentOf(const fs::path& file) {
-    std::ostringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
-}
-
-class TrustTest : public TlsTest {
-  protected:
-    // What a handshake with the server says; "" when it works.
-    std::string handshake(const PeerContext& context) const {
-        TestPeer peer([context](PeerConnection& connection) {
-            if (connection.acceptTls(context)) connection.waitForEnd();
-        });
-        SekHandle handle;
-        EXPECT_EQ(handle.connectUrl(peer.url("https")), SEK_HandshakePending);
-        return handle.establish() == SEK_Ok ? "" : withoutCertificate(handle.details());
-    }
-    std::string handshake() const { return handshake(server()); }
-    std::string handshakeUnder(const std::string& settings) const {
-        writeSettings(settings);
-        return handshake();
-    }
-    std::string trusting() const { return "VerifyCAFile = " + pki().authorityFile().string() + "\n"; }
-    void write(const std::string& name, const std::string& content) const {
-        std::ofstream(configuration() / name) << content;
-    }
-};
+using TrustTest = HandshakeTest;
 
 // A server below an authority that is below the trusted one.
 class RevocationTest : public TrustTest {
