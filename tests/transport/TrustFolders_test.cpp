@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -20,17 +19,6 @@ namespace fs = std::filesystem;
 
 const std::string place = "../configuration/sek.cnf [gateway]";
 const std::string notTrusted = "certificate verify failed: unable to get local issuer certificate";
-
-// What a file with this certificate must be called in a folder, up to its number.
-std::string hashOf(const fs::path& certificate) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(certificate.c_str(), "re"),
-                                                               std::fclose);
-    const std::unique_ptr<X509, void (*)(X509*)> parsed(PEM_read_X509(file.get(), nullptr, nullptr, nullptr),
-                                                        X509_free);
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%08lx", X509_subject_name_hash(parsed.get()));
-    return text.data();
-}
 
 class TrustFolderTest : public HandshakeTest {
   protected:
@@ -52,7 +40,7 @@ class TrustFolderTest : public HandshakeTest {
     const PeerContext& strange() const { return m_strange; }
     // Puts an authority into the folder under the name that the folder's readers look for.
     fs::path add(const TestPki& authority, const std::string& ending = ".0") const {
-        const fs::path file = folder() / (hashOf(authority.authorityFile()) + ending);
+        const fs::path file = folder() / (authority.nameHash() + ending);
         fs::copy_file(authority.authorityFile(), file, fs::copy_options::overwrite_existing);
         return file;
     }
@@ -82,7 +70,7 @@ class TrustFolderTest : public HandshakeTest {
 TEST_F(TrustFolderTest, APipeThatComesWhileTheServiceRunsHoldsNoHandshakeUp) {
     add(pki());
     EXPECT_EQ(handshake(), "");
-    const fs::path pipe = addPipe(hashOf(stranger().authorityFile()) + ".0");
+    const fs::path pipe = addPipe(stranger().nameHash() + ".0");
     EXPECT_EQ(handshakeBeside(pipe, strange()), notTrusted);
     EXPECT_EQ(handshakeBeside(pipe, server()), "");
 }
@@ -90,7 +78,7 @@ TEST_F(TrustFolderTest, APipeThatComesWhileTheServiceRunsHoldsNoHandshakeUp) {
 TEST_F(TrustFolderTest, APipeThatComesIntoTheFolderOfAStoreHoldsNoHandshakeUp) {
     add(pki());
     EXPECT_EQ(handshakeUnder("[gateway]\nVerifyCAStore = " + folder().string() + "\n"), "");
-    const fs::path pipe = addPipe(hashOf(stranger().authorityFile()) + ".0");
+    const fs::path pipe = addPipe(stranger().nameHash() + ".0");
     EXPECT_EQ(handshakeBeside(pipe, strange()), notTrusted);
 }
 
@@ -106,7 +94,7 @@ TEST_F(TrustFolderTest, APipeThatComesIntoTheEnvironmentsTrustStoreHoldsNoHandsh
     add(pki());
     setenv("SSL_CERT_DIR", folder().c_str(), 1);
     EXPECT_EQ(handshakeUnder("[gateway]\n"), "");
-    const fs::path pipe = addPipe(hashOf(stranger().authorityFile()) + ".0");
+    const fs::path pipe = addPipe(stranger().nameHash() + ".0");
     EXPECT_EQ(handshakeBeside(pipe, strange()), notTrusted);
 }
 
@@ -116,7 +104,7 @@ TEST_F(TrustFolderTest, APipeInTheFolderOfOnesOwnChainHoldsNoHandshakeUp) {
     writeSettings("[gateway]\n" + trusting() + "ChainCAPath = ../configuration/authorities\nCertificate = " +
                   client + "\nPrivateKey = " + key + "\n");
     EXPECT_EQ(handshake(), "");
-    const fs::path pipe = addPipe(hashOf(pki().authorityFile()) + ".0");
+    const fs::path pipe = addPipe(pki().nameHash() + ".0");
     const PeerContext asking = server();
     SSL_CTX_set_verify(asking.get(), SSL_VERIFY_PEER, [](int, X509_STORE_CTX*) { return 1; });
     EXPECT_EQ(handshakeBeside(pipe, asking), "");
@@ -154,14 +142,14 @@ TEST_F(TrustFolderTest, OnlyFilesUnderTheirHashAndNumberedWithoutAGapCount) {
     add(pki(), ".1");
     EXPECT_EQ(handshake(), notTrusted);
     add(stranger(), ".pem");
-    std::ofstream(folder() / (hashOf(pki().authorityFile()) + ".0")) << contentOf(stranger().authorityFile());
+    std::ofstream(folder() / (pki().nameHash() + ".0")) << contentOf(stranger().authorityFile());
     EXPECT_EQ(handshake(), "");
     EXPECT_EQ(handshake(strange()), notTrusted);
 }
 
 TEST_F(TrustFolderTest, RevocationListsInTheFolderCountBesideThoseOfTheSettings) {
     add(pki());
-    const std::string hash = hashOf(pki().authorityFile());
+    const std::string hash = pki().nameHash();
     fs::rename(pki().revocationList(identity().certificate), folder() / (hash + ".r0"));
     EXPECT_EQ(handshake(), "");
     TestPki other(configuration(), "other");
