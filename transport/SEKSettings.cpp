@@ -78,7 +78,7 @@ class SEKSettingsBuilder {
         createContext();
         applyFile();
         requireIdentity();
-        requireVerification();
+        requireSoundSuites();
         applyRevocation();
         applyTrust();
         enforce();
@@ -279,24 +279,28 @@ class SEKSettingsBuilder {
             throw SEKFailure(place() + ": no Certificate for the server's side");
     }
 
-    // Suites without certificates would let a peer pass that has none.
-    void requireVerification() const {
-        if (!verifies()) return;
+    // Without encryption this is no TLS, and suites without certificates would let a peer pass that has none.
+    void requireSoundSuites() const {
         const std::unique_ptr<SSL, SslFreer> probe(SSL_new(context()));
         if (probe == nullptr) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
         const std::unique_ptr<STACK_OF(SSL_CIPHER), CiphersFreer> ciphers(
             SSL_get1_supported_ciphers(probe.get()));
         ERR_clear_error();
-        for (int i = 0; i < sk_SSL_CIPHER_num(ciphers.get()); ++i) {
-            const SSL_CIPHER* const cipher = sk_SSL_CIPHER_value(ciphers.get(), i);
-            if (goesWithoutCertificate(cipher)) refuseCipher(SSL_CIPHER_get_name(cipher));
-        }
+        for (int i = 0; i < sk_SSL_CIPHER_num(ciphers.get()); ++i)
+            requireSound(*sk_SSL_CIPHER_value(ciphers.get(), i));
     }
 
-    [[noreturn]] void refuseCipher(const std::string& name) const {
-        refuseCommand("CipherString", m_cipherString.empty() ? "of the system" : m_cipherString,
-                      "the peer would not be verified, because " + name +
-                          " needs no certificate; only VerifyMode = None may say that");
+    void requireSound(const SSL_CIPHER& cipher) const {
+        const std::string name = SSL_CIPHER_get_name(&cipher);
+        if (SSL_CIPHER_get_cipher_nid(&cipher) == NID_undef)
+            refuseSuites("nothing would be encrypted with " + name);
+        if (verifies() && goesWithoutCertificate(&cipher))
+            refuseSuites("the peer would not be verified, because " + name +
+                         " needs no certificate; only VerifyMode = None may say that");
+    }
+
+    [[noreturn]] void refuseSuites(const std::string& why) const {
+        refuseCommand("CipherString", m_cipherString.empty() ? "of the system" : m_cipherString, why);
     }
 
     X509_STORE* trustStore() const {

@@ -47,7 +47,7 @@ TEST_P(PolicyOfCertificates, HoldsUnderEachWayToTrust) {
     for (const Way& way : ways) {
         settle(way.settings);
         const char* const words = way.isVerified ? row.refusal : row.unverified;
-        judge(row.name, row.peer, way.settings, speak(context, row.host),
+        judge(row.name, row.peer, way.settings, speak(answering(context), row.host),
               *words == '\0' ? SEK_Ok : SEK_Failed, words);
     }
 }
@@ -55,7 +55,7 @@ TEST_P(PolicyOfCertificates, HoldsUnderEachWayToTrust) {
 constexpr const char* mismatch = "hostname mismatch";
 constexpr const char* otherAddress = "IP address mismatch";
 constexpr const char* noIssuer = "unable to get local issuer certificate";
-constexpr const char* unsuitable = "unsuitable certificate purpose";
+constexpr const char* unsuitable = "certificate purpose";
 constexpr const char* noAuthority = "invalid CA certificate";
 
 PeerContext named(const PolicyWorld& world, const std::vector<std::string>& alternatives) {
@@ -277,7 +277,7 @@ const Row purposes[] = {
          return belowExtended(w, {"basicConstraints=critical,CA:TRUE", "keyUsage=critical,keyCertSign",
                                   "extendedKeyUsage=clientAuth"});
      },
-     "unsuitable certificate purpose"},
+     "certificate purpose"},
 };
 
 const Row chains[] = {

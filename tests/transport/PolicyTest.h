@@ -48,6 +48,9 @@ class PolicyWorld {
 // Limits what a peer speaks; the versions are TLS1_VERSION and so on.
 PeerContext speaking(PeerContext context, int leastVersion, int mostVersion, const char* suites = nullptr);
 
+// A server that answers a word once the handshake is done.
+TestPeer::Script answering(const PeerContext& context);
+
 class PolicyTest : public HandshakeTest {
   protected:
     struct Outcome {
@@ -65,7 +68,6 @@ class PolicyTest : public HandshakeTest {
     void settle(const char* lines) const;
     // Connects, shakes hands, exchanges a word.
     static Outcome speak(const TestPeer::Script& script, const std::string& host = "localhost");
-    static Outcome speak(const PeerContext& context, const std::string& host = "localhost");
     // An empty expectation means that they understand each other; otherwise it is a part of the words.
     static void judge(const std::string& name, const std::string& peer, const char* settings,
                       const Outcome& outcome, long expected, const std::string& words);
