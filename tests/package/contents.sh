@@ -57,7 +57,7 @@ check_files() {
     expect_same usr/lib/sysusers.d/velbootstrapservice.conf packaging/systemd/sysusers.conf
     expect_same etc/logrotate.d/velbootstrapservice packaging/logrotate
     expect_same usr/share/bash-completion/completions/velbootstrapservice packaging/completion.bash
-    expect_same usr/share/doc/velbootstrapservice/copyright packaging/debian/copyright
+    expect_same usr/share/doc/velbootstrapservice/copyright debian/copyright
 }
 
 check_pages() {
@@ -100,7 +100,7 @@ field() { dpkg-deb --field "$package" "$1"; }
 check_fields() {
     local library
     expect_equal "Architecture" "$(dpkg --print-architecture)" "$(field Architecture)"
-    expect_equal "Version" "$(dpkg-parsechangelog -l "$sources/packaging/debian/changelog" -S Version)" \
+    expect_equal "Version" "$(dpkg-parsechangelog -l "$sources/debian/changelog" -S Version)" \
         "$(field Version)"
     for library in libc6 libexpat1 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers \
         systemd-standalone-tmpfiles; do

@@ -82,7 +82,7 @@ check_times() {
     expect "TimeoutStartSec covers -start and a stop after it" \
         test "$(setting TimeoutStartSec velbootstrapservice)" -gt $((ready_seconds + dead_seconds))
     expect_equal "what removing the package waits" "$(setting TimeoutStopSec velbootstrapservice)" \
-        "$(sed -n 's/^wait_seconds=//p' "$sources/packaging/debian/prerm")"
+        "$(sed -n 's/^wait_seconds=//p' "$sources/debian/velbootstrapservice.prerm")"
     expect_setting TimeoutStopSec "$(setting TimeoutStopSec velbootstrapservice)" velbootstrapservice-foreground
 }
 
