@@ -9,7 +9,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 ((EUID == 0)) || fail "needs root"
-package=$(find "$root/build/release/package" -name 'velbootstrapservice_*.deb' 2>/dev/null)
+package=$(find "$root/build/package" -name 'velbootstrapservice_*.deb' 2>/dev/null)
 [[ -n $package ]] || fail "no package: run scripts/package.sh first"
 install_missing debootstrap systemd-container
 
