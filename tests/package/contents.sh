@@ -53,6 +53,7 @@ check_files() {
         packaging/systemd/velbootstrapservice-foreground.service
     expect_same lib/systemd/system/velbootstrapservice.service.d/sandbox.conf packaging/systemd/sandbox.conf
     expect_same lib/systemd/system/velbootstrapservice-foreground.service.d/sandbox.conf packaging/systemd/sandbox.conf
+    expect_same usr/lib/velbootstrapservice/velbootstrap-unit packaging/systemd/velbootstrap-unit
     expect_same usr/lib/tmpfiles.d/velbootstrapservice.conf packaging/systemd/tmpfiles.conf
     expect_same usr/lib/sysusers.d/velbootstrapservice.conf packaging/systemd/sysusers.conf
     expect_same etc/logrotate.d/velbootstrapservice packaging/logrotate
@@ -74,7 +75,8 @@ check_rights() {
     dpkg-deb --contents "$package" >"$listing"
     expect_equal "files that are not root's" "" "$(awk '$2 != "root/root" { print $6 }' "$listing")"
     expect_equal "files others can write" "" "$(awk '/^[^l]....w/ || /^[^l].......w/ { print $6 }' "$listing")"
-    expect_equal "programs" "./usr/lib/velbootstrapservice/velbootstrapservice
+    expect_equal "programs" "./usr/lib/velbootstrapservice/velbootstrap-unit
+./usr/lib/velbootstrapservice/velbootstrapservice
 ./usr/share/velbootstrapservice/samples/bin/housekeeping
 ./usr/share/velbootstrapservice/tomcat/make-certificates
 ./usr/share/velbootstrapservice/tomcat/velbootstrap-tomcat" "$(awk '/^-..x/ { print $6 }' "$listing" | sort)"
@@ -102,7 +104,7 @@ check_fields() {
     expect_equal "Architecture" "$(dpkg --print-architecture)" "$(field Architecture)"
     expect_equal "Version" "$(dpkg-parsechangelog -l "$sources/debian/changelog" -S Version)" \
         "$(field Version)"
-    for library in libc6 libexpat1 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers \
+    for library in libxml2-utils libc6 libexpat1 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers \
         systemd-standalone-tmpfiles; do
         expect "Depends names $library" grep -qF "$library" <(field Depends)
     done
