@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # package.sh [--built FOLDER] OUTPUT: makes the Debian package, one with its debug symbols, and the source package, in
 # OUTPUT (build/package unless named), and prints their paths. Installs what is missing for that. What is in the output
-# folder already is removed. With --built nothing is compiled: the packages hold what is built in that folder, and
-# there is no source package.
+# folder already is removed. With --built the packages hold what is built in that folder, which is brought up to date,
+# and there is no source package.
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -58,7 +58,8 @@ install_build_dependencies() {
 }
 
 if [[ -n $built ]]; then
-    # The recipe alone, on what is there.
+    # The recipe alone, on what is there when it is up to date.
+    run cmake --build "$built" --target shipped
     mkdir "$tree"
     cp -r "$root/debian" "$root/CHANGELOG.md" "$tree/"
     cd "$tree"

@@ -38,6 +38,7 @@ check_places() {
 
 # Installed under another name than in the source tree, or in a tree of its own.
 check_files() {
+    local unit
     expect_all_of etc/velbootstrapservice sample/tomcat/bin
     expect_all_of etc/velbootstrapservice sample/tomcat/configuration
     expect_all_of etc/velbootstrapservice/tomcat sample/tomcat/tomcat/conf
@@ -51,6 +52,10 @@ check_files() {
     expect_same lib/systemd/system/velbootstrapservice.service packaging/systemd/velbootstrapservice.service
     expect_same lib/systemd/system/velbootstrapservice-foreground.service \
         packaging/systemd/velbootstrapservice-foreground.service
+    for unit in velbootstrapservice-certificates.service velbootstrapservice-certificates.timer; do
+        expect_same "lib/systemd/system/$unit" "packaging/systemd/$unit"
+    done
+    expect_same lib/systemd/system/velbootstrapservice-certificates.service.d/sandbox.conf packaging/systemd/sandbox.conf
     expect_same lib/systemd/system/velbootstrapservice.service.d/sandbox.conf packaging/systemd/sandbox.conf
     expect_same lib/systemd/system/velbootstrapservice-foreground.service.d/sandbox.conf packaging/systemd/sandbox.conf
     expect_same usr/lib/velbootstrapservice/velbootstrap-unit packaging/systemd/velbootstrap-unit

@@ -46,7 +46,8 @@ check_installed() {
         expect_equal "$folder" "755 root:root" "$(owner_of "$folder")"
     done
     expect_equal "processes after installing" "" "$(service_processes)"
-    expect_equal "enabled units" "" "$(find "$changes/etc/systemd" -type l 2>/dev/null)"
+    expect_equal "enabled units" velbootstrapservice-certificates.timer \
+        "$(find "$changes/etc/systemd" -type l -printf '%f\n' 2>/dev/null)"
     expect "the manager accepts the units" in_copy systemd-analyze --man=no verify \
         velbootstrapservice.service velbootstrapservice-foreground.service
     expect_not "it runs before the start" in_copy /bin/sh -c "cd $instance/bin && ./velbootstrapservice -isrunning"
@@ -122,6 +123,15 @@ check_guards() {
     sed -i 's|<ZOR>|<ZOR|' "$settings/startup.xml"
     expect_refused "a start that cannot work" 'FATAL .*Error occured processing configuration' "start -testReadyTries=1"
     sed -i 's|<ZOR$|<ZOR>|' "$settings/startup.xml"
+
+    unit_command certificates || wrong "certificates cannot be looked at"
+    expect_equal "what is told of certificates" "" "$words"
+    in_copy velbootstrap-tomcat --system --renew --days 20 >/dev/null || fail "no renewal"
+    unit_command certificates
+    expect "a certificate that ends soon: $words" grep -qE \
+        '^<4>/etc/velbootstrapservice/dispatcher.pem: the certificate of CN = localhost is good until .* only$' \
+        <<<"$words"
+    in_copy velbootstrap-tomcat --system --renew >/dev/null || fail "no renewal"
 
     # Started by hand, in bin/.
     as_service /bin/sh -c "cd $instance/bin && ./velbootstrapservice -start -testReadyTries=60 -testReadyInterval=1" ||
