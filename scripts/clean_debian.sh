@@ -205,6 +205,12 @@ prove_foreground() {
     claim "the foreground unit serves and stops"
 }
 
+# The status of a unit that has failed is told with an exit code of its own.
+status_says() {
+    inside systemctl --no-pager status velbootstrapservice >"$words" 2>&1 || true
+    grep -E -- "$1" "$words"
+}
+
 # A service that was started by hand stays what it is; the unit says which it is and touches nothing of it.
 prove_twin() {
     local id pid_file=/var/log/velbootstrapservice/velbootstrap_service.pid
@@ -215,8 +221,7 @@ prove_twin() {
         stop_here "the unit starts beside a service that was started by hand"
     fi
     inside systemctl stop velbootstrapservice
-    inside systemctl status velbootstrapservice | grep -F "runs as process $id: stop it first" ||
-        stop_here "the unit does not say why"
+    status_says "runs as process $id: stop it first\$" || stop_here "the unit does not say why"
     [[ $(as_service cat "$pid_file") == "$id" ]] || stop_here "the PID file has changed"
     answers || stop_here "no answer any more"
     as_service sh -c 'cd /var/lib/velbootstrapservice/bin && ./velbootstrapservice -stop -testDeadTries=60 -testDeadInterval=1' ||
@@ -249,8 +254,7 @@ prove_reasons() {
         inside systemctl start velbootstrapservice 2>/dev/null && stop_here "a misspelt document counts as a good one"
         inside systemctl stop velbootstrapservice
     done
-    inside systemctl status velbootstrapservice | grep -E "bootstrap_linuxi38632.xml:[0-9]+: .*tpye" ||
-        stop_here "the line is not told"
+    status_says 'bootstrap_linuxi38632.xml:[0-9]+: .*tpye' || stop_here "the line is not told"
     inside sed -i 's|<stop tpye=|<stop type=|' "$document"
     show systemctl start velbootstrapservice
     answers || stop_here "no answer"
