@@ -68,6 +68,10 @@ check_files() {
 
 check_pages() {
     local page name
+    for page in "$sources"/docs/*.md; do
+        expect_same "usr/share/doc/velbootstrapservice/${page##*/}" "docs/${page##*/}"
+    done
+    expect_same usr/share/doc/velbootstrapservice/README.Debian debian/README.Debian
     for page in "$sources"/packaging/man/*.[1-8]; do
         name=${page##*/}
         expect "the page $name" cmp "$page" <(zcat "$tree/usr/share/man/man${name##*.}/$name.gz")

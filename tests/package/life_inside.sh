@@ -154,7 +154,8 @@ check_removal() {
     local settings=$copy/etc/velbootstrapservice/startup.xml
     sed -i 's|>60<|>55<|' "$settings"
     run_line ExecStart
-    install_package
+    words=$(run_dpkg --install /tmp/package.deb 2>&1) || wrong "no upgrade: $words"
+    expect_not "an upgrade tells what has been done long ago" grep -qF "next, as root" <<<"$words"
     expect_running 0 "after installing a second time"
     expect "removing" run_dpkg --remove velbootstrapservice
     expect_equal "processes after removing" "" "$(service_processes)"
@@ -176,7 +177,8 @@ check_purge() {
 }
 
 make_copy
-install_package
+words=$(run_dpkg --install /tmp/package.deb 2>&1) || fail "no installation: $words"
+expect "installing tells what is next" grep -qF "next, as root: velbootstrap-tomcat --system" <<<"$words"
 check_installed
 check_guards
 check_use
