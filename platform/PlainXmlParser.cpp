@@ -43,8 +43,10 @@ PlainXmlParser::PlainXmlParser() {
 }
 
 void PlainXmlParser::beginBlock() const {
-    if (!m_inSubset || m_subsetLength <= kMaxSubset) return;
-    refuse("the document type declaration has more than " + std::to_string(kMaxSubset) + " bytes");
+    if (m_inSubset && m_subsetLength > kMaxSubset) {
+        refuse("the document type declaration has more than " + std::to_string(kMaxSubset) + " bytes");
+    }
+    if (!m_inSubset && takenUntold() > kMaxNames * kMemoryOfAttribute) refuseNames();
 }
 
 void PlainXmlParser::startElement(const xercesc::XMLElementDecl& element, unsigned int uri,
@@ -52,7 +54,10 @@ void PlainXmlParser::startElement(const xercesc::XMLElementDecl& element, unsign
                                   const xercesc::RefVectorOf<xercesc::XMLAttr>& attributes,
                                   XMLSize_t attributeCount, bool isEmpty, bool isRoot) {
     XmlTreeParser::startElement(element, uri, prefix, attributes, attributeCount, isEmpty, isRoot);
-    if (nameCount() <= kMaxNames) return;
+    if (nameCount() > kMaxNames) refuseNames();
+}
+
+void PlainXmlParser::refuseNames() const {
     refuse("more than " + std::to_string(kMaxNames) + " different names of elements and attributes");
 }
 
@@ -89,6 +94,7 @@ void PlainXmlParser::startIntSubset() {
 
 void PlainXmlParser::endIntSubset() {
     m_inSubset = false;
+    told();
     scanner().setValidationScheme(xercesc::XMLScanner::Val_Never);
     for (xercesc::DTDEntityDecl* const entity : m_trapped)
         entity->setIsExternal(false);

@@ -29,6 +29,10 @@ class PlainXmlParser : public XmlTreeParser {
     static constexpr std::size_t kMaxAttributesOfElement = 100;
     // The library looks for each name among all the names before it.
     static constexpr std::size_t kMaxNames = 1000;
+    // It tells of a start tag when all its attributes have been read, and looks for each among those before it. Until
+    // then only the memory that it takes tells how many there are: twice as often as this many attributes need means
+    // too many names, which the attributes of one tag never share.
+    static constexpr std::size_t kMemoryOfAttribute = 16;
     // What the parser's source should give it at once: the length of the subset is looked at between two blocks, so
     // that one or two blocks more can pass.
     static constexpr std::size_t kBlock = 8192;
@@ -61,6 +65,7 @@ class PlainXmlParser : public XmlTreeParser {
 
   private:
     [[noreturn]] void refuse(const std::string& words) const;
+    [[noreturn]] void refuseNames() const;
     [[noreturn]] void refuseAs(xercesc::DOMException::ExceptionCode code) const;
     void trapReferences(const xercesc::DTDEntityDecl& entity, bool isParameterEntity);
 

@@ -31,11 +31,16 @@ class XmlMemory : public xercesc::MemoryManager {
         Parse& operator=(const Parse&) = delete;
 
       private:
+        friend class XmlMemory;
+
         Link m_ring;
-        Link* m_before;
+        Parse* m_before;
+        std::size_t m_taken = 0;
     };
 
     static XmlMemory& instance();
+    // How often this thread's parse has taken memory so far.
+    static std::size_t taken();
 
     void* allocate(XMLSize_t size) override;
     void deallocate(void* memory) override;

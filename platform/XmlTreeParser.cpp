@@ -3,8 +3,6 @@
 #include <xercesc/framework/XMLAttr.hpp>
 #include <xercesc/framework/XMLElementDecl.hpp>
 
-#include "XmlMemory.h"
-
 XmlTreeParser::XmlTreeParser() : SAXParser(nullptr, &XmlMemory::instance()) {
     scanner().setDocHandler(this);
     scanner().setDocTypeHandler(this);
@@ -33,12 +31,14 @@ void XmlTreeParser::startElement(const xercesc::XMLElementDecl& element, unsigne
 
 void XmlTreeParser::endElement(const xercesc::XMLElementDecl& /*element*/, unsigned int /*uri*/,
                                bool /*isRoot*/, const XMLCh* /*prefix*/) {
+    told();
     endText();
     m_last = m_parent;
     m_parent = m_parent->parent;
 }
 
 void XmlTreeParser::docCharacters(const XMLCh* characters, XMLSize_t length, bool isCdata) {
+    told();
     if (m_parent == &m_tree->document()) return;
     const TVLIDOM_Text::XmlView text(characters, length);
     if (!isCdata) {
@@ -65,6 +65,7 @@ std::string_view XmlTreeParser::nameOf(TVLIDOM_Text::XmlView name) {
 }
 
 void XmlTreeParser::append(XmlNode& node, XmlNodeType type, std::string_view words) {
+    told();
     endText();
     node.type = type;
     node.words = words;

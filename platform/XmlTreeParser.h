@@ -18,6 +18,7 @@
 #include <xercesc/parsers/SAXParser.hpp>
 
 #include "TVLIDOM_Text.h"
+#include "XmlMemory.h"
 #include "XmlTree.h"
 
 class XmlTreeParser : public xercesc::SAXParser {
@@ -44,6 +45,9 @@ class XmlTreeParser : public xercesc::SAXParser {
     xercesc::XMLScanner& scanner() const { return const_cast<xercesc::XMLScanner&>(getScanner()); }
     // How many different names elements and attributes have had so far.
     std::size_t nameCount() const { return m_names.size(); }
+    // How often the library has taken memory since it last told of something.
+    std::size_t takenUntold() const { return XmlMemory::taken() - m_takenBefore; }
+    void told() { m_takenBefore = XmlMemory::taken(); }
 
   private:
     struct NameHash {
@@ -60,6 +64,7 @@ class XmlTreeParser : public xercesc::SAXParser {
     void append(XmlNode& node, XmlNodeType type, std::string_view words);
     void endText();
 
+    std::size_t m_takenBefore = 0;
     std::unique_ptr<XmlTree> m_tree = std::make_unique<XmlTree>();
     XmlElement* m_parent = &m_tree->document();
     XmlNode* m_last = nullptr;       // the last child of m_parent so far
