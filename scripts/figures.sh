@@ -72,13 +72,16 @@ echo "The idle daemon with one child: $(private_kib "$id") KiB private, $(propor
 before=$(wakeups "$id")
 sleep "$idle_seconds"
 echo "Wake-ups in $idle_seconds s around no more than one poll (interval 30 s): $(($(wakeups "$id") - before))"
-# The columns of the benchmark's table: a name such as compare/tls_name/manual_time first, counters as name=value.
+# The columns of the benchmark's table: a name such as compare/tls_name/manual_time first, counters as name=value, with
+# a "k" behind thousands.
 exchange_ratios() {
     "$root/build/bench/bin/transport_bench" --benchmark_color=false --benchmark_format=console --benchmark_min_time=2 \
-        2>/dev/null | awk '/^compare\// {
+        2>/dev/null | awk '
+            function number(text) { return text ~ /k$/ ? text * 1000 : text + 0 }
+            /^compare\// {
             split($1, name, "/"); for (i = 2; i <= NF; i++) if (split($i, c, "=") == 2) value[c[1]] = c[2]
-            printf "An exchange, %s: library %s us, by hand %s us, ratio %s\n", \
-                name[2], value["library_us"], value["direct_us"], value["ratio"] }'
+            printf "An exchange, %s: library %.0f us, by hand %.0f us, ratio %.2f\n", name[2], \
+                number(value["library_us"]), number(value["direct_us"]), number(value["ratio"]) }'
 }
 exchange_ratios
 echo
