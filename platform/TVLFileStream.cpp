@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,7 +15,7 @@ constexpr std::int64_t kPipeMs = 10000;
 
 bool isPipe(std::FILE* file) {
     struct stat status {};
-    return fstat(fileno(file), &status) == 0 && S_ISFIFO(status.st_mode);
+    return TVLOs::current().fstat(fileno(file), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
 }  // namespace
@@ -76,7 +75,7 @@ bool TVLFileStream::waitForBytes() {
         const std::int64_t leftMs = m_deadlineMs - TVLOs::current().nowMs();
         if (leftMs <= 0) return false;
         pollfd pipe{fileno(m_file.get()), POLLIN, 0};
-        const int ready = poll(&pipe, 1, static_cast<int>(std::min(leftMs, kPipeMs)));
+        const int ready = TVLOs::current().poll(&pipe, 1, static_cast<int>(std::min(leftMs, kPipeMs)));
         if (ready > 0) return true;
         if (ready == 0 || errno != EINTR) return false;
     }
@@ -85,7 +84,7 @@ bool TVLFileStream::waitForBytes() {
 std::int64_t TVLFileStream::readSome(char* buffer, std::int64_t count) {
     ssize_t got = -1;
     do {
-        got = ::read(fileno(m_file.get()), buffer, static_cast<std::size_t>(count));
+        got = TVLOs::current().read(fileno(m_file.get()), buffer, static_cast<std::size_t>(count));
     } while (got < 0 && errno == EINTR);
     return got;
 }

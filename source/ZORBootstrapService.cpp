@@ -1,7 +1,6 @@
 #include "ZORBootstrapService.h"
 
 #include <strings.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -209,7 +208,7 @@ int ZORBootstrapService::OnInit() {
     if (configured != nullptr) {
         // A run with a document of its own never touches the daemon's PID file.
         path = configured;
-        pidFile += "zor_cnfgtest_" + std::to_string(getpid());
+        pidFile += "zor_cnfgtest_" + std::to_string(TVLOs::current().getpid());
     } else {
         path = std::string("${bin_path}/bootstrap_") + getPlatform() + ".xml";
         pidFile += "velbootstrap_service.pid";

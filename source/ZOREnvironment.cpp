@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "TVLFile.h"
+#include "TVLOs.h"
 #include "TVLThrowable.h"
 #include "ZORHelpers.h"
 #include "ZORLogger.h"
@@ -38,7 +39,7 @@ void ZOREnvironment::applyFile() {
     for (std::size_t at = 0; at < text->size();) {
         std::string line = ZORHelpers::nextLine(*text, at, text->size());
         if (line.back() == '\n') line.pop_back();
-        if (!line.empty() && line[0] != '#') putenv(immortalCopy(line));
+        if (!line.empty() && line[0] != '#') TVLOs::current().putenv(immortalCopy(line));
     }
 }
 

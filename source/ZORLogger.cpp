@@ -12,6 +12,7 @@
 #include "TVLFile.h"
 #include "TVLIDOM_Helper.h"
 #include "TVLIDOM_Parser.h"
+#include "TVLOs.h"
 #include "TVLThread.h"
 #include "TVLThrowable.h"
 #include "ZORFileInputStream.h"
@@ -49,7 +50,7 @@ const char* levelName(int level) {
 
 // Now, in UTC, as the fixed 24 characters of asctime and a blank.
 std::string timeStamp() {
-    const std::time_t now = std::time(nullptr);
+    const std::time_t now = TVLOs::current().wallClock();
     std::tm utc{};
     std::array<char, 64> text{};
     if (gmtime_r(&now, &utc) == nullptr || asctime_r(&utc, text.data()) == nullptr) return " ";
