@@ -258,7 +258,7 @@ void ZORBootstrapService::noteDaemonWaitMarker() {
 
 int ZORBootstrapService::Run() {
     m_semaMainThreadWait = TVLThreadSemaphore::createImmortal(0);
-    for (ZORChildProcess* const child : m_children) {
+    for (ZORChildProcess* const child : getChildren()) {
         logger->log(ZOR_DEBUG, "ZORBootstrapService::Run() - starting \"%s\"", child->getName());
         child->start();
     }
@@ -420,6 +420,7 @@ bool ZORBootstrapService::prepareChildren(const TVLIDOM_Element& root) {
         auto child = std::make_unique<ZORChildProcess>();
         try {
             child->prepare(TVLIDOM_Element(processes.item(i)));
+            const TVLThreadGuard guard(m_lock);
             m_children.push_back(nullptr);
             m_children.back() = child.release();
         } catch (const ZORBadConfigException& exception) {

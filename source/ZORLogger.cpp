@@ -174,6 +174,7 @@ void ZORLoggerFactory::setLevel(const char* name) {
 
 void ZORLoggerFactory::reset() {
     setLevel(ZOR_FATAL);
+    const TVLThreadGuard guard(m_mutex);
     for (const auto& [file, writer] : m_files) {
         if (file.isOwned() != 0 && file.getStream() != nullptr) std::fclose(file.getStream());
     }
@@ -181,6 +182,7 @@ void ZORLoggerFactory::reset() {
 }
 
 void ZORLoggerFactory::addFile(std::FILE* stream, int owned) {
+    const TVLThreadGuard guard(m_mutex);
     m_files.push_back({{stream, owned}, writerFor(stream)});
 }
 
