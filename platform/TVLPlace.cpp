@@ -88,9 +88,10 @@ bool isEmptyFolder(int folder) {
     if (!entries) return false;
     readable.release();
     int names = 0;
+    errno = 0;
     while (names < 3 && os.readdir(entries.get()) != nullptr)
         ++names;
-    return names == 2;  // itself and its parent
+    return names == 2 && errno == 0;  // itself and its parent
 }
 
 // A way, name by name, as far as its last folder.

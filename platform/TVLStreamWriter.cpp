@@ -20,12 +20,15 @@ bool isTerminal(int descriptor, const struct stat& status) {
     return S_ISCHR(status.st_mode) && TVLOs::current().isTerminal(descriptor);
 }
 
+constexpr off_t kUnknownSize = -1;
+
 bool examine(std::FILE* stream, struct stat& status) {
     return TVLOs::current().fstat(fileno(stream), &status) == 0;
 }
 
 bool isNonblocking(int descriptor) {
-    return (TVLOs::current().statusFlags(descriptor) & O_NONBLOCK) != 0;
+    const int flags = TVLOs::current().statusFlags(descriptor);
+    return flags >= 0 && (flags & O_NONBLOCK) != 0;
 }
 
 bool isPlain(const struct stat& status) {
@@ -111,8 +114,9 @@ bool TVLStreamWriter::leadsTo(std::FILE* stream) const {
 void TVLStreamWriter::write(std::FILE* stream, std::string_view line, std::string_view notice) noexcept {
     struct stat status {};
     // Looked at anew each time: a standard stream may have been led elsewhere.
-    if (!examine(stream, status) || isPlain(status)) {
-        (void)TVLOs::current().writeStream(stream, line);
+    const bool isKnown = examine(stream, status);
+    if (!isKnown || isPlain(status)) {
+        writePlain(stream, line, isKnown ? status.st_size : kUnknownSize);
         return;
     }
     recover();
@@ -120,6 +124,18 @@ void TVLStreamWriter::write(std::FILE* stream, std::string_view line, std::strin
     m_rest.erase(0, push(outlet, m_rest, false));
     if (m_rest.empty() && (m_dropped == 0 ? begin(outlet, line, true) : resume(outlet, line, notice))) return;
     ++m_dropped;
+}
+
+void TVLStreamWriter::writePlain(std::FILE* stream, std::string_view line, off_t size) {
+    TVLOs& os = TVLOs::current();
+    if (m_isTorn) {
+        if (!os.writeStream(stream, "\n")) return;
+        ++size;
+        m_isTorn = false;
+    }
+    if (os.writeStream(stream, line) || size == kUnknownSize) return;
+    struct stat after {};
+    m_isTorn = examine(stream, after) && after.st_size > size;
 }
 
 // Notice and line are one text: a place may have room left for the one and not for the other, and then the next

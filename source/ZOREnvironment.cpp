@@ -29,6 +29,10 @@ char* immortalCopy(const std::string& text) {
     return copy;
 }
 
+void add(const std::string& variable) {
+    if (TVLOs::current().putenv(immortalCopy(variable)) != 0) throw TVLOutOfMemoryError(__FILE__, __LINE__);
+}
+
 }  // namespace
 
 char** ZOREnvironment::m_envp = nullptr;
@@ -39,7 +43,7 @@ void ZOREnvironment::applyFile() {
     for (std::size_t at = 0; at < text->size();) {
         std::string line = ZORHelpers::nextLine(*text, at, text->size());
         if (line.back() == '\n') line.pop_back();
-        if (!line.empty() && line[0] != '#') TVLOs::current().putenv(immortalCopy(line));
+        if (!line.empty() && line[0] != '#') add(line);
     }
 }
 

@@ -40,6 +40,8 @@ void ZORPidFile::write() const {
     const TVLFilePtr file = TVLFile::openForAllToRead(m_path.c_str());
     const bool written = file && TVLOs::current().writeStream(file.get(), std::to_string(pid) + "\n");
     if (!written) {
+        // A part of the number would be another process's.
+        if (file) (void)TVLOs::current().ftruncate(fileno(file.get()), 0);
         logger->log(
             ZOR_WARN,
             "Process ID could not be written to file.  The velbootstrapservice -stop command will not "
@@ -63,7 +65,9 @@ void ZORPidFile::warnOfAnotherOwner(std::FILE* file) const {
 }
 
 void ZORPidFile::remove() const {
-    TVLFile::remove(m_path.c_str());
+    if (TVLFile::remove(m_path.c_str()) || errno == ENOENT) return;
+    const std::string error = std::to_string(errno);
+    logger->log(ZOR_WARN, "PID file \"%s\" could not be removed, errno=%s", m_path.c_str(), error.c_str());
 }
 
 bool ZORPidFile::read(int& pid) const {
