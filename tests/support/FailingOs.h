@@ -17,6 +17,7 @@
 
 #include "TVLOs.h"
 
+// One line for each member, however long.
 // clang-format off
 
 // The kinds of calls that can fail.
@@ -29,9 +30,9 @@
     X(SetVariable) X(LoadLibrary) X(FindSymbol) X(UnloadLibrary) X(WaitForSignal) X(Wait) \
     X(StartThread)
 
-// Each member of the doorway that can fail: its kind, which may depend on the parameters, result, name, parameters,
-// arguments, and what a refused call gives.
-// One that is missing here and below leaves FailingOs without it, which then does not compile.
+// Each member of the doorway that can fail: its kind, which may depend on the parameters; result, name, parameters and
+// arguments; what a refused call gives. One that is missing both here and below leaves FailingOs abstract, and nothing
+// that uses it compiles.
 #define OS_CALLS(X) \
     X(Open, int, openat, (int folder, const char* path, int flags, mode_t mode), (folder, path, flags, mode), -1) \
     X(Duplicate, int, dup, (int descriptor), (descriptor), -1) \
@@ -78,7 +79,7 @@
     X(Wait, bool, waitUntil, (std::condition_variable& condition, std::unique_lock<std::mutex>& lock, std::int64_t deadlineMs), (condition, lock, deadlineMs), refuseToWait()) \
     X(StartThread, int, startThread, (pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument), (thread, attributes, body, argument), errno)
 
-// The members that cannot fail, and isTerminal(), which answers a question: result, name, parameters, arguments.
+// The members that cannot fail, and isTerminal(), which answers a question: result, name, parameters and arguments.
 #define OS_SURE_CALLS(X) \
     X(bool, isTerminal, (int descriptor), (descriptor)) \
     X(pid_t, getpid, (), ()) \

@@ -571,10 +571,24 @@ TEST_F(RefusedRunTest, AWaitForSignalsThatEndsWithoutOneIsRepeated) {
     EXPECT_TRUE(supervisorLogged("INFO", "Child process supervisor has been told to stop"));
 }
 
-TEST_F(RefusedRunTest, ADaemonThatCannotBeForkedSaysSo) {
-    failing.failNth(OsKind::Fork, 1, EAGAIN);
-    EXPECT_EQ(service.runAsDaemon(), 0);
-    EXPECT_TRUE(log.has("ERROR", kLogger, "runAsDaemon() - fork failed, errno=11"));
+TEST_F(RefusedRunTest, TheSecondForkOfADetachmentIsToldOfWhenItFails) {
+    EXPECT_EQ(inAChild([&] {
+                  os.forkIntoChild(0);
+                  failing.failNth(OsKind::Fork, 2, EAGAIN);
+                  return service.runAsDaemon() == 0 &&
+                         log.has("ERROR", kLogger, "runAsDaemon() - fork failed, errno=11");
+              }),
+              0);
+}
+
+TEST_F(RefusedRunTest, WithoutASessionOfItsOwnADaemonIsStartedAllTheSame) {
+    EXPECT_EQ(inAChild([&] {
+                  os.forkIntoChild(0);
+                  failing.failNth(OsKind::NewSession, 1, EPERM);
+                  service.runAsDaemon();
+                  return failing.refusals(OsKind::NewSession) == 1 && os.lastPid() == 1001;
+              }),
+              0);
 }
 
 }  // namespace
