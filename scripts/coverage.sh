@@ -7,7 +7,7 @@ set -euo pipefail
 # shellcheck source=scripts/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-(($# > 0)) || set -- --label-regex '^(unit|transport|system)$'
+(($# > 0)) || set -- --label-regex '^(unit|transport|policy|system)$'
 build=$root/build/coverage
 
 read -r -a packages <<<"$(build_packages coverage | tr '\n' ' ')"
