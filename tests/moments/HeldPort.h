@@ -11,8 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "ServiceUnderTest.h"
-
 class HeldPort {
   public:
     // A peer whose queue is full leaves further connections in the air.
