@@ -41,10 +41,6 @@ class ProcessMomentsTest : public SystemTest {
     // The first failed ping is one too many, even of a child that was just started.
     void haveNoPatience() { service.write("bin/zor.failedPingLimit", "-9\n"); }
 
-    std::size_t count(const std::string& level, const std::string& logger, const std::string& text) {
-        return service.countLogged(level, logger, text);
-    }
-
     void signalAndAwait(pid_t daemon, int signal = SIGTERM) {
         ASSERT_EQ(kill(daemon, signal), 0);
         ASSERT_TRUE(service.waitForLog("INFO", "ZORSignalHandlerThread", kSignalled));
@@ -222,15 +218,13 @@ TEST_F(ProcessMomentsTest, FurtherSignalsOfEveryKindDuringTheShutdownChangeNothi
     ASSERT_TRUE(service.waitForStarts(1));
     const pid_t alpha = service.childPids().front();
     signalAndAwait(daemon);
-    // Each at a stage of its own.
-    for (const auto& [stage, signal] :
-         {std::pair{"stopping child process(es).", SIGHUP}, {"no processes are alive.", SIGINT}}) {
-        EXPECT_EQ(kill(daemon, signal), 0) << stage;
-        if (signal == SIGHUP) {
-            ASSERT_TRUE(service.waitForLog("DEBUG", "PingChildProcess", "Waiting for processes to die."));
-            ASSERT_EQ(kill(alpha, SIGKILL), 0);
-        }
-    }
+    // Each at a stage of its own; then the child dies.
+    ASSERT_EQ(kill(daemon, SIGHUP), 0);
+    ASSERT_TRUE(service.waitForLog("WARN", "PingChildProcess", "stopAction->execute() return status = 0"));
+    ASSERT_EQ(kill(daemon, SIGINT), 0);
+    ASSERT_TRUE(service.waitForLog("DEBUG", "PingChildProcess", "Waiting for processes to die."));
+    ASSERT_EQ(kill(daemon, SIGQUIT), 0);
+    ASSERT_EQ(kill(alpha, SIGKILL), 0);
     expectOrderlyEnd(daemon);
     EXPECT_TRUE(service.neverLogged("is already stopping"));
     EXPECT_TRUE(service.neverLogged("kill all processes.")) << "the child was gone by then";

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <map>
 #include <sstream>
 
 #include "StagedOs.h"
@@ -132,6 +132,19 @@ class ServiceMomentsTest : public WorldTest {
     // How many moments an undisturbed life has; threads that run at the same time may make it a few more or fewer.
     int momentsOfALife() { return live().moments + 5; }
 
+    static std::string complaintsAboutLines(const Life& life) {
+        std::ostringstream text;
+        for (const char* const once :
+             {"INFO ZORSignalHandlerThread Signalled to shutdown.",
+              "INFO PingChildProcess Child process supervisor has been told to stop",
+              "INFO PingChildProcess stopping child process(es).", "INFO ZORBootstrapService Done."}) {
+            if (life.count(once) != 1) text << life.count(once) << " times: " << once << "\n";
+        }
+        if (life.lines.empty() || life.lines.back() != "INFO ZORBootstrapService Done.")
+            text << "the last line is another\n";
+        return text.str();
+    }
+
     // What holds for every life, whatever has happened in it; empty when it does.
     std::string complaintsAbout(const Life& life, std::int64_t longestStopMs = kLongestStopMs) const {
         std::ostringstream text;
@@ -148,14 +161,7 @@ class ServiceMomentsTest : public WorldTest {
         if (life.threadsKept != 0) text << life.threadsKept << " threads kept\n";
         if (life.handlesKept != 0) text << life.handlesKept << " connections kept\n";
         if (life.detailsKept != 0) text << life.detailsKept << " detail texts kept\n";
-        for (const char* const once :
-             {"INFO ZORSignalHandlerThread Signalled to shutdown.",
-              "INFO PingChildProcess Child process supervisor has been told to stop",
-              "INFO PingChildProcess stopping child process(es).", "INFO ZORBootstrapService Done."}) {
-            if (life.count(once) != 1) text << life.count(once) << " times: " << once << "\n";
-        }
-        if (life.lines.empty() || life.lines.back() != "INFO ZORBootstrapService Done.")
-            text << "the last line is another\n";
+        text << complaintsAboutLines(life);
         if (text.str().empty()) return "";
         return text.str() + "--- log\n" + joined(life.lines);
     }

@@ -59,15 +59,16 @@ KINDS = ("kill",) * 10 + ("freeze",) * 3 + ("settings",) * 2 + ("rotate",) * 2 +
 KINDS += peers.ANSWERS + peers.BREACHES
 
 
-def plan(seed, seconds, gap, children):
+def plan(seed, seconds, gap, children, only):
     """All events of a run. Each kind comes once in the warm-up, then they come as they may."""
     dice = random.Random(seed)
-    first = sorted(set(KINDS))
+    kinds = [kind for kind in KINDS if not only or kind in only]
+    first = sorted(set(kinds))
     dice.shuffle(first)
     events, at = [], 0.0
     while at < seconds:
         at += dice.expovariate(1 / gap)
-        kind = first.pop() if first else dice.choice(KINDS)
+        kind = first.pop() if first else dice.choice(kinds)
         name = dice.choice(targets(kind, children))
         events.append(Event(at, kind, name, dice.uniform(3, 25), dice.random()))
     return [event for event in events if event.at < seconds]
@@ -87,7 +88,7 @@ class Soak:
             "p1": peers.Peer(self.tree.certificate(), ends["p1"]),
             "p2": peers.Peer(None, ends["p2"]),
         }
-        self.events = collections.deque(plan(options.seed, self.seconds, options.gap, children))
+        self.events = collections.deque(plan(options.seed, self.seconds, options.gap, children, options.only))
         self.endings = []  # (when, what is to be done then)
         self.samples = []  # (seconds, sample)
         self.happened = collections.Counter()
@@ -323,6 +324,7 @@ def parse():
     parser.add_argument("--seed", type=int, default=20)
     parser.add_argument("--gap", type=float, default=3, help="seconds between two events, on average")
     parser.add_argument("--children", default=",".join(installation.CHILDREN), help="only these of the ten")
+    parser.add_argument("--only", type=lambda kinds: kinds.split(","), help="only these kinds of events")
     parser.add_argument("--table", help="a file for the table")
     parser.add_argument("--verbose", action="store_true", help="tell of each event")
     return parser.parse_args()
