@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "FuzzTarget.h"
+#include "FuzzService.h"
 #include "ZORCmdLine.h"
 
 namespace {
@@ -35,7 +35,7 @@ void checkArgument(const ZORCmdLine& cmdLine, int index, const ZORCLArg& arg) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    FuzzTarget::logEverythingToNowhere();
+    FuzzService::logEverythingToNowhere();
     std::string text = FuzzTarget::textOf(data, size);
     text.resize(std::strlen(text.c_str()));
     checkQuotes(text);
