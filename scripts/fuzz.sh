@@ -43,11 +43,11 @@ dictionary_of() {
     cat "tests/fuzz/dictionaries/$1.dict" 2>/dev/null || true
 }
 
-# fuzzer TARGET FUZZER-OPTION...: in a folder for temporary files that goes with it.
+# fuzzer TARGET FUZZER-OPTION...: with a folder for temporary files that goes with it, in memory where that is possible.
 fuzzer() {
     local target=$1 temporary status=0
     shift
-    temporary=$(mktemp -d)
+    temporary=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
     TMPDIR=$temporary "build/fuzz/bin/${target}_fuzzer" "${limits[@]}" "$@" || status=$?
     rm -rf "$temporary"
     return "$status"
