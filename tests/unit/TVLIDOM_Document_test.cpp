@@ -1,5 +1,7 @@
 #include "TVLIDOM_Document.h"
 
+#include <malloc.h>
+
 #include <memory>
 
 #include "TVLIDOM_Parser.h"
@@ -41,6 +43,21 @@ TEST(TVLIDOM_DocumentTest, ADocumentMayEndBeforeOrAfterTheModel) {
     TVLIDOM_Document again;
     parseInto(again, "<c/>");
     EXPECT_EQ(again.getDocumentElement().getTagName(), "c");
+    TVLIDOM_DOMImplementation::terminate();
+}
+
+TEST(TVLIDOM_DocumentTest, ADocumentThatIsReplacedOrGoesLeavesNothingBehind) {
+    TVLIDOM_DOMImplementation::initialize();
+    const auto twice = [] {
+        TVLIDOM_Document document;
+        parseInto(document, "<a/>");
+        parseInto(document, "<b/>");
+    };
+    twice();
+    const std::size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 50; ++i)
+        twice();
+    EXPECT_LT(mallinfo2().uordblks, before + 100000);
     TVLIDOM_DOMImplementation::terminate();
 }
 
