@@ -1,6 +1,9 @@
 #include "TVLIDOM_Parser.h"
 
 #include <regex>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLNetAccessor.hpp>
+#include <xercesc/util/XMLURL.hpp>
 
 #include "TestKit.h"
 #include "TextStream.h"
@@ -148,6 +151,14 @@ TEST_F(TVLIDOM_ParserTest, ASchemaIsNotLoaded) {
     EXPECT_EQ(parse("<a xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' "
                     "xsi:noNamespaceSchemaLocation='file:///none.xsd'/>"),
               1);
+}
+
+// Whatever might ask one day: the library's own way into the network is closed.
+TEST_F(TVLIDOM_ParserTest, TheLibraryHasNoAccessToTheNetwork) {
+    using xercesc::XMLPlatformUtils;
+    ASSERT_NE(XMLPlatformUtils::fgNetAccessor, nullptr);
+    const xercesc::XMLURL url("http://localhost/a.dtd");
+    EXPECT_THROW(XMLPlatformUtils::fgNetAccessor->makeNew(url), xercesc::NetAccessorException);
 }
 
 TEST_F(TVLIDOM_ParserTest, AHundredThousandNestedElementsAreParsedSearchedAndReleased) {
