@@ -213,6 +213,19 @@ TEST_F(PidFileOwnerTest, ARootsFileThatOthersCouldHaveBroughtHereNamesNobody) {
     EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), expected);
 }
 
+// It is still root's with one name, but what the folder says of it is no longer so.
+TEST_F(PidFileOwnerTest, AFileThatHasAnotherNameByNowNamesNobody) {
+    writePid("4711\n");
+    const std::string path = folder.path("logs/velbootstrap_service.pid");
+    const TVLFilePtr file = TVLFile::openForReading(path.c_str(), 4096);
+    ASSERT_TRUE(file);
+    const auto expected = isRoot() ? std::optional(ZORPidFileOwner::kNobody) : std::nullopt;
+    std::filesystem::rename(path, folder.path("temp/moved"));
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), expected) << "nothing has it";
+    writePid("4711\n");
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), expected) << "another file has it";
+}
+
 // Each of the two rights alone is enough, of the folder as of the file.
 TEST_F(PidFileOwnerTest, WhereTheGroupOrOthersMayWriteRootsFileNamesNobody) {
     writePid("4711\n");
