@@ -3,6 +3,7 @@
 #include <malloc.h>
 
 #include <memory>
+#include <xercesc/util/PlatformUtils.hpp>
 
 #include "TVLIDOM_Parser.h"
 #include "TestKit.h"
@@ -28,6 +29,13 @@ TEST(TVLIDOM_DocumentTest, TerminatingEmptiesTheDocumentsThatStillExist) {
     EXPECT_FALSE(document.getDocumentElement().isNull());
     TVLIDOM_DOMImplementation::terminate();
     EXPECT_TRUE(document.getDocumentElement().isNull());
+}
+
+TEST(TVLIDOM_DocumentTest, TheLibraryGoesWithTheModel) {
+    TVLIDOM_DOMImplementation::initialize();
+    EXPECT_NE(xercesc::XMLPlatformUtils::fgMemoryManager, nullptr);
+    TVLIDOM_DOMImplementation::terminate();
+    EXPECT_EQ(xercesc::XMLPlatformUtils::fgMemoryManager, nullptr);
 }
 
 TEST(TVLIDOM_DocumentTest, ADocumentMayEndBeforeOrAfterTheModel) {
