@@ -48,6 +48,17 @@ TEST_F(TVLIDOM_ParserTest, ADocumentThatBreaksItsOwnRulesIsAccepted) {
     EXPECT_EQ(parse("<!DOCTYPE a [<!ELEMENT a EMPTY>]><a><b/></a>"), 1);
 }
 
+TEST_F(TVLIDOM_ParserTest, ADocumentMayComeByteByByte) {
+    class Drop : public TextStream {
+      public:
+        using TextStream::read;
+        using TextStream::TextStream;
+        int read(char* buffer, int /*count*/) override { return TextStream::read(buffer, 1); }
+    } stream("<a b='c'>text</a>\n");
+    EXPECT_EQ(m_parser.parse(stream, m_document), 1);
+    EXPECT_EQ(root().getAttribute("b"), "c");
+}
+
 TEST_F(TVLIDOM_ParserTest, OtherEncodingsBecomeUtf8) {
     EXPECT_EQ(parse("<?xml version='1.0' encoding='ISO-8859-1'?><a>\xe9</a>"), 1);
     EXPECT_EQ(root().getTextContent(), "\xc3\xa9");
