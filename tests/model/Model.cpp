@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr std::size_t kMostRows = 100000;  // many times what a run takes
+
 long numberIn(const std::string& text) {
     return std::strtol(text.c_str(), nullptr, 10);
 }
@@ -166,15 +168,19 @@ std::size_t Model::stepAt(Agent agent, std::size_t deed) const {
 
 void Model::runTable(const std::string& name) {
     const Table& table = m_tables.table(name);
+    if (table.rows.empty()) throw std::runtime_error("nothing in table \"" + name + '"');
     m_found = {};
     for (std::string place = table.rows.front().at; place != "end";) {
         const Row& row = rowAt(table, place);
         ++m_taken[row.line];
+        if (++m_rows > kMostRows) throw std::runtime_error("the table goes round and round");
         if (table.logger == "PingChildProcess") ++m_steps;
         for (const Action& action : row.actions)
             act(table, action);
         place = row.next;
     }
+    if (!m_returned) m_found = {};
+    m_returned = false;
 }
 
 const Row& Model::rowAt(const Table& table, const std::string& place) const {
@@ -258,6 +264,7 @@ void Model::prepare(const std::string& name) {
 
 void Model::giveBack(const std::string& value) {
     find(number(value));
+    m_returned = true;
 }
 
 void Model::phrase(const std::string& name) {
@@ -280,6 +287,7 @@ const std::map<std::string, Model::Phrase>& Model::phrases() {
         {"write the PID file", &Model::writePidFile},
         {"remove the PID file", &Model::removePidFile},
         {"publish the flags", &Model::publishFlags},
+        {"the flags are as published", &Model::showFlags},
         {"publish the fatal flag", &Model::publishFatal},
         {"stat zor.failedPingLimit", &Model::statLimitFile},
         {"read zor.failedPingLimit", &Model::readLimitFile},
@@ -421,6 +429,12 @@ void Model::publishFlags() {
     m_flags.push_back({m_nowMs, number("restarts") == 0, number("failed") == 0, number("fatals") != 0});
 }
 
+void Model::showFlags() {
+    const Flags& flags = m_flags.back();
+    note("flags " + std::to_string(flags.running) + " " + std::to_string(flags.answered) + " " +
+         std::to_string(flags.fatal));
+}
+
 void Model::publishFatal() {
     Flags flags = m_flags.back();
     flags.fromMs = m_nowMs;
@@ -458,6 +472,7 @@ void Model::lookAtFlags() {
 }
 
 void Model::writePidFile() {
+    m_run.pidFileLeft = m_scenario.pidFileWritable;
     find(m_scenario.pidFileWritable ? 1 : 0);
 }
 

@@ -4,7 +4,8 @@
 // Ownership: refers to the tables, the scenario and the observed run.
 // Threads: one at a time. The threads of the service are followed one after the other, each on a clock of its own.
 // Units: milliseconds of virtual time.
-// Errors: std::runtime_error for a table that cannot be followed: a name nobody knows, a place without a row that fits.
+// Errors: std::runtime_error for a table that cannot be followed: a name nobody knows, a place without a row that fits,
+//   no end.
 #pragma once
 
 #include <map>
@@ -107,6 +108,7 @@ class Model {
     void writePidFile();
     void waitForPoll(std::int64_t limitMs);
     void publishFlags();
+    void showFlags();
     void publishFatal();
     void statLimitFile();
     void readLimitFile();
@@ -123,7 +125,7 @@ class Model {
     void poll();
     void receive();
     void close();
-    void removePidFile() {}
+    void removePidFile() { m_run.pidFileLeft = false; }
 
     std::int64_t toldAtMs() const;
     std::string answerRead(long capacity);
@@ -136,6 +138,7 @@ class Model {
     World m_world;
     Run m_run;
     std::size_t m_steps = 0;
+    std::size_t m_rows = 0;
     std::array<std::vector<std::size_t>, 3> m_stepAt{};  // for each deed
     std::map<int, std::size_t> m_taken;
 
@@ -148,6 +151,7 @@ class Model {
     Prepared m_daemonSpawn;
     std::size_t m_argument = 0;
     Found m_found;
+    bool m_returned = false;  // the present table has answered
     std::string m_details;
     std::string m_answer;
     Reply m_lastReply;

@@ -183,8 +183,10 @@ class Peers {
 // A log destination that hands every line to the recorder.
 class LogStream {
   public:
-    explicit LogStream(Recorder& recorder)
-        : m_recorder(recorder), m_stream(fopencookie(this, "w", {nullptr, write, nullptr, nullptr})) {
+    LogStream(Recorder& recorder, const PingChildProcess& supervisor)
+        : m_recorder(recorder),
+          m_supervisor(supervisor),
+          m_stream(fopencookie(this, "w", {nullptr, write, nullptr, nullptr})) {
         std::setvbuf(m_stream, m_buffer.data(), _IOFBF, m_buffer.size());
         ZORLoggerFactory* const factory = ZORLoggerFactory::getInstance();
         factory->reset();
@@ -202,6 +204,7 @@ class LogStream {
     static constexpr std::size_t kLevelAt = 26;  // after the time and two blanks
     static constexpr std::size_t kLevelSize = 5;
     static constexpr std::string_view kLeftOut = "ZORPropertyInserter ";  // the table says nothing of it
+    static constexpr std::string_view kCycleEnds = "PingChildProcess entering timedWait";
 
     static ssize_t write(void* self, const char* data, std::size_t size) {
         static_cast<LogStream*>(self)->take(std::string(data, size));
@@ -213,9 +216,16 @@ class LogStream {
         const std::size_t logger = line.find("] ", kLevelAt + kLevelSize) + 2;
         if (line.compare(logger, kLeftOut.size(), kLeftOut) == 0) return;
         m_recorder.note(level + " " + line.substr(logger, line.size() - 1 - logger));
+        if (line.compare(logger, kCycleEnds.size(), kCycleEnds) == 0) noteFlags();
+    }
+    void noteFlags() {
+        m_recorder.note("flags " + std::to_string(OpenSupervisor::allChildrenRunning(m_supervisor)) + " " +
+                        std::to_string(OpenSupervisor::allPingsAnswered(m_supervisor)) + " " +
+                        std::to_string(OpenSupervisor::fatalError(m_supervisor)));
     }
 
     Recorder& m_recorder;
+    const PingChildProcess& m_supervisor;
     std::array<char, 65536> m_buffer{};
     std::FILE* m_stream;
 };
@@ -310,11 +320,11 @@ Run runService(const Scenario& scenario) {
     const Library library;
     World world(scenario);
     WorldOs os(world, place.root());
-    const LogStream log(os.recorder());
     const Peers peers(world, os);
     Run run;
     {
         OpenService service;
+        const LogStream log(os.recorder(), service.m_supervisor);
         arrange(scenario, place, os);
         if (scenario.isUnsupervised()) os.failNextWait();
         run.exitCode = runMode(service, os, scenario);

@@ -74,20 +74,20 @@ void Tables::readLine(const std::string& line, int number) {
     std::smatch part;
     if (line.empty() || line.front() == '#') return;
     if (std::regex_match(line, part, head)) {
-        m_last = &m_tables[part[1]];
-        if (!m_last->name.empty()) throw wrong(number, "a second table of that name");
-        m_last->name = part[1];
-        m_last->logger = part[2];
+        m_last = part[1];
+        if (!m_tables.emplace(m_last, Table{m_last, part[2], {}}).second) {
+            throw wrong(number, "a second table of that name");
+        }
         return;
     }
     const std::vector<std::string> cells = cellsOf(line);
-    if (m_last == nullptr || cells.size() < 4) throw wrong(number, "neither a table nor a row");
+    if (m_last.empty() || cells.size() < 4) throw wrong(number, "neither a table nor a row");
     readRow(cells, number);
 }
 
 // A row without a place goes on with the one before.
 void Tables::readRow(const std::vector<std::string>& cells, int number) {
-    std::vector<Row>& rows = m_last->rows;
+    std::vector<Row>& rows = m_tables.at(m_last).rows;
     if (!cells[0].empty()) {
         if (!rows.empty() && rows.back().next.empty()) throw wrong(number, "the row before leads nowhere");
         rows.push_back({number, cells[0], cells[1], conditionsOf(cells[2], number), {}, {}});

@@ -62,11 +62,13 @@ class Tables {
 
     const Table& table(const std::string& name) const;
     const std::map<std::string, Table>& all() const { return m_tables; }
+    // To change them, for a test that wants to see it noticed.
+    std::vector<Row>& rowsOf(const std::string& name) { return m_tables.at(name).rows; }
 
   private:
     void readLine(const std::string& line, int number);
     void readRow(const std::vector<std::string>& cells, int number);
 
     std::map<std::string, Table> m_tables;
-    Table* m_last = nullptr;
+    std::string m_last;  // name of the table that is being read
 };

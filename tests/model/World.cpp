@@ -132,7 +132,12 @@ Reply World::connect(std::int64_t nowMs, const std::string& uri) {
 }
 
 Reply World::establish() {
-    return next(m_exchange->establishes, m_establishes);
+    return next(exchange().establishes, m_establishes);
+}
+
+const Exchange& World::exchange() const {
+    if (m_exchange == nullptr) throw std::logic_error("nobody has tried to connect");
+    return *m_exchange;
 }
 
 void World::sent(std::int64_t nowMs) {
@@ -142,7 +147,7 @@ void World::sent(std::int64_t nowMs) {
 }
 
 Reply World::poll(std::int64_t limitMs) const {
-    Reply reply = m_exchange->poll;
+    Reply reply = exchange().poll;
     reply.latencyMs = std::min(reply.latencyMs, limitMs);
     return reply;
 }

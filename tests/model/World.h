@@ -29,11 +29,11 @@ class World {
     Reply handle(std::int64_t nowMs);
     Reply connect(std::int64_t nowMs, const std::string& uri);
     Reply establish();
-    Reply send() const { return m_exchange->send; }
+    Reply send() const { return exchange().send; }
     void sent(std::int64_t nowMs);  // the command has arrived
     Reply poll(std::int64_t limitMs) const;
-    Reply receive() const { return m_exchange->receive; }
-    const Exchange& exchange() const { return *m_exchange; }
+    Reply receive() const { return exchange().receive; }
+    const Exchange& exchange() const;  // throws std::logic_error when no connection has been tried
     const std::string& uri() const { return m_uri; }
 
     // The last file by that time, none before the first.
