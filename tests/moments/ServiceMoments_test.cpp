@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <iterator>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include "StagedOs.h"
@@ -166,7 +167,7 @@ class ServiceMomentsTest : public WorldTest {
         return text.str() + "--- log\n" + joined(life.lines);
     }
 
-    bool m_stubborn = false;  // no child ends before it is killed
+    std::set<std::string> m_stubborn;  // children that do not end before they are killed
     std::atomic<std::int64_t> m_signalledMs{-1};
 
   private:
@@ -187,14 +188,13 @@ class ServiceMomentsTest : public WorldTest {
             life.livingBeforeTheStop = static_cast<int>(staged.livingProcesses().size());
             raise(staged, SIGTERM);
         });
-        if (!m_stubborn) return;
-        staged.refuseTerm();
+        if (m_stubborn.count("gamma") != 0) staged.refuseTerm();
     }
 
     void takeStop(StagedOs& staged, OpenService& lived, Life& life, const std::string& name) {
         if (!folder.exists("logs/velbootstrap_service.pid")) life.pidFileDuringTheStop = false;
         pingPeer(name).silent = false;
-        if (m_stubborn) return;
+        if (m_stubborn.count(name) != 0) return;
         for (ZORChildProcess* const each : lived.getChildren()) {
             if (each->getName() == name) staged.endProcess(each->getProcessHandle());
         }
@@ -328,21 +328,40 @@ TEST_P(TwoSignalsTest, ASecondSignalAtAnyMomentChangesNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Distance, TwoSignalsTest, testing::Values(1, 2, 7, 23));
 
+// Process id -> how often it was killed.
+std::map<int, int> killsOf(const Life& life) {
+    std::map<int, int> killed;
+    for (const VirtualOs::Kill& kill : life.kills) {
+        if (kill.signal == SIGKILL) ++killed[kill.pid];
+    }
+    return killed;
+}
+
 TEST_F(ServiceMomentsTest, ASignalAtAnyMomentKillsStubbornChildrenOnceEach) {
-    m_stubborn = true;
+    m_stubborn = {"alpha", "beta", "gamma"};
     const int moments = momentsOfALife();
     for (int at = 1; at <= moments; ++at) {
         const Life life = live([&](StagedOs& staged, int moment) {
             if (moment == at) raise(staged, SIGTERM);
         });
         ASSERT_EQ(complaintsAbout(life, kLongestKillMs), "") << "at moment " << at;
-        std::map<int, int> killed;
-        for (const VirtualOs::Kill& kill : life.kills) {
-            if (kill.signal == SIGKILL) ++killed[kill.pid];
-        }
+        const std::map<int, int> killed = killsOf(life);
         ASSERT_EQ(static_cast<int>(killed.size()), life.starts) << "at moment " << at;
         for (const auto& [pid, times] : killed)
             ASSERT_EQ(times, 1) << "process " << pid << ", at moment " << at;
+    }
+}
+
+TEST_F(ServiceMomentsTest, ASignalAtAnyMomentKillsNobodyButTheStubbornOneAndStartsNobody) {
+    m_stubborn = {"beta"};
+    const int moments = momentsOfALife();
+    for (int at = 1; at <= moments; ++at) {
+        const Life life = live([&](StagedOs& staged, int moment) {
+            if (moment == at) raise(staged, SIGTERM);
+        });
+        ASSERT_EQ(complaintsAbout(life, kLongestKillMs), "") << "at moment " << at;
+        ASSERT_EQ(killsOf(life), (std::map<int, int>{{1002, 1}})) << "at moment " << at;
+        ASSERT_LE(life.starts, kChildren + 1) << "at moment " << at;
     }
 }
 
