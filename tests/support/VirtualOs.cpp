@@ -157,7 +157,7 @@ void VirtualOs::sleepMs(std::int64_t durationMs) {
 // Looks every ten milliseconds: what makes a real descriptor writable is an event of the test.
 bool VirtualOs::waitWritable(int descriptor, std::int64_t timeoutMs) {
     const std::int64_t deadlineMs = nowMs() + timeoutMs;
-    while (!TVLOs::waitWritable(descriptor, 0)) {
+    while (!TVLRealOs::waitWritable(descriptor, 0)) {
         Lock lock(m_mutex);
         if (m_nowMs >= deadlineMs) return false;
         pass(lock, std::min<std::int64_t>(10, deadlineMs - m_nowMs));

@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
-#include "TVLOs.h"
+#include "TVLRealOs.h"
 
-class VirtualOs : public TVLOs {
+class VirtualOs : public TVLRealOs {
   public:
     // Thrown by exitProcess() in place of ending the test.
     struct ProcessExit {
