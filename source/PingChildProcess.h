@@ -70,7 +70,9 @@ class PingChildProcess : public TVLThread {
     }
     int hasFatalError() const { return m_fatalError.load(); }
 
-  protected:
+  private:
+    friend class TestAccess;
+
     // What one poll cycle has seen.
     struct Cycle {
         int restarts = 0;

@@ -91,7 +91,9 @@ class ZORBootstrapService : public ZORNTService {
     // The environment that the process was started with; what children receive.
     static char**& m_envp;
 
-  protected:
+  private:
+    friend class TestAccess;
+
     int loadBootstrapDocument(const std::string& path);
     bool parseParamsOf(const TVLIDOM_Element& root, const std::string& path);
     void readRootAttributes(const TVLIDOM_Element& root);
@@ -115,7 +117,6 @@ class ZORBootstrapService : public ZORNTService {
     ZORDaemonControl m_control;
     ZORStartupProperties m_startup;
     int m_startupDelayMs = 0;
-    // Deliberate: these two have no other use; see BootstrapDocumentTest.RootAttributesAreReadAndLogged.
     // Deliberate: these two have no other use; see BootstrapDocumentTest.RootAttributesAreReadAndLogged.
     int m_pingRetries = 5;
     int m_pingRetryIntervalSec = 2;

@@ -130,9 +130,10 @@ class ZORConsole {
     void print(TVLByteBuffer& buffer);
     void destroy();  // does nothing
 
-  protected:
+  private:
+    friend class TestAccess;
+
     static ZORConsole* m_pConsole;
 
-  private:
     std::FILE* m_stream = nullptr;  // null until prepared
 };

@@ -124,8 +124,8 @@ TEST_F(CommandModesTest, AnOverrideWithoutAValueDoesNotRecalculate) {
 
 TEST_F(CommandModesTest, TheInstallRootOptionChangesTheFieldsOnly) {
     run({"-isrunning", "-java_home=/j", "-install_root=/opt/velmora"});
-    EXPECT_EQ(service.m_installRoot, "/opt/velmora");
-    EXPECT_EQ(service.m_binDirectory, "/opt/velmora/bin");
+    EXPECT_EQ(TestAccess::installRoot(service), "/opt/velmora");
+    EXPECT_EQ(TestAccess::binDirectory(service), "/opt/velmora/bin");
     EXPECT_STREQ(property("install_path"), folder.path().c_str());
     EXPECT_STREQ(property("bin_path"), folder.path("bin").c_str());
 }

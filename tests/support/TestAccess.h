@@ -1,0 +1,86 @@
+// What classes keep to themselves, for tests: the one way to it.
+//
+// A class whose state no test could see from outside names TestAccess as its friend and keeps that state private. Tests
+// ask here and nowhere else, so this file is the list of what they rely on beyond the interfaces.
+#pragma once
+
+#include <atomic>
+#include <string>
+
+#include "TVLConfigurationFactory.h"
+#include "ZORAction.h"
+#include "ZORBootstrapService.h"
+#include "ZORChildProcess.h"
+#include "ZORLogger.h"
+#include "ZORPropertyInserter.h"
+
+class TestAccess {
+  public:
+    // --- singletons: an empty one in place of the present one ---
+
+    static void renewProperties() { renew(ZORPropertyInserter::m_pInstance); }
+    static void renewConfiguration() { renew(TVLConfigurationFactory::m_pInstance); }
+    static void renewConsole() { renew(ZORConsole::m_pConsole); }
+
+    static TVLConfigurationFactory*& configuration() { return TVLConfigurationFactory::m_pInstance; }
+
+    // --- the service ---
+
+    static const std::string& installRoot(const ZORBootstrapService& service) {
+        return service.m_installRoot;
+    }
+    static const std::string& binDirectory(const ZORBootstrapService& service) {
+        return service.m_binDirectory;
+    }
+    static int startupDelayMs(const ZORBootstrapService& service) { return service.m_startupDelayMs; }
+    static int pingRetries(const ZORBootstrapService& service) { return service.m_pingRetries; }
+    static int pingRetryIntervalSec(const ZORBootstrapService& service) {
+        return service.m_pingRetryIntervalSec;
+    }
+    static const ZORSpawnAction* daemonSpawn(const ZORBootstrapService& service) {
+        return service.m_daemonSpawn;
+    }
+    static ZORPidFile& pidFile(ZORBootstrapService& service) { return service.m_pidFile; }
+    static PingChildProcess& supervisor(ZORBootstrapService& service) { return service.m_supervisor; }
+    static std::atomic<TVLThreadSemaphore*>& mainThreadWait(ZORBootstrapService& service) {
+        return service.m_semaMainThreadWait;
+    }
+
+    // --- the supervisor ---
+
+    static int pollIntervalSec(const PingChildProcess& supervisor) { return supervisor.m_pollIntervalSec; }
+    static int failedPingLimit(const PingChildProcess& supervisor) { return supervisor.m_failedPingLimit; }
+    static int checkIntervalMs(const PingChildProcess& supervisor) {
+        return supervisor.m_checkForShutdownIntervalMs;
+    }
+    static int maxShutdownChecks(const PingChildProcess& supervisor) {
+        return supervisor.m_maxShutdownChecks;
+    }
+    static int allChildrenRunning(const PingChildProcess& supervisor) {
+        return supervisor.m_allChildrenRunning;
+    }
+    static int allPingsAnswered(const PingChildProcess& supervisor) { return supervisor.m_allPingsAnswered; }
+    static void setFlags(PingChildProcess& supervisor, int running, int answered, int fatal) {
+        supervisor.m_allChildrenRunning = running;
+        supervisor.m_allPingsAnswered = answered;
+        supervisor.m_fatalError = fatal;
+    }
+
+    // --- a child and its actions ---
+
+    static int& handle(ZORChildProcess& child) { return child.m_handle; }
+    static ZORSpawnAction*& startAction(ZORChildProcess& child) { return child.m_startAction; }
+    static ZORAction*& stopAction(ZORChildProcess& child) { return child.m_stopAction; }
+    static ZORSockSendAction*& pingAction(ZORChildProcess& child) { return child.m_pingAction; }
+
+    static int waitTimeMs(const ZORAction& action) { return action.m_waitTimeMs; }
+    static int processHandle(const ZORAction& action) { return action.m_processHandle; }
+    static int signal(const ZORAction& action) { return action.m_signal; }
+
+  private:
+    template <typename Singleton>
+    static void renew(Singleton*& instance) {
+        delete instance;
+        instance = new Singleton;
+    }
+};
