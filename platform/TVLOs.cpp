@@ -73,7 +73,7 @@ int TVLOs::kill(pid_t pid, int signal) {
     return m_processes.kill(pid, signal);
 }
 
-int TVLOs::holdProcess(pid_t pid, uid_t user) {
+bool TVLOs::holdProcess(pid_t pid, uid_t user) {
     return m_processes.hold(pid, user);
 }
 

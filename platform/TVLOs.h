@@ -7,7 +7,7 @@
 // Threads: every member may be called from any thread.
 // Units: times are milliseconds of the monotonic clock, which steps of the wall clock do not touch. No pause and
 //   no wait ends before its time, not by a fraction of a millisecond.
-// Errors: as the system calls of the same names: -1 with errno set.
+// Errors: as the system calls of the same names: -1 with errno set; holdProcess() likewise false.
 #pragma once
 
 #include <sys/types.h>
@@ -36,8 +36,8 @@ class TVLOs {
     // nobody else gets the signal: ESRCH. Other ids go to the system as they are.
     virtual int kill(pid_t pid, int signal);
     // From now on kill() with this id means the process that has it now, provided its real user is `user`. Otherwise
-    // -1: EPERM for another's, ESRCH for none.
-    virtual int holdProcess(pid_t pid, uid_t user);
+    // false: EPERM for another's, ESRCH for none.
+    virtual bool holdProcess(pid_t pid, uid_t user);
     virtual pid_t setsid();
     virtual void exitProcess(int status);  // exit(status); a test's replacement throws instead
 

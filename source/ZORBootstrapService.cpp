@@ -10,8 +10,8 @@
 
 #include "TVLByteBuffer.h"
 #include "TVLConfigurationFactory.h"
+#include "TVLDocumentFile.h"
 #include "TVLFile.h"
-#include "TVLIDOM_Parser.h"
 #include "TVLNumber.h"
 #include "TVLOs.h"
 #include "TVLThread.h"
@@ -216,26 +216,24 @@ int ZORBootstrapService::OnInit() {
     }
     m_pidFile.setPath(ZORPropertyInserter::expanded(pidFile.c_str()));
     path = ZORPropertyInserter::expanded(path.c_str());
-    return loadBootstrapDocument(path);
+    return loadBootstrapDocument(path) ? 1 : 0;
 }
 
-int ZORBootstrapService::loadBootstrapDocument(const std::string& path) {
+bool ZORBootstrapService::loadBootstrapDocument(const std::string& path) {
     logger->log(ZOR_INFO, "attempt to load config from \"%s\"", path.c_str());
-    TVLIDOM_Parser parser;
     TVLIDOM_Document document;
     ZORFileInputStream stream(path.c_str());
-    if (stream.isOpen() == 0) {
+    const auto cannotOpen = [&] {
         logger->log(ZOR_FATAL, "cannot open bootstrap config file \"%s\".", path.c_str());
-        return 0;
-    }
-    if (parser.parse(stream, document) != 1) {
+    };
+    const auto cannotParse = [&](const char* words) {
         logger->log(ZOR_FATAL, "Error parsing bootstrap.xml file = \"%s\", error string = \"%s\"",
-                    path.c_str(), parser.getErrorString().c_str());
-        return 0;
-    }
-    if (!parseParamsOf(document.getDocumentElement(), path)) return 0;
+                    path.c_str(), words);
+    };
+    if (!TVLDocumentFile::read(stream, document, {cannotOpen, cannotParse})) return false;
+    if (!parseParamsOf(document.getDocumentElement(), path)) return false;
     noteDaemonWaitMarker();
-    return 1;
+    return true;
 }
 
 bool ZORBootstrapService::parseParamsOf(const TVLIDOM_Element& root, const std::string& path) {

@@ -94,7 +94,7 @@ class ZORBootstrapService : public ZORNTService {
   private:
     friend class TestAccess;
 
-    int loadBootstrapDocument(const std::string& path);
+    bool loadBootstrapDocument(const std::string& path);
     bool parseParamsOf(const TVLIDOM_Element& root, const std::string& path);
     void readRootAttributes(const TVLIDOM_Element& root);
     bool prepareChildren(const TVLIDOM_Element& root);

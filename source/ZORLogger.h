@@ -61,7 +61,7 @@ class ZORLogFile {
     ~ZORLogFile() { m_stream = nullptr; }
 
     std::FILE* getStream() const { return m_stream; }
-    int isOwned() const { return m_owned; }  // nonzero: the factory opened it and closes it
+    bool isOwned() const { return m_owned != 0; }  // the factory opened it and closes it
 
   private:
     std::FILE* m_stream;

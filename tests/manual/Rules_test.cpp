@@ -151,6 +151,16 @@ TEST(RulesTest, TestsReachWhatClassesKeepToThemselvesInOnePlace) {
     EXPECT_GT(friends, 5U);
 }
 
+// --- one way to do each thing ---
+
+TEST(RulesTest, DocumentsAreOpenedAndParsedInOnePlace) {
+    for (const fs::path& file : filesOf({"source", "platform"}, {".cpp", ".h"})) {
+        const std::string name = file.stem().string();
+        if (name == "TVLDocumentFile" || name == "TVLIDOM_Parser") continue;
+        EXPECT_EQ(timesNamed("TVLIDOM_Parser", {file}), 0) << file << " parses a document by itself";
+    }
+}
+
 // --- includes ---
 
 // The header of a name of the standard library; of names that several have, none is told.

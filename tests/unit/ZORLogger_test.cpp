@@ -450,7 +450,7 @@ TEST_F(ZORLoggerTest, ADestroyedLogFileLeavesItsStreamOpen) {
         ZORLogFile copy(nullptr, 0);
         copy = file;
         EXPECT_EQ(copy.getStream(), stream);
-        EXPECT_EQ(copy.isOwned(), 1);
+        EXPECT_TRUE(copy.isOwned());
     }
     EXPECT_EQ(openDescriptors(folder.path("logs/a")), 1);
     std::fclose(stream);

@@ -97,6 +97,7 @@ class World : public WorldTest {
     using WorldTest::service;
     using WorldTest::setProperty;
     using WorldTest::stopPeer;
+    using WorldTest::supervisor;
     using WorldTest::writeStartup;
 
     // Another service with a child in the same folder: folders are what takes the time.
