@@ -80,6 +80,8 @@ class PingChildProcess : public TVLThread {
         int fatals = 0;
     };
 
+    void preparePolling(const I18NString& interval);
+    void prepareShutdown(const I18NString& checkInterval);
     void supervise();
     bool waitForNextCycle();  // false when a stop was requested
     void readLimitOverride();

@@ -32,10 +32,9 @@ class TestAccess {
     static const std::string& binDirectory(const ZORBootstrapService& service) {
         return service.m_binDirectory;
     }
-    static int startupDelayMs(const ZORBootstrapService& service) { return service.m_startupDelayMs; }
-    static int pingRetries(const ZORBootstrapService& service) { return service.m_pingRetries; }
-    static int pingRetryIntervalSec(const ZORBootstrapService& service) {
-        return service.m_pingRetryIntervalSec;
+    // Of an attribute of the root element.
+    static int rootNumber(ZORBootstrapService& service, const char* attribute) {
+        return service.m_rootNumbers[attribute];
     }
     static const ZORSpawnAction* daemonSpawn(const ZORBootstrapService& service) {
         return service.m_daemonSpawn;

@@ -41,9 +41,9 @@ TEST_F(BootstrapDocumentTest, RootAttributesAreReadAndLogged) {
     EXPECT_EQ(parse("<any startupDelaySec='3' pingRetries='7' pingRetryIntervalSec='9'>" + ChildXml{}.text() +
                     kDaemonSpawn + "</any>"),
               1);
-    EXPECT_EQ(TestAccess::startupDelayMs(service), 3000);
-    EXPECT_EQ(TestAccess::pingRetries(service), 7);
-    EXPECT_EQ(TestAccess::pingRetryIntervalSec(service), 9);
+    EXPECT_EQ(TestAccess::rootNumber(service, "startupDelaySec"), 3000);
+    EXPECT_EQ(TestAccess::rootNumber(service, "pingRetries"), 7);
+    EXPECT_EQ(TestAccess::rootNumber(service, "pingRetryIntervalSec"), 9);
     EXPECT_TRUE(logged("DEBUG", "configured startup delay is 3000 ms."));
     EXPECT_TRUE(logged("DEBUG", "configured startup ping retries is 7."));
     EXPECT_TRUE(logged("DEBUG", "configured startup ping retry interval is 9 sec."));
@@ -51,23 +51,23 @@ TEST_F(BootstrapDocumentTest, RootAttributesAreReadAndLogged) {
 
 TEST_F(BootstrapDocumentTest, AbsentAndEmptyRootAttributesAreDefaultsWithoutAWord) {
     EXPECT_EQ(parse("<any startupDelaySec=''>" + ChildXml{}.text() + kDaemonSpawn + "</any>"), 1);
-    EXPECT_EQ(TestAccess::startupDelayMs(service), 0);
-    EXPECT_EQ(TestAccess::pingRetries(service), 5);
-    EXPECT_EQ(TestAccess::pingRetryIntervalSec(service), 2);
+    EXPECT_EQ(TestAccess::rootNumber(service, "startupDelaySec"), 0);
+    EXPECT_EQ(TestAccess::rootNumber(service, "pingRetries"), 5);
+    EXPECT_EQ(TestAccess::rootNumber(service, "pingRetryIntervalSec"), 2);
     for (const LogLine& line : log.lines())
         EXPECT_EQ(line.text.find("configured startup"), std::string::npos);
 }
 
 TEST_F(BootstrapDocumentTest, ADelayThatIsNoNumberIsZeroAndLogged) {
     EXPECT_EQ(parse("<any startupDelaySec='abc'>" + ChildXml{}.text() + kDaemonSpawn + "</any>"), 1);
-    EXPECT_EQ(TestAccess::startupDelayMs(service), 0);
+    EXPECT_EQ(TestAccess::rootNumber(service, "startupDelaySec"), 0);
     EXPECT_TRUE(logged("DEBUG", "configured startup delay is 0 ms."));
 }
 
 TEST_F(BootstrapDocumentTest, RootAttributesAreNotExpanded) {
     setProperty("delay", "5");
     EXPECT_EQ(parse("<any startupDelaySec='${delay}'>" + ChildXml{}.text() + kDaemonSpawn + "</any>"), 1);
-    EXPECT_EQ(TestAccess::startupDelayMs(service), 0);
+    EXPECT_EQ(TestAccess::rootNumber(service, "startupDelaySec"), 0);
 }
 
 TEST_F(BootstrapDocumentTest, WithoutAProcessTheDocumentIsUseless) {
