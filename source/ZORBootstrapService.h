@@ -88,7 +88,8 @@ class ZORBootstrapService : public ZORNTService {
 
     static int resolveSignal(I18NString& name);  // -1 for an unknown name
 
-    std::list<ZORChildProcess*>& getChildren() { return m_children; }
+    // Without the lock: the list is complete before other threads exist, and the supervisor ends before the children.
+    std::list<ZORChildProcess*>& getChildren() TVL_UNCHECKED { return m_children; }
 
     // The environment that the process was started with; what children receive.
     static char**& m_envp;
@@ -115,11 +116,11 @@ class ZORBootstrapService : public ZORNTService {
     ZORPidFile m_pidFile;
     ZORSpawnAction* m_daemonSpawn = nullptr;  // owned; null until the bootstrap document has been read
     std::atomic<TVLThreadSemaphore*> m_semaMainThreadWait{nullptr};  // immortal; null until Run()
-    std::list<ZORChildProcess*> m_children;                          // owned, in document order
+    TVLThreadMutex m_lock;  // held while the list of the children changes and while they are deleted
+    std::list<ZORChildProcess*> m_children TVL_GUARDED_BY(m_lock);  // owned, in document order
     PingChildProcess m_supervisor;
     ZORDaemonControl m_control;
     ZORStartupProperties m_startup;
     // The numbers of the root element by their attributes; kRootNumbers lists them. One that is not there is 0.
     std::map<std::string, int, std::less<>> m_rootNumbers;
-    TVLThreadMutex m_lock;  // held while the children are deleted
 };

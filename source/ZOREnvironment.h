@@ -10,10 +10,13 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 class ZOREnvironment {
   public:
     static void applyFile();
+    // The lines of such a file that go to the environment, in their order.
+    static std::vector<std::string> entriesOf(const std::string& text);
     // Keeps the variables for children, and lists them at DEBUG. Null is passed over.
     static void keep(char** envp);
     // Stores both folders and makes them properties; false, after a line in the log, when one cannot be told.

@@ -65,6 +65,8 @@ class TestAccess {
         supervisor.m_fatalError = fatal;
     }
 
+    static void runCycle(PingChildProcess& supervisor) { supervisor.runCycle(); }
+
     // --- a child and its actions ---
 
     static int& handle(ZORChildProcess& child) { return child.m_handle; }

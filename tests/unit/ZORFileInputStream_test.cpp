@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "FailingOs.h"
 #include "TVLOs.h"
 #include "TestKit.h"
 
@@ -85,16 +86,14 @@ TEST_F(ZORFileInputStreamTest, AMissingFileLeavesTheStreamClosed) {
 }
 
 // Every look at the clock takes a while.
-class QuickClock : public TVLOs {
+class QuickClock : public FailingOs {
   public:
-    explicit QuickClock(std::int64_t stepMs) : m_stepMs(stepMs), m_before(install(this)) {}
-    ~QuickClock() override { install(m_before); }
+    explicit QuickClock(std::int64_t stepMs) : m_stepMs(stepMs) {}
     std::int64_t nowMs() override { return m_nowMs += m_stepMs; }
 
   private:
     std::int64_t m_stepMs;
     std::int64_t m_nowMs = 0;
-    TVLOs* m_before;
 };
 
 // A pipe by its two ends; the reading one has a name.
@@ -168,6 +167,17 @@ TEST_F(ZORFileInputStreamTest, ADocumentHasALimitThatGrowthDoesNotPass) {
     EXPECT_EQ(blocks, 64);
     EXPECT_EQ(stream.error(), "is larger than 67108864 bytes");
     EXPECT_EQ(stream.open("../temp/a"), 0) << "and is not opened any more";
+}
+
+TEST_F(ZORFileInputStreamTest, AFailureIsForgottenWithTheNextFile) {
+    ASSERT_EQ(mkfifo(folder.path("temp/pipe").c_str(), 0600), 0);
+    folder.write("temp/a", "x");
+    const QuickClock clock(9999);
+    ZORFileInputStream stream("../temp/pipe");
+    EXPECT_EQ(stream.read(), -1);
+    ASSERT_NE(stream.open("../temp/a"), 0);
+    EXPECT_EQ(stream.error(), "");
+    EXPECT_EQ(stream.read(), 'x');
 }
 
 TEST_F(ZORFileInputStreamTest, ADirectoryIsRefused) {
