@@ -112,7 +112,7 @@ class ServiceMomentsTest : public WorldTest {
         const std::size_t descriptors = openDescriptors();
         {
             StagedOs staged;
-            OpenService lived;
+            ZORBootstrapService lived;
             EXPECT_EQ(lived.OnInit(), 1);
             prepare(staged, lived, life);
             staged.watch([&](int moment) {
@@ -174,7 +174,7 @@ class ServiceMomentsTest : public WorldTest {
     std::atomic<std::int64_t> m_signalledMs{-1};
 
   private:
-    void prepare(StagedOs& staged, OpenService& lived, Life& life) {
+    void prepare(StagedOs& staged, ZORBootstrapService& lived, Life& life) {
         staged.allowProcesses(kChildren);
         staged.mustEndBefore(10 * kEndsMs);
         // The first connection needs a handshake in two turns.
@@ -194,7 +194,7 @@ class ServiceMomentsTest : public WorldTest {
         if (m_stubborn.count("gamma") != 0) staged.refuseTerm();
     }
 
-    void takeStop(StagedOs& staged, OpenService& lived, Life& life, const std::string& name) {
+    void takeStop(StagedOs& staged, ZORBootstrapService& lived, Life& life, const std::string& name) {
         if (!folder.exists("logs/velbootstrap_service.pid")) life.pidFileDuringTheStop = false;
         pingPeer(name).silent = false;
         if (m_stubborn.count(name) != 0) return;
