@@ -1,18 +1,16 @@
 #include "TVLIDOM_Document.h"
 
-#include <mutex>
 #include <set>
-#include <xercesc/dom/DOMDocument.hpp>
-#include <xercesc/dom/DOMElement.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 
+#include "TVLThreadSync.h"
 #include "XmlNetwork.h"
 
 namespace {
 
 struct LiveDocuments {
-    std::mutex mutex;
-    std::set<TVLIDOM_Document*> documents;
+    TVLThreadMutex mutex;
+    std::set<TVLIDOM_Document*> documents TVL_GUARDED_BY(mutex);
 };
 
 // Never destroyed: documents of static objects may end later than any static object here.
@@ -24,26 +22,22 @@ LiveDocuments& live() {
 }  // namespace
 
 TVLIDOM_Document::TVLIDOM_Document() {
-    const std::lock_guard<std::mutex> guard(live().mutex);
+    const TVLThreadGuard guard(live().mutex);
     live().documents.insert(this);
 }
 
 TVLIDOM_Document::~TVLIDOM_Document() {
-    {
-        const std::lock_guard<std::mutex> guard(live().mutex);
-        live().documents.erase(this);
-    }
-    adopt(nullptr);
+    const TVLThreadGuard guard(live().mutex);
+    live().documents.erase(this);
 }
 
 TVLIDOM_Element TVLIDOM_Document::getDocumentElement() const {
     if (m_tree == nullptr) return {};
-    return TVLIDOM_Element(TVLIDOM_Node(m_tree->getDocumentElement()));
+    return TVLIDOM_Element(TVLIDOM_Node(m_tree->documentElement()));
 }
 
-void TVLIDOM_Document::adopt(xercesc::DOMDocument* tree) {
-    if (m_tree != nullptr) m_tree->release();
-    m_tree = tree;
+void TVLIDOM_Document::adopt(std::unique_ptr<XmlTree> tree) {
+    m_tree = std::move(tree);
 }
 
 void TVLIDOM_DOMImplementation::initialize() {
@@ -53,7 +47,7 @@ void TVLIDOM_DOMImplementation::initialize() {
 
 void TVLIDOM_DOMImplementation::terminate() {
     {
-        const std::lock_guard<std::mutex> guard(live().mutex);
+        const TVLThreadGuard guard(live().mutex);
         for (TVLIDOM_Document* const document : live().documents)
             document->adopt(nullptr);
     }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "TVLFile.h"
+#include "TVLOs.h"
 #include "TVLThrowable.h"
 #include "ZORHelpers.h"
 #include "ZORLogger.h"
@@ -28,6 +29,10 @@ char* immortalCopy(const std::string& text) {
     return copy;
 }
 
+void add(const std::string& variable) {
+    if (TVLOs::current().putenv(immortalCopy(variable)) != 0) throw TVLOutOfMemoryError(__FILE__, __LINE__);
+}
+
 }  // namespace
 
 char** ZOREnvironment::m_envp = nullptr;
@@ -35,11 +40,18 @@ char** ZOREnvironment::m_envp = nullptr;
 void ZOREnvironment::applyFile() {
     const std::optional<std::string> text = TVLFile::read(kFile, TVLFile::kMostOfAList);
     if (!text) return;
-    for (std::size_t at = 0; at < text->size();) {
-        std::string line = ZORHelpers::nextLine(*text, at, text->size());
+    for (const std::string& entry : entriesOf(*text))
+        add(entry);
+}
+
+std::vector<std::string> ZOREnvironment::entriesOf(const std::string& text) {
+    std::vector<std::string> entries;
+    for (std::size_t at = 0; at < text.size();) {
+        std::string line = ZORHelpers::nextLine(text, at, text.size());
         if (line.back() == '\n') line.pop_back();
-        if (!line.empty() && line[0] != '#') putenv(immortalCopy(line));
+        if (!line.empty() && line[0] != '#') entries.push_back(std::move(line));
     }
+    return entries;
 }
 
 void ZOREnvironment::keep(char** envp) {

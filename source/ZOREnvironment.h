@@ -9,9 +9,14 @@
 // Errors: a file that is not there is no error; TVLOutOfMemoryError when a line cannot be kept.
 #pragma once
 
+#include <string>
+#include <vector>
+
 class ZOREnvironment {
   public:
     static void applyFile();
+    // The lines of such a file that go to the environment, in their order.
+    static std::vector<std::string> entriesOf(const std::string& text);
     // Keeps the variables for children, and lists them at DEBUG. Null is passed over.
     static void keep(char** envp);
     static char** get() { return m_envp; }

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <string>
 
-#include "FuzzTarget.h"
+#include "FuzzService.h"
 #include "ScriptedSek.h"
 #include "TVLIDOM_Parser.h"
 #include "TextStream.h"
@@ -52,7 +52,7 @@ std::string attribute(const char* name, const char* value, bool chosen) {
 
 bool setUp() {
     TVLIDOM_DOMImplementation::initialize();
-    FuzzTarget::logEverythingToNowhere();
+    FuzzService::logEverythingToNowhere();
     return ZORCryptoHelper::InitializeCrypto() == 1;
 }
 

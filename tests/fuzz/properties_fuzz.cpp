@@ -5,18 +5,11 @@
 #include <algorithm>
 #include <string>
 
-#include "FuzzTarget.h"
+#include "FuzzService.h"
 #include "PlainExpansion.h"
 #include "ZORPropertyInserter.h"
 
 namespace {
-
-std::string takeLine(std::string& text) {
-    const std::size_t end = text.find('\n');
-    std::string line = text.substr(0, end);
-    text.erase(0, end == std::string::npos ? end : end + 1);
-    return line;
-}
 
 std::string without(char unwanted, std::string value) {
     value.erase(std::remove(value.begin(), value.end(), unwanted), value.end());
@@ -33,14 +26,14 @@ std::string withOneDollar(const std::string& value) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    FuzzTarget::logEverythingToNowhere();
+    FuzzService::logEverythingToNowhere();
     std::string text = FuzzTarget::textOf(data, size);
     // Texts come from documents and arguments, which hold no zero.
-    text.resize(std::min(text.find('\0'), text.size()));
+    text = FuzzTarget::untilZero(text);
     ZORPropertyInserter* const properties = ZORPropertyInserter::getInstance();
-    properties->add("a", without('$', takeLine(text)).c_str());
-    properties->add("b", withOneDollar(without('{', takeLine(text))).c_str());
-    properties->add("c", without('$', takeLine(text)).c_str());
+    properties->add("a", without('$', FuzzTarget::takeLine(text)).c_str());
+    properties->add("b", withOneDollar(without('{', FuzzTarget::takeLine(text))).c_str());
+    properties->add("c", without('$', FuzzTarget::takeLine(text)).c_str());
     std::string expanded = text;
     properties->insertProperties(expanded);
     FuzzTarget::require(expanded == plainlyExpanded(text), "a text expands as the rules say");

@@ -19,7 +19,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Puts empty singletons in place of the present ones.
 struct FreshProperties : ZORPropertyInserter {
     static void install() {
         delete m_pInstance;
@@ -40,6 +39,18 @@ struct FreshConsole : ZORConsole {
 };
 
 }  // namespace
+
+void Fresh::properties() {
+    FreshProperties::install();
+}
+
+void Fresh::configuration() {
+    FreshConfiguration::install();
+}
+
+void Fresh::console() {
+    FreshConsole::install();
+}
 
 InstallFolder::InstallFolder() : m_before(fs::current_path()) {
     std::string name = (fs::temp_directory_path() / "vbs_unit_XXXXXX").string();
@@ -150,14 +161,14 @@ XmlText::XmlText(const std::string& text) {
 
 ServiceTest::ServiceTest() {
     TVLIDOM_DOMImplementation::initialize();
-    FreshProperties::install();
-    FreshConfiguration::install();
-    FreshConsole::install();
+    Fresh::properties();
+    Fresh::configuration();
+    Fresh::console();
 }
 
 ServiceTest::~ServiceTest() {
     ZORBootstrapService::m_envp = nullptr;  // it belonged to the test
-    FreshConfiguration::install();
+    Fresh::configuration();
     TVLIDOM_DOMImplementation::terminate();
 }
 
@@ -172,5 +183,5 @@ void ServiceTest::setProperty(const char* name, const char* value) {
 void ServiceTest::writeStartup(const std::string& elements) const {
     folder.write("configuration/startup.xml", "<startupConfiguration xmlns:vrx=\"urn:velmora:startup\">" +
                                                   elements + "</startupConfiguration>");
-    FreshConfiguration::install();
+    Fresh::configuration();
 }

@@ -12,6 +12,8 @@
 
 #include "TVLThread.h"
 
+#include "FailingOs.h"
+
 namespace {
 
 class TVLOsTest : public testing::Test {
@@ -158,11 +160,7 @@ TEST_F(TVLOsTest, OpenStandardStreamsStayAsTheyAre) {
 
 TEST_F(TVLOsTest, TheRealOneComesBackWhenAReplacementGoes) {
     {
-        class Other : public TVLOs {
-          public:
-            Other() { install(this); }
-            ~Other() override { install(nullptr); }
-        } other;
+        const FailingOs other;
         EXPECT_EQ(&TVLOs::current(), &other);
     }
     EXPECT_EQ(&TVLOs::current(), &os);
