@@ -621,6 +621,11 @@ TEST(ZORNTServiceTest, AFailedInitialisationLeavesTheExitCodeAlone) {
     EXPECT_EQ(service.runs, 0);
 }
 
+TEST(ZORNTServiceTest, TheBaseClassHasNothingToRun) {
+    ZORNTService service("x");
+    EXPECT_EQ(service.Run(), 0);
+}
+
 TEST(ZORNTServiceTest, TheBaseClassInitialisesNothingAndDoesNothing) {
     ZORNTService service("x");
     EXPECT_EQ(service.OnInit(), 0);
