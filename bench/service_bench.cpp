@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "CountingNew.h"
+#include "AllocationCounter.h"
 #include "TVLIDOM_Parser.h"
 #include "TextStream.h"
 #include "ZORBootstrapService.h"
@@ -24,12 +24,12 @@ void quietLog() {
 void suppressedLine(benchmark::State& state) {
     quietLog();
     static ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("bench");
-    const std::size_t before = countedAllocations();
+    const std::size_t before = AllocationCounter::made();
     for (auto step : state) {
         (void)step;
         logger->log(ZOR_DEBUG, "Pinging process %s. Ping counter: %s", "alpha", "0");
     }
-    state.counters["allocations"] = static_cast<double>(countedAllocations() - before);
+    state.counters["allocations"] = static_cast<double>(AllocationCounter::made() - before);
 }
 BENCHMARK(suppressedLine);
 
@@ -78,7 +78,9 @@ void bootstrapDocument(benchmark::State& state) {
     ZORPropertyInserter::getInstance()->add("name", "/opt/product");
     TVLIDOM_DOMImplementation::initialize();
     const std::string text = documentOf(state.range(0));
-    const std::size_t before = countedAllocations();
+    const std::size_t before = AllocationCounter::made();
+    const std::size_t aliveBefore = AllocationCounter::aliveBytes();
+    AllocationCounter::beginPeak();
     for (auto step : state) {
         (void)step;
         TextStream stream(text);
@@ -87,8 +89,10 @@ void bootstrapDocument(benchmark::State& state) {
         ZORBootstrapService service;
         if (service.parseParams(document.getDocumentElement()) != 1) state.SkipWithError("refused");
     }
-    state.counters["allocations"] = benchmark::Counter(static_cast<double>(countedAllocations() - before),
-                                                       benchmark::Counter::kAvgIterations);
+    state.counters["allocations"] = benchmark::Counter(
+        static_cast<double>(AllocationCounter::made() - before), benchmark::Counter::kAvgIterations);
+    state.counters["peak_MiB"] =
+        static_cast<double>(AllocationCounter::peakBytes() - aliveBefore) / (1024 * 1024);
     TVLIDOM_DOMImplementation::terminate();
 }
 BENCHMARK(bootstrapDocument)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);

@@ -1,10 +1,9 @@
 #include "PlainXmlParser.h"
 
-#include <xercesc/dom/DOMException.hpp>
 #include <xercesc/framework/XMLErrorCodes.hpp>
 #include <xercesc/framework/XMLValidityCodes.hpp>
-#include <xercesc/internal/XMLScanner.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/util/XMLChar.hpp>
 #include <xercesc/util/XMLResourceIdentifier.hpp>
 #include <xercesc/util/XMLUni.hpp>
 #include <xercesc/validators/DTD/DTDAttDef.hpp>
@@ -32,69 +31,71 @@ void forgetIdentifier(const xercesc::DTDAttDef& attribute) {
 
 }  // namespace
 
-PlainXmlParser::PlainXmlParser() : XercesDOMParser(nullptr, &XmlMemory::instance()) {
+PlainXmlParser::PlainXmlParser() {
     setValidationScheme(Val_Never);
     setDoNamespaces(false);
     setDoSchema(false);
     setLoadExternalDTD(false);
     setLoadSchema(false);
-    setCreateEntityReferenceNodes(false);
     setDisableDefaultEntityResolution(true);
     m_limits.setEntityExpansionLimit(kMaxEntityExpansions);
     setSecurityManager(&m_limits);
-    getScanner()->setErrorReporter(this);
-    getScanner()->setEntityHandler(this);
 }
 
 void PlainXmlParser::beginBlock() const {
-    if (!m_inSubset || m_subsetLength <= kMaxSubset) return;
-    refuse("the document type declaration has more than " + std::to_string(kMaxSubset) + " bytes");
-}
-
-void PlainXmlParser::countName(const XMLCh* name) {
-    if (m_names.find(NameView(name)) != m_names.end()) return;
-    m_names.emplace(name);
-    if (m_names.size() <= kMaxNames) return;
-    refuse("more than " + std::to_string(kMaxNames) + " different names of elements and attributes");
+    if (m_inSubset && m_subsetLength > kMaxSubset) {
+        refuse("the document type declaration has more than " + std::to_string(kMaxSubset) + " bytes");
+    }
+    if (!m_inSubset && takenUntold() > kMaxNames * kMemoryOfAttribute) refuseNames();
 }
 
 void PlainXmlParser::startElement(const xercesc::XMLElementDecl& element, unsigned int uri,
                                   const XMLCh* prefix,
                                   const xercesc::RefVectorOf<xercesc::XMLAttr>& attributes,
                                   XMLSize_t attributeCount, bool isEmpty, bool isRoot) {
-    countName(element.getFullName());
-    for (XMLSize_t i = 0; i < attributeCount; ++i)
-        countName(attributes.elementAt(i)->getName());
-    XercesDOMParser::startElement(element, uri, prefix, attributes, attributeCount, isEmpty, isRoot);
+    XmlTreeParser::startElement(element, uri, prefix, attributes, attributeCount, isEmpty, isRoot);
+    if (nameCount() > kMaxNames) refuseNames();
 }
 
-void PlainXmlParser::XMLDecl(const XMLCh* version, const XMLCh* encoding, const XMLCh* standalone,
-                             const XMLCh* actualEncoding) {
-    placed([&] { XercesDOMParser::XMLDecl(version, encoding, standalone, actualEncoding); });
+void PlainXmlParser::refuseNames() const {
+    refuse("more than " + std::to_string(kMaxNames) + " different names of elements and attributes");
+}
+
+// The scanner reads a version that it does not know as the first.
+void PlainXmlParser::XMLDecl(const XMLCh* version, const XMLCh* /*encoding*/, const XMLCh* /*standalone*/,
+                             const XMLCh* /*actualEncoding*/) {
+    using xercesc::XMLString;
+    using xercesc::XMLUni;
+    if (version == nullptr || *version == 0 || XMLString::equals(version, XMLUni::fgVersion1_0)) return;
+    if (XMLString::equals(version, XMLUni::fgVersion1_1)) return;
+    refuseAs(xercesc::DOMException::NOT_SUPPORTED_ERR);
 }
 
 // With an external subset an undeclared entity might be declared there, and the library would leave references
 // to it out of the text. Nothing outside is read, so the document counts as one without.
-void PlainXmlParser::doctypeDecl(const xercesc::DTDElementDecl& element, const XMLCh* publicId,
-                                 const XMLCh* systemId, bool hasInternalSubset, bool hasExternalSubset) {
-    placed([&] {
-        XercesDOMParser::doctypeDecl(element, publicId, systemId, hasInternalSubset, hasExternalSubset);
-    });
-    getScanner()->setHasNoDTD(true);
+void PlainXmlParser::doctypeDecl(const xercesc::DTDElementDecl& element, const XMLCh* /*publicId*/,
+                                 const XMLCh* /*systemId*/, bool /*hasInternalSubset*/,
+                                 bool /*hasExternalSubset*/) {
+    const XMLCh* const name = element.getFullName();
+    const XMLSize_t length = xercesc::XMLString::stringLen(name);
+    const bool isVersion11 = scanner().getXMLVersion() == xercesc::XMLReader::XMLV1_1;
+    const bool isQualified = isVersion11 ? xercesc::XMLChar1_1::isValidQName(name, length)
+                                         : xercesc::XMLChar1_0::isValidQName(name, length);
+    if (!isQualified) refuseAs(xercesc::DOMException::NAMESPACE_ERR);
+    scanner().setHasNoDTD(true);
 }
 
 // Only a validating scanner tells of an undeclared parameter entity; see error().
 void PlainXmlParser::startIntSubset() {
-    XercesDOMParser::startIntSubset();
     m_inSubset = true;
     m_subsetLength = 0;
-    getScanner()->setValidationScheme(xercesc::XMLScanner::Val_Always);
+    scanner().setValidationScheme(xercesc::XMLScanner::Val_Always);
 }
 
 void PlainXmlParser::endIntSubset() {
-    XercesDOMParser::endIntSubset();
     m_inSubset = false;
-    getScanner()->setValidationScheme(xercesc::XMLScanner::Val_Never);
+    told();
+    scanner().setValidationScheme(xercesc::XMLScanner::Val_Never);
     for (xercesc::DTDEntityDecl* const entity : m_trapped)
         entity->setIsExternal(false);
     m_trapped.clear();
@@ -151,15 +152,12 @@ xercesc::InputSource* PlainXmlParser::resolveEntity(xercesc::XMLResourceIdentifi
     refuse("external entities are not loaded: \"" + name + "\"");
 }
 
-template <typename Step>
-void PlainXmlParser::placed(Step step) const {
-    try {
-        step();
-    } catch (const xercesc::DOMException& exception) {
-        throw xercesc::SAXParseException(exception.getMessage(), *getScanner()->getLocator());
-    }
+void PlainXmlParser::refuse(const std::string& words) const {
+    throw xercesc::SAXParseException(TVLIDOM_Text::toXml(words).c_str(), *scanner().getLocator());
 }
 
-void PlainXmlParser::refuse(const std::string& words) const {
-    throw xercesc::SAXParseException(TVLIDOM_Text::toXml(words).c_str(), *getScanner()->getLocator());
+// In the words of the document object model.
+void PlainXmlParser::refuseAs(xercesc::DOMException::ExceptionCode code) const {
+    const xercesc::DOMException exception(static_cast<short>(code));
+    throw xercesc::SAXParseException(exception.getMessage(), *scanner().getLocator());
 }

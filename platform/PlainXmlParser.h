@@ -12,15 +12,14 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <string>
-#include <string_view>
-#include <unordered_set>
 #include <vector>
-#include <xercesc/parsers/XercesDOMParser.hpp>
+#include <xercesc/dom/DOMException.hpp>
 #include <xercesc/util/SecurityManager.hpp>
 
-class PlainXmlParser : public xercesc::XercesDOMParser {
+#include "XmlTreeParser.h"
+
+class PlainXmlParser : public XmlTreeParser {
   public:
     // Each is enough for any document written by hand. Together the first two bound what entities can add to a
     // document; the second also bounds content models, in which the library compares each name with each other. The
@@ -30,6 +29,10 @@ class PlainXmlParser : public xercesc::XercesDOMParser {
     static constexpr std::size_t kMaxAttributesOfElement = 100;
     // The library looks for each name among all the names before it.
     static constexpr std::size_t kMaxNames = 1000;
+    // It tells of a start tag when all its attributes have been read, and looks for each among those before it. Until
+    // then only the memory that it takes tells how many there are: twice as often as this many attributes need means
+    // too many names, which the attributes of one tag never share.
+    static constexpr std::size_t kMemoryOfAttribute = 16;
     // What the parser's source should give it at once: the length of the subset is looked at between two blocks, so
     // that one or two blocks more can pass.
     static constexpr std::size_t kBlock = 8192;
@@ -44,7 +47,6 @@ class PlainXmlParser : public xercesc::XercesDOMParser {
                       const xercesc::RefVectorOf<xercesc::XMLAttr>& attributes, XMLSize_t attributeCount,
                       bool isEmpty, bool isRoot) override;
 
-    // What the document itself refuses is told with its place, too.
     void XMLDecl(const XMLCh* version, const XMLCh* encoding, const XMLCh* standalone,
                  const XMLCh* actualEncoding) override;
     void doctypeDecl(const xercesc::DTDElementDecl& element, const XMLCh* publicId, const XMLCh* systemId,
@@ -56,33 +58,19 @@ class PlainXmlParser : public xercesc::XercesDOMParser {
     void attDef(const xercesc::DTDElementDecl& element, const xercesc::DTDAttDef& attribute,
                 bool isIgnored) override;
 
-    // These declarations have no effect; the library would keep a copy of each with the document.
-    void elementDecl(const xercesc::DTDElementDecl& /*element*/, bool /*isIgnored*/) override {}
-    void startAttList(const xercesc::DTDElementDecl& /*element*/) override {}
-    void endAttList(const xercesc::DTDElementDecl& /*element*/) override {}
-    void notationDecl(const xercesc::XMLNotationDecl& /*notation*/, bool /*isIgnored*/) override {}
-
     void error(unsigned int code, const XMLCh* domain, xercesc::XMLErrorReporter::ErrTypes type,
                const XMLCh* words, const XMLCh* systemId, const XMLCh* publicId, XMLFileLoc line,
                XMLFileLoc column) override;
     xercesc::InputSource* resolveEntity(xercesc::XMLResourceIdentifier* resource) override;
 
   private:
-    using NameView = std::basic_string_view<XMLCh>;
-    struct NameHash {
-        using is_transparent = void;
-        std::size_t operator()(NameView name) const { return std::hash<NameView>()(name); }
-    };
-
-    template <typename Step>
-    void placed(Step step) const;
     [[noreturn]] void refuse(const std::string& words) const;
-    void countName(const XMLCh* name);
+    [[noreturn]] void refuseNames() const;
+    [[noreturn]] void refuseAs(xercesc::DOMException::ExceptionCode code) const;
     void trapReferences(const xercesc::DTDEntityDecl& entity, bool isParameterEntity);
 
     xercesc::SecurityManager m_limits;
     bool m_inSubset = false;
-    std::size_t m_subsetLength = 0;  // what was read since it began
-    std::unordered_set<std::basic_string<XMLCh>, NameHash, std::equal_to<>> m_names;
+    std::size_t m_subsetLength = 0;                  // what was read since it began
     std::vector<xercesc::DTDEntityDecl*> m_trapped;  // general entities; the library owns them
 };

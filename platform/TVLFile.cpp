@@ -2,11 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
 
+#include "TVLOs.h"
 #include "TVLPlace.h"
 
 namespace {
@@ -36,7 +36,7 @@ auto attempt(std::string* why, Action action) -> decltype(action()) {
 
 struct stat statusOf(const TVLDescriptor& file) {
     struct stat status {};
-    if (fstat(file.get(), &status) != 0) refuseWithErrno();
+    if (TVLOs::current().fstat(file.get(), &status) != 0) refuseWithErrno();
     return status;
 }
 
@@ -68,11 +68,11 @@ TVLDescriptor openRegularOrPipe(const char* path, std::int64_t mostBytes) {
 }
 
 void truncate(const TVLDescriptor& file) {
-    if (ftruncate(file.get(), 0) != 0) refuseWithErrno();
+    if (TVLOs::current().ftruncate(file.get(), 0) != 0) refuseWithErrno();
 }
 
 TVLFilePtr asStream(TVLDescriptor file, const char* mode) {
-    TVLFilePtr stream(fdopen(file.get(), mode));
+    TVLFilePtr stream(TVLOs::current().fdopen(file.get(), mode));
     if (!stream) refuseWithErrno();
     file.release();
     return stream;
@@ -82,7 +82,7 @@ std::string contentOf(const TVLDescriptor& file, std::int64_t mostBytes) {
     std::string content;
     std::array<char, 4096> block{};
     for (;;) {
-        const ssize_t got = ::read(file.get(), block.data(), block.size());
+        const ssize_t got = TVLOs::current().read(file.get(), block.data(), block.size());
         if (got == 0) return content;
         if (got < 0 && errno != EINTR) refuseWithErrno();
         if (got > 0) content.append(block.data(), static_cast<std::size_t>(got));
@@ -114,7 +114,7 @@ TVLFilePtr openForAllToRead(const char* path) {
         requireRegular(statusOf(file));
         truncate(file);
         // Whoever may write in a file that is another's leaves its rights alone.
-        (void)fchmod(file.get(), kRightsForAll);
+        (void)TVLOs::current().fchmod(file.get(), kRightsForAll);
         return asStream(std::move(file), "w");
     });
 }
@@ -140,13 +140,13 @@ bool remove(const char* path) {
 
 std::optional<std::int64_t> modificationTimeSec(const char* path) {
     struct stat status {};
-    if (stat(path, &status) != 0) return std::nullopt;
+    if (TVLOs::current().fstatat(AT_FDCWD, path, &status, 0) != 0) return std::nullopt;
     return std::int64_t{status.st_mtim.tv_sec};
 }
 
 std::optional<std::uint32_t> ownerOf(std::FILE* file) {
     struct stat status {};
-    if (fstat(fileno(file), &status) != 0) return std::nullopt;
+    if (TVLOs::current().fstat(fileno(file), &status) != 0) return std::nullopt;
     return status.st_uid;
 }
 

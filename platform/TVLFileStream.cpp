@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,7 +15,7 @@ constexpr std::int64_t kPipeMs = 10000;
 
 bool isPipe(std::FILE* file) {
     struct stat status {};
-    return fstat(fileno(file), &status) == 0 && S_ISFIFO(status.st_mode);
+    return TVLOs::current().fstat(fileno(file), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
 }  // namespace
@@ -42,7 +41,7 @@ int TVLFileStream::read(char* buffer, int count) {
     if (!m_file || buffer == nullptr || count < 1 || !m_error.empty()) return -1;
     std::int64_t got = -1;
     do {
-        if (!waitForBytes()) return fail("does not come to its end in time");
+        if (!waitForBytes()) return -1;
         got = readSome(buffer, count);
         // Another reader of the same pipe was quicker.
     } while (got < 0 && errno == EAGAIN && m_deadlineMs != TVLOs::kForever);
@@ -74,18 +73,27 @@ bool TVLFileStream::waitForBytes() {
     if (m_deadlineMs == TVLOs::kForever) return true;
     for (;;) {
         const std::int64_t leftMs = m_deadlineMs - TVLOs::current().nowMs();
-        if (leftMs <= 0) return false;
+        if (leftMs <= 0) return comesTooLate();
         pollfd pipe{fileno(m_file.get()), POLLIN, 0};
-        const int ready = poll(&pipe, 1, static_cast<int>(std::min(leftMs, kPipeMs)));
+        const int ready = TVLOs::current().poll(&pipe, 1, static_cast<int>(std::min(leftMs, kPipeMs)));
         if (ready > 0) return true;
-        if (ready == 0 || errno != EINTR) return false;
+        if (ready == 0) return comesTooLate();
+        if (errno != EINTR) {
+            fail(std::strerror(errno));
+            return false;
+        }
     }
+}
+
+bool TVLFileStream::comesTooLate() {
+    fail("does not come to its end in time");
+    return false;
 }
 
 std::int64_t TVLFileStream::readSome(char* buffer, std::int64_t count) {
     ssize_t got = -1;
     do {
-        got = ::read(fileno(m_file.get()), buffer, static_cast<std::size_t>(count));
+        got = TVLOs::current().read(fileno(m_file.get()), buffer, static_cast<std::size_t>(count));
     } while (got < 0 && errno == EINTR);
     return got;
 }

@@ -34,7 +34,8 @@ class TVLFileStream : public PLXInputStream {
     void take(TVLFilePtr file);
 
   private:
-    bool waitForBytes();
+    bool waitForBytes();  // false, with the error noted, when none come
+    bool comesTooLate();
     std::int64_t readSome(char* buffer, std::int64_t count);
     int fail(const std::string& error);
 

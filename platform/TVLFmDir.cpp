@@ -1,20 +1,31 @@
 #include "TVLFmDir.h"
 
 #include <fcntl.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <array>
+#include <cstdlib>
 #include <filesystem>
-#include <system_error>
+#include <memory>
 
 #include "TVLDescriptor.h"
+#include "TVLOs.h"
 #include "TVLPlace.h"
 
 namespace fs = std::filesystem;
 
+namespace {
+
+struct Free {
+    void operator()(char* memory) const { std::free(memory); }
+};
+using WorkingDirectory = std::unique_ptr<char, Free>;  // as getcwd() allocates it
+
+}  // namespace
+
 bool TVLFmDir::exists(const char* path) {
-    std::error_code error;
-    return fs::is_directory(path, error);
+    struct stat status {};
+    return TVLOs::current().fstatat(AT_FDCWD, path, &status, 0) == 0 && S_ISDIR(status.st_mode);
 }
 
 bool TVLFmDir::createWithParents(const char* path) {
@@ -27,22 +38,22 @@ bool TVLFmDir::createWithParents(const char* path) {
 }
 
 std::string TVLFmDir::fullPath(const std::string& path) {
-    std::error_code error;
-    const fs::path working = fs::current_path(error);
-    if (error && !fs::path(path).is_absolute()) return {};
-    fs::path full = (working / path).lexically_normal();
+    const WorkingDirectory working(TVLOs::current().getcwd(nullptr, 0));
+    if (!working && !fs::path(path).is_absolute()) return {};
+    fs::path full = (fs::path(working ? working.get() : "") / path).lexically_normal();
     if (!full.has_filename() && full != full.root_path()) full = full.parent_path();
     return full.string();
 }
 
 std::string TVLFmDir::resolveByChangingInto(const char* path) {
+    TVLOs& os = TVLOs::current();
     std::array<char, 4096> resolved{};
-    if (getcwd(resolved.data(), resolved.size()) == nullptr) return {};
+    if (os.getcwd(resolved.data(), resolved.size()) == nullptr) return {};
     // By its descriptor: its name may lead elsewhere by the time of the way back.
-    const TVLDescriptor remembered(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const TVLDescriptor remembered(os.openat(AT_FDCWD, ".", O_PATH | O_DIRECTORY | O_CLOEXEC, 0));
     if (!remembered.isOpen()) return {};
-    const bool known = chdir(path) == 0 && getcwd(resolved.data(), resolved.size()) != nullptr;
-    const bool back = fchdir(remembered.get()) == 0;
+    const bool known = os.chdir(path) == 0 && os.getcwd(resolved.data(), resolved.size()) != nullptr;
+    const bool back = os.fchdir(remembered.get()) == 0;
     return known && back ? resolved.data() : "";
 }
 

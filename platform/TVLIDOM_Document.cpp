@@ -2,8 +2,6 @@
 
 #include <mutex>
 #include <set>
-#include <xercesc/dom/DOMDocument.hpp>
-#include <xercesc/dom/DOMElement.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 
 #include "XmlNetwork.h"
@@ -29,21 +27,17 @@ TVLIDOM_Document::TVLIDOM_Document() {
 }
 
 TVLIDOM_Document::~TVLIDOM_Document() {
-    {
-        const std::lock_guard<std::mutex> guard(live().mutex);
-        live().documents.erase(this);
-    }
-    adopt(nullptr);
+    const std::lock_guard<std::mutex> guard(live().mutex);
+    live().documents.erase(this);
 }
 
 TVLIDOM_Element TVLIDOM_Document::getDocumentElement() const {
     if (m_tree == nullptr) return {};
-    return TVLIDOM_Element(TVLIDOM_Node(m_tree->getDocumentElement()));
+    return TVLIDOM_Element(TVLIDOM_Node(m_tree->documentElement()));
 }
 
-void TVLIDOM_Document::adopt(xercesc::DOMDocument* tree) {
-    if (m_tree != nullptr) m_tree->release();
-    m_tree = tree;
+void TVLIDOM_Document::adopt(std::unique_ptr<XmlTree> tree) {
+    m_tree = std::move(tree);
 }
 
 void TVLIDOM_DOMImplementation::initialize() {

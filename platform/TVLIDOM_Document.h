@@ -10,11 +10,10 @@
 // Errors: an empty document has a null root.
 #pragma once
 
-#include "TVLIDOM_Node.h"
+#include <memory>
 
-namespace xercesc_3_2 {
-class DOMDocument;
-}
+#include "TVLIDOM_Node.h"
+#include "XmlTree.h"
 
 class TVLIDOM_Document {
   public:
@@ -24,11 +23,11 @@ class TVLIDOM_Document {
     TVLIDOM_Document& operator=(const TVLIDOM_Document&) = delete;
 
     TVLIDOM_Element getDocumentElement() const;
-    // Takes ownership of a tree, in place of the one before.
-    void adopt(xercesc_3_2::DOMDocument* tree);
+    // Takes a tree, in place of the one before; null for none.
+    void adopt(std::unique_ptr<XmlTree> tree);
 
   private:
-    xercesc_3_2::DOMDocument* m_tree = nullptr;  // owned
+    std::unique_ptr<XmlTree> m_tree;
 };
 
 class TVLIDOM_DOMImplementation {

@@ -17,18 +17,13 @@ TVLIDOM_Element findFirst(const TVLIDOM_Node& start, const I18NString& name, Pre
 void TVLIDOM_Walk::advance() {
     const TVLIDOM_Node child = m_at.getFirstChild();
     if (!child.isNull()) {
-        m_parents.push_back(m_at);
         m_at = child;
         return;
     }
-    // The start has no parent here, and what follows it is none of the walk's.
-    while (!m_parents.empty()) {
-        const TVLIDOM_Node sibling = m_at.getNextSibling();
-        m_at = sibling.isNull() ? m_parents.back() : sibling;
-        if (!sibling.isNull()) return;
-        m_parents.pop_back();
-    }
-    m_at = {};
+    // What follows the start is none of the walk's.
+    while (m_at != m_start && m_at.getNextSibling().isNull())
+        m_at = m_at.getParentNode();
+    m_at = m_at == m_start ? TVLIDOM_Node() : m_at.getNextSibling();
 }
 
 TVLIDOM_Element TVLIDOM_Helper::findFirstElementWithName(const TVLIDOM_Node& start, const I18NString& name) {

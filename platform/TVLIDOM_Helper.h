@@ -1,28 +1,25 @@
 // Searches in a document.
 //
 // Purpose: walk the nodes below a start node in document order, depth first.
-// Ownership: handles as in TVLIDOM_Node; a walk keeps those of the nodes that it is in.
+// Ownership: handles as in TVLIDOM_Node.
 // Threads: one thread at a time for a walk; TVLIDOM_Helper has no state.
 // Units: none.
 // Errors: null when nothing is found or the start is null. No recursion: depth does not matter.
 #pragma once
 
-#include <vector>
-
 #include "TVLIDOM_Node.h"
 
-// Goes through a node and all below it, the node itself first. It remembers the way: the library finds out a
-// node's parent slowly.
+// Goes through a node and all below it, the node itself first.
 class TVLIDOM_Walk {
   public:
-    explicit TVLIDOM_Walk(const TVLIDOM_Node& start) : m_at(start) {}
+    explicit TVLIDOM_Walk(const TVLIDOM_Node& start) : m_start(start), m_at(start) {}
 
     const TVLIDOM_Node& node() const { return m_at; }  // null at the end
     void advance();
 
   private:
+    TVLIDOM_Node m_start;
     TVLIDOM_Node m_at;
-    std::vector<TVLIDOM_Node> m_parents;  // from the start down to the parent of the node
 };
 
 class TVLIDOM_Helper {

@@ -1,37 +1,76 @@
 #include "TVLIDOM_Node.h"
 
-#include <xercesc/dom/DOMElement.hpp>
-#include <xercesc/dom/DOMNode.hpp>
+#include <string>
 
 #include "TVLIDOM_Helper.h"
-#include "TVLIDOM_Text.h"
+#include "XmlTree.h"
+
+namespace {
+
+static_assert(static_cast<int>(XmlNodeType::element) == TVLIDOM_Node::ELEMENT_NODE);
+static_assert(static_cast<int>(XmlNodeType::text) == TVLIDOM_Node::TEXT_NODE);
+static_assert(static_cast<int>(XmlNodeType::cdata) == TVLIDOM_Node::CDATA_SECTION_NODE);
+
+std::string_view nameOf(const XmlNode& node) {
+    switch (node.type) {
+        case XmlNodeType::text:
+            return "#text";
+        case XmlNodeType::cdata:
+            return "#cdata-section";
+        case XmlNodeType::comment:
+            return "#comment";
+        case XmlNodeType::document:
+            return "#document";
+        default:
+            return node.words;
+    }
+}
+
+std::string_view valueOf(const XmlNode& node) {
+    switch (node.type) {
+        case XmlNodeType::element:
+        case XmlNodeType::document:
+            return {};
+        case XmlNodeType::instruction:
+            return static_cast<const XmlInstruction&>(node).data;
+        default:
+            return node.words;
+    }
+}
+
+bool holdsOthers(const XmlNode& node) {
+    return node.type == XmlNodeType::element || node.type == XmlNodeType::document;
+}
+
+}  // namespace
 
 int TVLIDOM_Node::getNodeType() const {
-    return m_node == nullptr ? 0 : m_node->getNodeType();
+    return m_node == nullptr ? 0 : static_cast<int>(m_node->type);
 }
 
 I18NString TVLIDOM_Node::getNodeName() const {
-    return m_node == nullptr ? I18NString() : TVLIDOM_Text::fromXml(m_node->getNodeName());
+    return m_node == nullptr ? std::string() : std::string(nameOf(*m_node));
 }
 
 bool TVLIDOM_Node::hasNodeName(const I18NString& name) const {
-    return m_node == nullptr ? name.empty() : TVLIDOM_Text::equals(m_node->getNodeName(), name);
+    return m_node == nullptr ? name.empty() : nameOf(*m_node) == name.str();
 }
 
 I18NString TVLIDOM_Node::getNodeValue() const {
-    return m_node == nullptr ? I18NString() : TVLIDOM_Text::fromXml(m_node->getNodeValue());
+    return m_node == nullptr ? std::string() : std::string(valueOf(*m_node));
 }
 
 TVLIDOM_Node TVLIDOM_Node::getFirstChild() const {
-    return TVLIDOM_Node(m_node == nullptr ? nullptr : m_node->getFirstChild());
+    if (m_node == nullptr || !holdsOthers(*m_node)) return {};
+    return TVLIDOM_Node(static_cast<const XmlElement*>(m_node)->firstChild);
 }
 
 TVLIDOM_Node TVLIDOM_Node::getNextSibling() const {
-    return TVLIDOM_Node(m_node == nullptr ? nullptr : m_node->getNextSibling());
+    return TVLIDOM_Node(m_node == nullptr ? nullptr : m_node->next);
 }
 
 TVLIDOM_Node TVLIDOM_Node::getParentNode() const {
-    return TVLIDOM_Node(m_node == nullptr ? nullptr : m_node->getParentNode());
+    return TVLIDOM_Node(m_node == nullptr ? nullptr : m_node->parent);
 }
 
 TVLIDOM_Element::TVLIDOM_Element(const TVLIDOM_Node& node)
@@ -39,8 +78,10 @@ TVLIDOM_Element::TVLIDOM_Element(const TVLIDOM_Node& node)
 
 I18NString TVLIDOM_Element::getAttribute(const I18NString& name) const {
     if (isNull()) return {};
-    const auto* const element = static_cast<const xercesc::DOMElement*>(node());
-    return TVLIDOM_Text::fromXml(element->getAttribute(TVLIDOM_Text::toXml(name).c_str()));
+    const XmlAttribute* attribute = static_cast<const XmlElement*>(node())->firstAttribute;
+    while (attribute != nullptr && attribute->name != name.str())
+        attribute = attribute->next;
+    return attribute == nullptr ? std::string() : std::string(attribute->value);
 }
 
 I18NString TVLIDOM_Element::getTextContent() const {

@@ -13,9 +13,7 @@
 
 #include "I18NString.h"
 
-namespace xercesc_3_2 {
-class DOMNode;
-}
+struct XmlNode;
 
 class TVLIDOM_Node {
   public:
@@ -25,7 +23,7 @@ class TVLIDOM_Node {
     static constexpr int CDATA_SECTION_NODE = 4;
 
     TVLIDOM_Node() = default;
-    explicit TVLIDOM_Node(const xercesc_3_2::DOMNode* node) : m_node(node) {}
+    explicit TVLIDOM_Node(const XmlNode* node) : m_node(node) {}
 
     bool isNull() const { return m_node == nullptr; }
     int getNodeType() const;
@@ -39,10 +37,10 @@ class TVLIDOM_Node {
     friend bool operator==(const TVLIDOM_Node& left, const TVLIDOM_Node& right) = default;  // the same node
 
   protected:
-    const xercesc_3_2::DOMNode* node() const { return m_node; }
+    const XmlNode* node() const { return m_node; }
 
   private:
-    const xercesc_3_2::DOMNode* m_node = nullptr;
+    const XmlNode* m_node = nullptr;
 };
 
 class TVLIDOM_NodeList;

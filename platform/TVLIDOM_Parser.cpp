@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <new>
 #include <xercesc/dom/DOMException.hpp>
 #include <xercesc/sax/InputSource.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
@@ -14,6 +15,8 @@
 #include "XmlMemory.h"
 
 namespace {
+
+constexpr const char* kOutOfMemory = "line 0, column 0: out of memory";
 
 // Feeds the parser from a stream, block by block.
 class StreamBytes : public xercesc::BinInputStream {
@@ -74,13 +77,12 @@ int TVLIDOM_Parser::parse(TVLFileStream& file, TVLIDOM_Document& document) {
 
 int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document,
                           const std::string& streamError) {
-    XmlMemory::Parse memory;
+    const XmlMemory::Parse memory;
     try {
         PlainXmlParser parser;
         parser.parse(StreamSource(stream, parser));
         if (streamError.empty()) {
-            document.adopt(parser.adoptDocument());
-            memory.keep();
+            document.adopt(parser.takeTree());
             return 1;
         }
     } catch (const xercesc::SAXParseException& exception) {
@@ -94,7 +96,9 @@ int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document,
     } catch (const xercesc::DOMException& exception) {
         m_error = withoutPlace(exception.getMessage());
     } catch (const xercesc::OutOfMemoryException&) {
-        m_error = "line 0, column 0: out of memory";
+        m_error = kOutOfMemory;
+    } catch (const std::bad_alloc&) {
+        m_error = kOutOfMemory;
     }
     // A stream that breaks off looks like its end to the library.
     if (!streamError.empty()) m_error = streamError;

@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <limits>
 #include <new>
-#include <string_view>
-#include <xercesc/util/XMLString.hpp>
 
 static_assert(sizeof(XMLCh) == sizeof(UChar), "both libraries count in UTF-16 units");
 
@@ -38,13 +36,16 @@ Text converted(std::size_t length, Conversion convert) {
 
 namespace TVLIDOM_Text {
 
+I18NString fromXml(XmlView text) {
+    if (text.empty()) return {};
+    return converted<std::string>(
+        text.size(), [&](char* to, std::int32_t room, std::int32_t* needed, UErrorCode* status) {
+            u_strToUTF8(to, room, needed, text.data(), lengthOf(text.size()), status);
+        });
+}
+
 I18NString fromXml(const XMLCh* text) {
-    const std::size_t length = text == nullptr ? 0 : xercesc::XMLString::stringLen(text);
-    if (length == 0) return {};
-    return converted<std::string>(length,
-                                  [&](char* to, std::int32_t room, std::int32_t* needed, UErrorCode* status) {
-                                      u_strToUTF8(to, room, needed, text, lengthOf(length), status);
-                                  });
+    return fromXml(text == nullptr ? XmlView() : XmlView(text));
 }
 
 XmlString toXml(const I18NString& text) {
@@ -54,15 +55,6 @@ XmlString toXml(const I18NString& text) {
         utf8.size(), [&](XMLCh* to, std::int32_t room, std::int32_t* needed, UErrorCode* status) {
             u_strFromUTF8(to, room, needed, utf8.data(), lengthOf(utf8.size()), status);
         });
-}
-
-bool equals(const XMLCh* text, const I18NString& utf8) {
-    const std::string& other = utf8.str();
-    std::size_t at = 0;
-    for (; at < other.size() && text[at] != 0 && text[at] < 0x80; ++at) {
-        if (static_cast<XMLCh>(static_cast<unsigned char>(other[at])) != text[at]) return false;
-    }
-    return fromXml(text + at).str() == std::string_view(other).substr(at);
 }
 
 }  // namespace TVLIDOM_Text

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <xercesc/util/XercesDefs.hpp>
 
 #include "I18NString.h"
@@ -16,10 +17,10 @@
 namespace TVLIDOM_Text {
 
 using XmlString = std::basic_string<XMLCh>;
+using XmlView = std::basic_string_view<XMLCh>;
 
+I18NString fromXml(XmlView text);
 I18NString fromXml(const XMLCh* text);  // null is empty
 XmlString toXml(const I18NString& text);
-// Whether both are the same text; converts nothing while it is ASCII.
-bool equals(const XMLCh* text, const I18NString& utf8);
 
 }  // namespace TVLIDOM_Text

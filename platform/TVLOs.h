@@ -1,70 +1,58 @@
 // The doorway to the operating system.
 //
-// Purpose: the calls whose effects are hard to provoke or slow to wait for: processes, signals and time. The
-//   base class is the real thing; a test derives from it, overrides the calls it cares about and installs the
-//   result. Everything that waits (TVLThread, TVLThreadSemaphore) does so here, on one clock.
+// Purpose: whatever can fail or take its time outside of this program is called here: files, processes and libraries as
+//   the bases say, signals, time and threads. TVLRealOs is the real thing, which a test derives from, stands before, or
+//   replaces. Everything that waits (TVLThread, TVLThreadSemaphore) does so here, on one clock.
 // Ownership: current() is a process-wide object that is never destroyed.
-// Threads: every member may be called from any thread.
+// Threads: every member may be called from any thread, where a base does not say otherwise.
 // Units: times are milliseconds of the monotonic clock, which steps of the wall clock do not touch. No pause and
 //   no wait ends before its time, not by a fraction of a millisecond.
-// Errors: as the system calls of the same names: -1 with errno set.
+// Errors: as the system calls of the same names: -1 with errno set; startThread() as pthread_create().
 #pragma once
 
-#include <sys/types.h>
+#include <pthread.h>
 
 #include <condition_variable>
 #include <csignal>
 #include <cstdint>
+#include <ctime>
 #include <limits>
 #include <mutex>
 
-#include "TVLProcessTable.h"
+#include "TVLOsFiles.h"
+#include "TVLOsLoader.h"
+#include "TVLOsProcesses.h"
 
-class TVLOs {
+class TVLOs : public TVLOsFiles, public TVLOsProcesses, public TVLOsLoader {
   public:
     static constexpr std::int64_t kForever = std::numeric_limits<std::int64_t>::max();
 
-    TVLOs() = default;
-    TVLOs(const TVLOs&) = delete;
-    TVLOs& operator=(const TVLOs&) = delete;
-    virtual ~TVLOs();
-
-    // Processes.
-    virtual pid_t fork();  // child: 0; parent: the child's id, or -1
-    virtual int execve(const char* path, char* const argv[], char* const envp[]);  // returns only on failure
-    // Speaks to the process that fork() made, or holdProcess() was given, under this id; when that one has ended,
-    // nobody else gets the signal: ESRCH. Other ids go to the system as they are.
-    virtual int kill(pid_t pid, int signal);
-    // From now on kill() with this id means the process that has it now, provided its real user is `user`. Otherwise
-    // -1: EPERM for another's, ESRCH for none.
-    virtual int holdProcess(pid_t pid, uid_t user);
-    virtual pid_t setsid();
-    virtual void exitProcess(int status);  // exit(status); a test's replacement throws instead
-
     // The number of a pending signal of the set, waiting for one; 0 when the wait ended without a signal.
-    virtual int waitForSignal(const sigset_t& signals);
+    virtual int waitForSignal(const sigset_t& signals) = 0;
     // Sends a signal to one thread of this process.
-    virtual void signalThread(pthread_t thread, int signal);
+    virtual void signalThread(pthread_t thread, int signal) = 0;
 
     // Time.
-    virtual std::int64_t nowMs();  // rounded up, so that a deadline counted from it is never early
-    virtual void sleepMs(std::int64_t durationMs);
+    virtual std::int64_t nowMs() = 0;  // rounded up, so that a deadline counted from it is never early
+    virtual void sleepMs(std::int64_t durationMs) = 0;
+    virtual std::time_t wallClock() = 0;  // seconds since the epoch
 
     // Waits until wakeAll() on the same condition or until nowMs() reaches the deadline (kForever: none). The
     // lock is released meanwhile. False when the deadline has passed; may return true without a reason, so
     // the caller tests its own condition again. Throws TVLThreadResourceError when the system refuses to
     // wait.
     virtual bool waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
-                           std::int64_t deadlineMs);
-    virtual void wakeAll(std::condition_variable& condition);
+                           std::int64_t deadlineMs) = 0;
+    virtual void wakeAll(std::condition_variable& condition) = 0;
 
-    // Waits until the descriptor can be written, or writing would tell of an error; false when the time has passed.
-    virtual bool waitWritable(int descriptor, std::int64_t timeoutMs);
-
+    // Threads. 0 when the thread has been started, or else an errno.
+    virtual int startThread(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                            void* argument) = 0;
+    virtual unsigned int currentThreadId() = 0;  // the kernel's
     // Called by the creator before a thread begins and by the thread when it ends, so that a virtual clock
     // knows whom to wait for.
-    virtual void threadStarts();
-    virtual void threadEnds();
+    virtual void threadStarts() = 0;
+    virtual void threadEnds() = 0;
 
     static TVLOs& current();
 
@@ -79,7 +67,4 @@ class TVLOs {
   protected:
     // Makes `os` the current one and returns the one before; null restores the real one.
     static TVLOs* install(TVLOs* os);
-
-  private:
-    TVLProcessTable m_processes;
 };

@@ -11,10 +11,11 @@
 #include <climits>
 #include <cstring>
 #include <deque>
-#include <filesystem>
 #include <memory>
 #include <string_view>
 #include <vector>
+
+#include "TVLOs.h"
 
 namespace {
 
@@ -33,12 +34,12 @@ TVLDescriptor checked(int descriptor) {
 // stream would write into the file.
 TVLDescriptor aboveStandardStreams(TVLDescriptor descriptor) {
     if (descriptor.get() > STDERR_FILENO) return descriptor;
-    return checked(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    return checked(TVLOs::current().duplicateFrom(STDERR_FILENO + 1, descriptor.get()));
 }
 
 struct stat statusOf(int descriptor) {
     struct stat status {};
-    if (fstat(descriptor, &status) != 0) throw TVLFileError(errno, __FILE__, __LINE__);
+    if (TVLOs::current().fstat(descriptor, &status) != 0) throw TVLFileError(errno, __FILE__, __LINE__);
     return status;
 }
 
@@ -55,12 +56,12 @@ bool mayFollow(const struct stat& folder, const struct stat& link) {
 
 bool isOfProcesses(int folder) {
     struct statfs status {};
-    return fstatfs(folder, &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
+    return TVLOs::current().fstatfs(folder, &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
 }
 
 std::string textOf(int link) {
     std::array<char, PATH_MAX> text{};
-    const ssize_t length = readlinkat(link, "", text.data(), text.size());
+    const ssize_t length = TVLOs::current().readlinkat(link, "", text.data(), text.size());
     if (length < 1) throw TVLFileError(errno, __FILE__, __LINE__);
     return {text.data(), static_cast<std::size_t>(length)};
 }
@@ -68,7 +69,7 @@ std::string textOf(int link) {
 void giveToOwnerOf(const struct stat& folder, int descriptor) {
     const struct stat status = statusOf(descriptor);
     if (status.st_uid == folder.st_uid && status.st_gid == folder.st_gid) return;
-    if (fchownat(descriptor, "", folder.st_uid, folder.st_gid, AT_EMPTY_PATH) != 0)
+    if (TVLOs::current().fchownat(descriptor, "", folder.st_uid, folder.st_gid, AT_EMPTY_PATH) != 0)
         throw TVLFileError(errno, __FILE__, __LINE__);
 }
 
@@ -76,15 +77,21 @@ struct FolderCloser {
     void operator()(DIR* stream) const { closedir(stream); }
 };
 
+TVLDescriptor openFolder(int folder, const char* name, int flags) {
+    return checked(TVLOs::current().openat(folder, name, flags | O_DIRECTORY, 0));
+}
+
 bool isEmptyFolder(int folder) {
-    TVLDescriptor readable = checked(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const std::unique_ptr<DIR, FolderCloser> entries(fdopendir(readable.get()));
+    TVLOs& os = TVLOs::current();
+    TVLDescriptor readable = openFolder(folder, ".", O_RDONLY | O_CLOEXEC);
+    const std::unique_ptr<DIR, FolderCloser> entries(os.fdopendir(readable.get()));
     if (!entries) return false;
     readable.release();
     int names = 0;
-    while (names < 3 && readdir(entries.get()) != nullptr)
+    errno = 0;
+    while (names < 3 && os.readdir(entries.get()) != nullptr)
         ++names;
-    return names == 2;  // itself and its parent
+    return names == 2 && errno == 0;  // itself and its parent
 }
 
 // A way, name by name, as far as its last folder.
@@ -94,7 +101,7 @@ class Walk {
 
     Walk(const char* path, TVLPlace::LastLink lastLink, Missing missing)
         : m_lastLink(lastLink), m_missing(missing) {
-        enter(checked(::open(".", kLook | O_DIRECTORY)));
+        enter(openFolder(AT_FDCWD, ".", kLook));
         goOnWith(path);
     }
 
@@ -134,7 +141,7 @@ class Walk {
     // What comes next, before what is left.
     void goOnWith(std::string_view path) {
         if (path.empty()) throw TVLFileError(ENOENT, __FILE__, __LINE__);
-        if (path.front() == '/') enter(checked(::open("/", kLook | O_DIRECTORY)));
+        if (path.front() == '/') enter(openFolder(AT_FDCWD, "/", kLook));
         std::vector<std::string> names;
         for (std::size_t at = 0; at < path.size();) {
             const std::size_t slash = std::min(path.find('/', at), path.size());
@@ -148,7 +155,7 @@ class Walk {
 
     // None when nothing of the last name is there.
     TVLDescriptor look(const std::string& name) {
-        const int there = openat(m_folder.get(), name.c_str(), kLook);
+        const int there = TVLOs::current().openat(m_folder.get(), name.c_str(), kLook, 0);
         if (there >= 0 || errno != ENOENT) return checked(there);
         if (m_missing == Missing::IsMade) return make(name);
         if (!m_names.empty()) throw TVLFileError(ENOENT, __FILE__, __LINE__);
@@ -156,9 +163,9 @@ class Walk {
     }
 
     TVLDescriptor make(const std::string& name) {
-        const bool made = mkdirat(m_folder.get(), name.c_str(), ACCESSPERMS) == 0;
+        const bool made = TVLOs::current().mkdirat(m_folder.get(), name.c_str(), ACCESSPERMS) == 0;
         if (!made && errno != EEXIST) throw TVLFileError(errno, __FILE__, __LINE__);
-        TVLDescriptor folder = checked(openat(m_folder.get(), name.c_str(), kLook | O_DIRECTORY));
+        TVLDescriptor folder = openFolder(m_folder.get(), name.c_str(), kLook);
         if (!made || isRoots(m_folderStatus)) return folder;
         // Its owner may have put another in its place, one with something in it.
         if (!isEmptyFolder(folder.get())) throw TVLFileError(EEXIST, __FILE__, __LINE__);
@@ -178,7 +185,7 @@ class Walk {
         } else if (m_names.empty()) {
             m_endsByKernel = true;
         } else {
-            enter(checked(openat(m_folder.get(), name.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
+            enter(openFolder(m_folder.get(), name.c_str(), O_PATH | O_CLOEXEC));
         }
         return !m_endsByKernel;
     }
@@ -193,7 +200,7 @@ class Walk {
 };
 
 bool hasRootsRights() {
-    return geteuid() == 0;
+    return TVLOs::current().geteuid() == 0;
 }
 
 }  // namespace
@@ -215,9 +222,7 @@ TVLPlace::TVLPlace(const char* path, LastLink lastLink) : m_name(path) {
 
 void TVLPlace::makeFolders(const char* path) {
     if (!hasRootsRights()) {
-        std::error_code error;
-        std::filesystem::create_directories(path, error);
-        if (error) throw TVLFileError(error.value(), __FILE__, __LINE__);
+        if (TVLOs::current().makeFolders(path) != 0) throw TVLFileError(errno, __FILE__, __LINE__);
         return;
     }
     Walk walk(path, LastLink::Followed, Walk::Missing::IsMade);
@@ -234,8 +239,12 @@ TVLDescriptor TVLPlace::openOrCreate(int flags, mode_t mode) const {
 }
 
 void TVLPlace::remove() const {
-    const int folder = isWalked() ? m_folder.get() : AT_FDCWD;
-    if (unlinkat(folder, m_name.c_str(), 0) != 0) throw TVLFileError(errno, __FILE__, __LINE__);
+    if (TVLOs::current().unlinkat(folder(), m_name.c_str(), 0) != 0)
+        throw TVLFileError(errno, __FILE__, __LINE__);
+}
+
+int TVLPlace::folder() const {
+    return isWalked() ? m_folder.get() : AT_FDCWD;
 }
 
 bool TVLPlace::isForeign() const {
@@ -244,8 +253,8 @@ bool TVLPlace::isForeign() const {
 
 int TVLPlace::tryOpen(int flags, mode_t mode) const {
     const int always = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    if (!isWalked()) return ::open(m_name.c_str(), flags | always, mode);
-    return openat(m_folder.get(), m_name.c_str(), flags | always | (m_byKernel ? 0 : O_NOFOLLOW), mode);
+    const int link = isWalked() && !m_byKernel ? O_NOFOLLOW : 0;
+    return TVLOs::current().openat(folder(), m_name.c_str(), flags | always | link, mode);
 }
 
 // What is there and what is created are told apart: only the latter is given away.

@@ -53,6 +53,7 @@ class TVLPlace {
 
   private:
     bool isWalked() const { return m_folder.isOpen(); }
+    int folder() const;
     bool isForeign() const;
     int tryOpen(int flags, mode_t mode = 0) const;
     TVLDescriptor openWalked(int flags, mode_t mode) const;

@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,22 +16,19 @@
 #include <string>
 #include <utility>
 
-namespace {
+#include "TVLOs.h"
 
-// The C library's own declarations are not usable from C++ everywhere.
-int sendSignal(int process, int signal) {
-    return static_cast<int>(syscall(SYS_pidfd_send_signal, process, signal, nullptr, 0));
-}
+namespace {
 
 bool hasEnded(int process) {
     pollfd state{process, POLLIN, 0};
-    return poll(&state, 1, 0) == 1 && (state.revents & POLLIN) != 0;
+    return TVLOs::current().poll(&state, 1, 0) == 1 && (state.revents & POLLIN) != 0;
 }
 
 // Enough numbers are left for files and connections.
 bool canBeSpared(int descriptor) {
     rlimit files{};
-    if (getrlimit(RLIMIT_NOFILE, &files) != 0) return false;
+    if (TVLOs::current().descriptorLimit(&files) != 0) return false;
     return static_cast<rlim_t>(descriptor) + TVLProcessTable::kReserve <= files.rlim_cur;
 }
 
@@ -41,10 +36,9 @@ enum class Child { Ours, Ended, Unknown };
 
 // Whether the process is a child of this one that runs. A stranger that got the id of a child is none.
 Child examine(int process) {
-    siginfo_t state{};
-    const int result = waitid(P_PIDFD, static_cast<id_t>(process), &state, WEXITED | WNOHANG | WNOWAIT);
-    if (result != 0) return errno == ECHILD ? Child::Ended : Child::Unknown;
-    if (sendSignal(process, 0) == 0) return Child::Ours;
+    TVLOs& os = TVLOs::current();
+    if (os.examineChild(process) != 0) return errno == ECHILD ? Child::Ended : Child::Unknown;
+    if (os.signalProcess(process, 0) == 0) return Child::Ours;
     return errno == ESRCH ? Child::Ended : Child::Unknown;
 }
 
@@ -60,23 +54,7 @@ int failure(int error) {
 
 }  // namespace
 
-// ---- Descriptor ----
-
-TVLProcessTable::Descriptor::Descriptor(Descriptor&& other) noexcept : m_number(other.m_number) {
-    other.m_number = -1;
-}
-
-TVLProcessTable::Descriptor::~Descriptor() {
-    if (m_number >= 0) close(m_number);
-}
-
-// ---- TVLProcessTable ----
-
 TVLProcessTable::~TVLProcessTable() = default;
-
-int TVLProcessTable::openProcess(pid_t pid) {
-    return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-}
 
 pid_t TVLProcessTable::fork() {
     const TVLThreadGuard guard(m_mutex);
@@ -93,17 +71,17 @@ pid_t TVLProcessTable::fork() {
 // A child of whose descriptor nothing came is signalled by its id, as it is.
 void TVLProcessTable::remember(pid_t child) {
     forget(child);
-    Descriptor process(openProcess(child));
-    if (process.number() < 0) {
+    TVLDescriptor process(TVLOs::current().openProcess(child));
+    if (!process.isOpen()) {
         if (errno == ESRCH) rememberAsEnded(child);
         return;
     }
-    const Child state = examine(process.number());
+    const Child state = examine(process.get());
     if (state == Child::Ended) rememberAsEnded(child);
-    if (state == Child::Ours && canBeSpared(process.number())) keep(child, std::move(process));
+    if (state == Child::Ours && canBeSpared(process.get())) keep(child, std::move(process));
 }
 
-void TVLProcessTable::keep(pid_t pid, Descriptor process) {
+void TVLProcessTable::keep(pid_t pid, TVLDescriptor process) {
     try {
         m_held.emplace(pid, std::move(process));
     } catch (const std::bad_alloc&) {
@@ -127,7 +105,7 @@ void TVLProcessTable::forget(pid_t pid) {
 
 void TVLProcessTable::closeEnded() {
     for (auto at = m_held.begin(); at != m_held.end();) {
-        const bool ended = hasEnded(at->second.number());
+        const bool ended = hasEnded(at->second.get());
         if (ended) rememberAsEnded(at->first);
         at = ended ? m_held.erase(at) : std::next(at);
     }
@@ -137,7 +115,7 @@ int TVLProcessTable::kill(pid_t pid, int signal) {
     const TVLThreadGuard guard(m_mutex);
     const auto found = m_held.find(pid);
     if (found != m_held.end()) {
-        const int result = sendSignal(found->second.number(), signal);
+        const int result = TVLOs::current().signalProcess(found->second.get(), signal);
         if (result == 0 || errno != ESRCH) return result;
         m_held.erase(found);
         rememberAsEnded(pid);
@@ -151,14 +129,15 @@ int TVLProcessTable::kill(pid_t pid, int signal) {
 
 int TVLProcessTable::hold(pid_t pid, uid_t user) {
     if (pid < 1) return failure(ESRCH);
+    TVLOs& os = TVLOs::current();
     const TVLThreadGuard guard(m_mutex);
     forget(pid);
-    Descriptor process(openProcess(pid));
-    const bool held = process.number() >= 0;
+    TVLDescriptor process(os.openProcess(pid));
+    const bool held = process.isOpen();
     if (!held && namesNoProcess(errno)) return failure(ESRCH);
     const std::optional<uid_t> owner = userOf(pid);
     // A process that still lives was the one with this id when its user was read.
-    if ((held ? sendSignal(process.number(), 0) : ::kill(pid, 0)) != 0) return -1;
+    if ((held ? os.signalProcess(process.get(), 0) : ::kill(pid, 0)) != 0) return -1;
     if (owner != user) return failure(EPERM);
     if (held) keep(pid, std::move(process));
     return 0;
@@ -166,10 +145,10 @@ int TVLProcessTable::hold(pid_t pid, uid_t user) {
 
 std::optional<uid_t> TVLProcessTable::userOf(pid_t pid) {
     const std::string path = "/proc/" + std::to_string(pid) + "/status";
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    TVLOs& os = TVLOs::current();
+    const TVLDescriptor file(os.openat(AT_FDCWD, path.c_str(), O_RDONLY | O_CLOEXEC, 0));
     std::array<char, 1024> content{};  // the line is among the first ten, none of which is long
-    if (file.number() < 0 || read(file.number(), content.data(), content.size() - 1) <= 0)
-        return std::nullopt;
+    if (!file.isOpen() || os.read(file.get(), content.data(), content.size() - 1) <= 0) return std::nullopt;
     constexpr const char* kKey = "\nUid:";
     const char* const line = std::strstr(content.data(), kKey);
     if (line == nullptr) return std::nullopt;

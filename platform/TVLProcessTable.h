@@ -1,6 +1,6 @@
 // The processes that this one speaks to by their ids.
 //
-// Purpose: ended children are reaped at once, so the id of one that has ended may name a stranger soon after. The
+// Purpose: what TVLRealOs has behind fork(), kill() and holdProcess(). Ended children are reaped at once, so the id of one that has ended may name a stranger soon after. The
 //   table keeps a descriptor of the process beside its id: a signal reaches that process or nobody. An id that
 //   it has no descriptor for, because the kernel has no such descriptors or too few are left, is signalled as it is.
 // Ownership: the table owns the descriptors, which no child inherits. One is closed when its process has been found
@@ -18,6 +18,7 @@
 #include <map>
 #include <optional>
 
+#include "TVLDescriptor.h"
 #include "TVLThreadSync.h"
 
 class TVLProcessTable {
@@ -30,7 +31,7 @@ class TVLProcessTable {
     TVLProcessTable() = default;
     TVLProcessTable(const TVLProcessTable&) = delete;
     TVLProcessTable& operator=(const TVLProcessTable&) = delete;
-    virtual ~TVLProcessTable();
+    ~TVLProcessTable();
 
     pid_t fork();
     int kill(pid_t pid, int signal);
@@ -38,35 +39,17 @@ class TVLProcessTable {
     // -1: EPERM for another's or one whose user cannot be told, ESRCH for none.
     int hold(pid_t pid, uid_t user);
 
-  protected:
-    // A descriptor of the process that has this id now, close-on-exec, or -1; tests put another in its place.
-    virtual int openProcess(pid_t pid);
-
   private:
-    class Descriptor {
-      public:
-        explicit Descriptor(int number) : m_number(number) {}
-        Descriptor(Descriptor&& other) noexcept;
-        Descriptor(const Descriptor&) = delete;
-        Descriptor& operator=(const Descriptor&) = delete;
-        ~Descriptor();
-
-        int number() const { return m_number; }
-
-      private:
-        int m_number;
-    };
-
     // The real user of the process that has this id now; none when that cannot be told.
     static std::optional<uid_t> userOf(pid_t pid);
 
     void remember(pid_t child) TVL_REQUIRES(m_mutex);
-    void keep(pid_t pid, Descriptor process) TVL_REQUIRES(m_mutex);
+    void keep(pid_t pid, TVLDescriptor process) TVL_REQUIRES(m_mutex);
     void rememberAsEnded(pid_t pid) TVL_REQUIRES(m_mutex);
     void forget(pid_t pid) TVL_REQUIRES(m_mutex);
     void closeEnded() TVL_REQUIRES(m_mutex);
 
     TVLThreadMutex m_mutex;
-    std::map<pid_t, Descriptor> m_held TVL_GUARDED_BY(m_mutex);
+    std::map<pid_t, TVLDescriptor> m_held TVL_GUARDED_BY(m_mutex);
     std::deque<pid_t> m_ended TVL_GUARDED_BY(m_mutex);  // oldest first
 };

@@ -2,10 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,8 +17,18 @@ namespace {
 
 // The other end of a terminal device is left out: opening it once more would make another terminal.
 bool isTerminal(int descriptor, const struct stat& status) {
-    unsigned int number = 0;
-    return S_ISCHR(status.st_mode) && isatty(descriptor) == 1 && ioctl(descriptor, TIOCGPTN, &number) != 0;
+    return S_ISCHR(status.st_mode) && TVLOs::current().isTerminal(descriptor);
+}
+
+constexpr off_t kUnknownSize = -1;
+
+bool examine(std::FILE* stream, struct stat& status) {
+    return TVLOs::current().fstat(fileno(stream), &status) == 0;
+}
+
+bool isNonblocking(int descriptor) {
+    const int flags = TVLOs::current().statusFlags(descriptor);
+    return flags >= 0 && (flags & O_NONBLOCK) != 0;
 }
 
 bool isPlain(const struct stat& status) {
@@ -41,7 +48,7 @@ class TVLStreamWriter::Outlet {
           m_isSocket(S_ISSOCK(status.st_mode)),
           m_isTerminal(isTerminal(descriptor, status)) {
         const bool canBeReopened = S_ISFIFO(status.st_mode) || m_isTerminal;
-        if ((fcntl(descriptor, F_GETFL) & O_NONBLOCK) != 0) {
+        if (isNonblocking(descriptor)) {
             m_nonblocking = descriptor;
         } else if (canBeReopened) {
             m_nonblocking = m_reopened = reopen(descriptor);
@@ -57,9 +64,11 @@ class TVLStreamWriter::Outlet {
 
     // As write(): -1 with EAGAIN when nothing can be taken now.
     ssize_t write(std::string_view text) const {
-        if (m_isSocket) return send(m_descriptor, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (m_nonblocking >= 0) return ::write(m_nonblocking, text.data(), text.size());
-        const ssize_t written = writeNoWait(text);
+        TVLOs& os = TVLOs::current();
+        if (m_isSocket) return os.sendNoWait(m_descriptor, text.data(), text.size());
+        if (m_nonblocking >= 0) return os.write(m_nonblocking, text.data(), text.size());
+        // For what cannot be opened again, such as another user's pipe, where the kernel knows how.
+        const ssize_t written = os.writeNoWait(m_descriptor, text.data(), text.size());
         return written < 0 && errno == EOPNOTSUPP ? writeWhenReady(text) : written;
     }
 
@@ -67,24 +76,19 @@ class TVLStreamWriter::Outlet {
     static int reopen(int descriptor) {
         std::array<char, 40> path{};
         std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", descriptor);
-        return open(path.data(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    }
-
-    // For what cannot be opened again, such as another user's pipe, where the kernel knows how.
-    ssize_t writeNoWait(std::string_view text) const {
-        const iovec piece{const_cast<char*>(text.data()), text.size()};
-        return pwritev2(m_descriptor, &piece, 1, -1, RWF_NOWAIT);
+        return TVLOs::current().openat(AT_FDCWD, path.data(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
+                                       0);
     }
 
     // The last resort. A pipe that is ready has room for PIPE_BUF bytes, a terminal for one.
     ssize_t writeWhenReady(std::string_view text) const {
         pollfd entry{m_descriptor, POLLOUT, 0};
-        if (poll(&entry, 1, 0) <= 0) {
+        if (TVLOs::current().poll(&entry, 1, 0) <= 0) {
             errno = EAGAIN;
             return -1;
         }
         const std::size_t most = m_isTerminal ? 1 : PIPE_BUF;
-        return ::write(m_descriptor, text.data(), std::min(text.size(), most));
+        return TVLOs::current().write(m_descriptor, text.data(), std::min(text.size(), most));
     }
 
     int m_descriptor;
@@ -96,23 +100,23 @@ class TVLStreamWriter::Outlet {
 
 TVLStreamWriter::TVLStreamWriter(std::FILE* stream) : m_recoveredAtMs(TVLOs::current().nowMs()) {
     struct stat status {};
-    m_isShared = stream != nullptr && fstat(fileno(stream), &status) == 0 && !isPlain(status);
+    m_isShared = stream != nullptr && examine(stream, status) && !isPlain(status);
     m_device = status.st_dev;
     m_inode = status.st_ino;
 }
 
 bool TVLStreamWriter::leadsTo(std::FILE* stream) const {
     struct stat status {};
-    return m_isShared && stream != nullptr && fstat(fileno(stream), &status) == 0 &&
-           status.st_dev == m_device && status.st_ino == m_inode;
+    return m_isShared && stream != nullptr && examine(stream, status) && status.st_dev == m_device &&
+           status.st_ino == m_inode;
 }
 
 void TVLStreamWriter::write(std::FILE* stream, std::string_view line, std::string_view notice) noexcept {
     struct stat status {};
     // Looked at anew each time: a standard stream may have been led elsewhere.
-    if (fstat(fileno(stream), &status) != 0 || isPlain(status)) {
-        std::fwrite(line.data(), 1, line.size(), stream);
-        std::fflush(stream);
+    const bool isKnown = examine(stream, status);
+    if (!isKnown || isPlain(status)) {
+        writePlain(stream, line, isKnown ? status.st_size : kUnknownSize);
         return;
     }
     recover();
@@ -120,6 +124,18 @@ void TVLStreamWriter::write(std::FILE* stream, std::string_view line, std::strin
     m_rest.erase(0, push(outlet, m_rest, false));
     if (m_rest.empty() && (m_dropped == 0 ? begin(outlet, line, true) : resume(outlet, line, notice))) return;
     ++m_dropped;
+}
+
+void TVLStreamWriter::writePlain(std::FILE* stream, std::string_view line, off_t size) {
+    TVLOs& os = TVLOs::current();
+    if (m_isTorn) {
+        if (!os.writeStream(stream, "\n")) return;
+        ++size;
+        m_isTorn = false;
+    }
+    if (os.writeStream(stream, line) || size == kUnknownSize) return;
+    struct stat after {};
+    m_isTorn = examine(stream, after) && after.st_size > size;
 }
 
 // Notice and line are one text: a place may have room left for the one and not for the other, and then the next

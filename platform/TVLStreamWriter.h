@@ -9,7 +9,8 @@
 //   there: lines of two streams would tear each other otherwise.
 // Threads: one at a time; the caller has a lock around it.
 // Units: milliseconds of the monotonic clock.
-// Errors: none come out. A write that fails for another reason than a slow reader loses its line.
+// Errors: none come out. A write that fails for another reason than a slow reader loses its line, or, when a disk is
+//   full, the end of it; the next one then begins on a line of its own.
 #pragma once
 
 #include <sys/types.h>
@@ -37,6 +38,7 @@ class TVLStreamWriter {
   private:
     class Outlet;
 
+    void writePlain(std::FILE* stream, std::string_view line, off_t size);
     void recover();
     bool await(int descriptor);
     std::size_t push(const Outlet& outlet, std::string_view text, bool mayWait);
@@ -44,6 +46,7 @@ class TVLStreamWriter {
     bool resume(const Outlet& outlet, std::string_view line, std::string_view notice);
     void keep(std::string_view rest);
 
+    bool m_isTorn = false;    // a regular file has taken a part of the last line and refused the rest
     bool m_isShared = false;  // there is a place that other streams may lead to
     dev_t m_device = 0;
     ino_t m_inode = 0;

@@ -1,6 +1,5 @@
 #include "TVLThread.h"
 
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -46,7 +45,7 @@ void TVLThread::start() {
     pthread_attr_setstacksize(&attributes, std::max(m_stackSizeBytes, smallest));
     m_alive.store(true);
     TVLOs::current().threadStarts();
-    const int error = pthread_create(&m_thread, &attributes, entry, this);
+    const int error = TVLOs::current().startThread(&m_thread, &attributes, entry, this);
     pthread_attr_destroy(&attributes);
     m_joinable = error == 0;
     if (m_joinable) return;
@@ -80,5 +79,5 @@ void TVLThread::sleep(int durationMs) {
 }
 
 unsigned int TVLThread::currentThreadId() {
-    return static_cast<unsigned int>(syscall(SYS_gettid));
+    return TVLOs::current().currentThreadId();
 }

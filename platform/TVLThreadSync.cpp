@@ -27,18 +27,23 @@ void TVLThreadMutex::holdAcrossFork() {
     if (registered == 0) m_heldAcrossFork = this;
 }
 
+TVLThreadGuard::~TVLThreadGuard() = default;
+
 TVLThreadSemaphore::TVLThreadSemaphore(int count) : m_count(count) {}
 
 TVLThreadSemaphore* TVLThreadSemaphore::createImmortal(int count) {
-    static std::mutex mutex;
+    struct Kept {
+        TVLThreadMutex mutex;
+        std::forward_list<TVLThreadSemaphore> semaphores TVL_GUARDED_BY(mutex);
+    };
     // Reached from here for ever, so that a leak checker knows they are kept on purpose.
-    static auto* const kept = new std::forward_list<TVLThreadSemaphore>;
-    const std::lock_guard<std::mutex> guard(mutex);
-    return &kept->emplace_front(count);
+    static auto* const kept = new Kept;
+    const TVLThreadGuard guard(kept->mutex);
+    return &kept->semaphores.emplace_front(count);
 }
 
 void TVLThreadSemaphore::post() {
-    const std::lock_guard<std::mutex> guard(m_mutex);
+    const TVLThreadGuard guard(m_mutex);
     ++m_count;
     // Woken under the lock: when the waiter goes on, this thread no longer touches the condition.
     TVLOs::current().wakeAll(m_posted);
@@ -54,10 +59,10 @@ int TVLThreadSemaphore::timedWait(int timeoutMs) {
 }
 
 bool TVLThreadSemaphore::takeBefore(std::int64_t deadlineMs) {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    TVLThreadGuard guard(m_mutex);
     bool inTime = true;
     while (m_count == 0 && inTime)
-        inTime = TVLOs::current().waitUntil(m_posted, lock, deadlineMs);
+        inTime = TVLOs::current().waitUntil(m_posted, guard.held(), deadlineMs);
     if (m_count == 0) return false;
     --m_count;
     return true;

@@ -17,14 +17,19 @@
 #define TVL_ACQUIRE(...) __attribute__((acquire_capability(__VA_ARGS__)))
 #define TVL_RELEASE(...) __attribute__((release_capability(__VA_ARGS__)))
 #define TVL_GUARDED_BY(lock) __attribute__((guarded_by(lock)))
+#define TVL_PT_GUARDED_BY(lock) __attribute__((pt_guarded_by(lock)))
 #define TVL_REQUIRES(...) __attribute__((requires_capability(__VA_ARGS__)))
+// For access that is safe for another reason, which stands beside it.
+#define TVL_UNCHECKED __attribute__((no_thread_safety_analysis))
 #else
 #define TVL_CAPABILITY(name)
 #define TVL_SCOPED_CAPABILITY
 #define TVL_ACQUIRE(...)
 #define TVL_RELEASE(...)
 #define TVL_GUARDED_BY(lock)
+#define TVL_PT_GUARDED_BY(lock)
 #define TVL_REQUIRES(...)
+#define TVL_UNCHECKED
 #endif
 
 class TVL_CAPABILITY("mutex") TVLThreadMutex {
@@ -43,6 +48,8 @@ class TVL_CAPABILITY("mutex") TVLThreadMutex {
     void holdAcrossFork();
 
   private:
+    friend class TVLThreadGuard;
+
     static void lockHeld();
     static void unlockHeld();
 
@@ -52,15 +59,16 @@ class TVL_CAPABILITY("mutex") TVLThreadMutex {
 
 class TVL_SCOPED_CAPABILITY TVLThreadGuard {
   public:
-    explicit TVLThreadGuard(TVLThreadMutex& mutex) TVL_ACQUIRE(mutex) : m_lockedMutex(mutex) {
-        m_lockedMutex.lock();
-    }
-    ~TVLThreadGuard() TVL_RELEASE() { m_lockedMutex.unlock(); }
+    explicit TVLThreadGuard(TVLThreadMutex& mutex) TVL_ACQUIRE(mutex) : m_lock(mutex.m_mutex) {}
+    ~TVLThreadGuard() TVL_RELEASE();
     TVLThreadGuard(const TVLThreadGuard&) = delete;
     TVLThreadGuard& operator=(const TVLThreadGuard&) = delete;
 
+    // For a wait, which releases the lock meanwhile and holds it again when it returns.
+    std::unique_lock<std::mutex>& held() { return m_lock; }
+
   private:
-    TVLThreadMutex& m_lockedMutex;
+    std::unique_lock<std::mutex> m_lock;
 };
 
 class TVLThreadSemaphore {
@@ -81,7 +89,7 @@ class TVLThreadSemaphore {
   private:
     bool takeBefore(std::int64_t deadlineMs);
 
-    std::mutex m_mutex;
+    TVLThreadMutex m_mutex;
     std::condition_variable m_posted;
-    int m_count;  // guarded by m_mutex
+    int m_count TVL_GUARDED_BY(m_mutex);
 };

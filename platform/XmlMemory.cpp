@@ -7,7 +7,7 @@
 namespace {
 
 // Of the parse that this thread is in; null outside of one.
-thread_local XmlMemory::Link* currentRing = nullptr;
+thread_local XmlMemory::Parse* current = nullptr;
 
 void* piece(XMLSize_t size) {
     try {
@@ -32,12 +32,12 @@ void XmlMemory::Link::leave() {
     next = previous = this;
 }
 
-XmlMemory::Parse::Parse() : m_before(currentRing) {
-    currentRing = &m_ring;
+XmlMemory::Parse::Parse() : m_before(current) {
+    current = this;
 }
 
 XmlMemory::Parse::~Parse() {
-    currentRing = m_before;
+    current = m_before;
     Link* piece = m_ring.next;
     while (piece != &m_ring) {
         Link* const next = piece->next;
@@ -51,9 +51,16 @@ XmlMemory& XmlMemory::instance() {
     return *manager;
 }
 
+std::size_t XmlMemory::taken() {
+    return current == nullptr ? 0 : current->m_taken;
+}
+
 void* XmlMemory::allocate(XMLSize_t size) {
     auto* const link = new (piece(sizeof(Link) + size)) Link;
-    if (currentRing != nullptr) link->join(*currentRing);
+    if (current != nullptr) {
+        ++current->m_taken;
+        link->join(current->m_ring);
+    }
     return link + 1;
 }
 

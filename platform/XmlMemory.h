@@ -1,10 +1,10 @@
 // The memory that the XML library takes for one document.
 //
 // Purpose: a parser that is left by an exception in the middle of a declaration forgets what it was building. While an
-//   XmlMemory::Parse exists, what the library takes is linked to it, and what is still there when it goes is released,
-//   unless the document is kept.
-// Ownership: a kept document's memory is released by the document. The manager itself is never destroyed.
-// Threads: a Parse belongs to the thread that made it; a document may be released by any.
+//   XmlMemory::Parse exists, what the library takes is linked to it, and what is still there when it goes is
+//   released.
+// Ownership: the manager itself is never destroyed.
+// Threads: a Parse belongs to the thread that made it.
 // Units: bytes.
 // Errors: memory exhaustion is the library's own exception.
 #pragma once
@@ -30,15 +30,17 @@ class XmlMemory : public xercesc::MemoryManager {
         Parse(const Parse&) = delete;
         Parse& operator=(const Parse&) = delete;
 
-        // What is there now belongs to the document.
-        void keep() { m_ring.leave(); }
-
       private:
+        friend class XmlMemory;
+
         Link m_ring;
-        Link* m_before;
+        Parse* m_before;
+        std::size_t m_taken = 0;
     };
 
     static XmlMemory& instance();
+    // How often this thread's parse has taken memory so far.
+    static std::size_t taken();
 
     void* allocate(XMLSize_t size) override;
     void deallocate(void* memory) override;

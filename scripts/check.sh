@@ -88,7 +88,7 @@ tidy_tests() { tidied tests; }
 sanitizers() {
     cmake --preset asan >/dev/null
     cmake --build --preset asan --target unit_tests memory_tests work_tests transport_unit_test transport_test
-    ctest --preset asan --label-regex '^(unit|transport)$' --label-exclude slow
+    ctest --preset asan --label-regex '^(unit|transport|policy)$' --label-exclude slow
 }
 
 # --- telling ---

@@ -9,7 +9,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 ((EUID == 0)) || fail "needs root"
-package=$(find "$root/build/release/package" -name 'velbootstrapservice_*.deb' 2>/dev/null)
+package=$(find "$root/build/package" -name 'velbootstrapservice_*.deb' 2>/dev/null)
 [[ -n $package ]] || fail "no package: run scripts/package.sh first"
 install_missing debootstrap systemd-container
 
@@ -205,14 +205,70 @@ prove_foreground() {
     claim "the foreground unit serves and stops"
 }
 
+# The status of a unit that has failed is told with an exit code of its own.
+status_says() {
+    inside systemctl --no-pager status velbootstrapservice >"$words" 2>&1 || true
+    grep -E -- "$1" "$words"
+}
+
+# A service that was started by hand stays what it is; the unit says which it is and touches nothing of it.
+prove_twin() {
+    local id pid_file=/var/log/velbootstrapservice/velbootstrap_service.pid
+    as_service sh -c 'cd /var/lib/velbootstrapservice/bin && ./velbootstrapservice -start -testReadyTries=60 -testReadyInterval=1' ||
+        stop_here "no start by hand"
+    id=$(as_service cat "$pid_file")
+    if inside systemctl start velbootstrapservice 2>/dev/null; then
+        stop_here "the unit starts beside a service that was started by hand"
+    fi
+    inside systemctl stop velbootstrapservice
+    status_says "runs as process $id: stop it first\$" || stop_here "the unit does not say why"
+    [[ $(as_service cat "$pid_file") == "$id" ]] || stop_here "the PID file has changed"
+    answers || stop_here "no answer any more"
+    as_service sh -c 'cd /var/lib/velbootstrapservice/bin && ./velbootstrapservice -stop -testDeadTries=60 -testDeadInterval=1' ||
+        stop_here "no stop by hand"
+    nothing_runs || stop_here "something is left"
+    claim "the unit leaves a service alone that was started by hand"
+}
+
+# From the one unit to the other: the first has stopped before the second begins.
+prove_change() {
+    show systemctl start velbootstrapservice
+    show systemctl start velbootstrapservice-foreground
+    expect_state inactive velbootstrapservice
+    wait_until 60 answers || stop_here "no answer"
+    [[ $(inside pgrep --uid velbootstrap --exact velbootstrapser | wc -l) == 1 ]] || stop_here "not one service"
+    show systemctl start velbootstrapservice
+    expect_state inactive velbootstrapservice-foreground
+    expect_state active velbootstrapservice
+    answers || stop_here "no answer"
+    show systemctl stop velbootstrapservice
+    nothing_runs || stop_here "something is left"
+    claim "the units take over from each other"
+}
+
+# The reason is where an administrator looks, and a repaired service starts at once, however often it has failed.
+prove_reasons() {
+    local document=/etc/velbootstrapservice/bootstrap_linuxi38632.xml count
+    inside sed -i 's|<stop type=|<stop tpye=|' "$document"
+    for count in 1 2 3 4 5 6 7; do
+        inside systemctl start velbootstrapservice 2>/dev/null && stop_here "a misspelt document counts as a good one"
+        inside systemctl stop velbootstrapservice
+    done
+    status_says 'bootstrap_linuxi38632.xml:[0-9]+: .*tpye' || stop_here "the line is not told"
+    inside sed -i 's|<stop tpye=|<stop type=|' "$document"
+    show systemctl start velbootstrapservice
+    answers || stop_here "no answer"
+    show systemctl stop velbootstrapservice
+    claim "$count failed starts told their reason, and the next one worked"
+}
+
 expect_no_start() {
     if inside systemctl start velbootstrapservice 2>/dev/null; then
         stop_here "the start counts as one with $*"
     fi
     nothing_runs || stop_here "something is left of the failed start with $*"
-    # No further try, and no memory of those there were.
+    # No further try.
     inside systemctl stop velbootstrapservice
-    inside systemctl reset-failed velbootstrapservice 2>/dev/null || true
     claim "no start with $*, and nothing is left of it"
 }
 
@@ -237,13 +293,13 @@ prove_failures() {
     inside sh -c "rm $drop_in/soon.conf; systemctl daemon-reload"
 }
 
-# While it runs. What "man" has kept is its own.
+# While it runs, and enabled. What "man" has kept is its own.
 prove_purge() {
     local left
-    show systemctl start velbootstrapservice
+    show systemctl enable --now velbootstrapservice
     show_quietly apt-get purge -y -qq velbootstrapservice
     left=$(inside find / -xdev -name '*velbootstrap*' ! -path '/root/*' ! -path '/var/lib/dpkg/*' \
-        ! -path '/var/lib/systemd/*' ! -path '/var/cache/man/*')
+        ! -path '/var/cache/man/*')
     [[ -z $left ]] || stop_here "something is left: $left"
     claim "purged: nothing is left"
 }
@@ -263,6 +319,9 @@ prove_upgrade
 prove_stop
 prove_boot
 prove_foreground
+prove_change
+prove_twin
+prove_reasons
 prove_failures
 prove_purge
 echo "All of it came true in $SECONDS seconds."

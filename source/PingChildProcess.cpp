@@ -7,6 +7,7 @@
 #include "TVLFile.h"
 #include "TVLIDOM_Helper.h"
 #include "TVLNumber.h"
+#include "TVLOs.h"
 #include "ZORBadConfigException.h"
 #include "ZORBootstrapService.h"
 #include "ZORChildProcess.h"
@@ -134,7 +135,8 @@ void PingChildProcess::readLimitOverride() {
     if (!modified || *modified == m_lastLimitFileTimeSec) return;
     const TVLFilePtr file = TVLFile::openForReading(kLimitFile, TVLFile::kMostOfARecord);
     std::array<char, 64> line{};
-    if (!file || std::fgets(line.data(), static_cast<int>(line.size()), file.get()) == nullptr) return;
+    if (!file || TVLOs::current().fgets(line.data(), static_cast<int>(line.size()), file.get()) == nullptr)
+        return;
     const int limit = TVLNumber::parse(line.data());
     logger->log(ZOR_DEBUG, "Found new zor.failedPingLimit file, overwriting failed ping limit to %d", limit);
     m_lastLimitFileTimeSec = *modified;

@@ -5,6 +5,7 @@
 #include <type_traits>
 
 #include "TVLFmDir.h"
+#include "TVLOs.h"
 
 namespace {
 
@@ -41,7 +42,7 @@ int TVLCrypto::open(const char* libraryName) {
     if (m_handle == nullptr) tryOpen(libraryName);
     if (m_handle == nullptr) return 1;
     for (std::size_t entry = 0; entry < kEntryCount; ++entry) {
-        m_entries[entry] = dlsym(m_handle, kEntryNames[entry]);
+        m_entries[entry] = TVLOs::current().dlsym(m_handle, kEntryNames[entry]);
         if (m_entries[entry] != nullptr) continue;
         close();
         return 0;
@@ -51,13 +52,13 @@ int TVLCrypto::open(const char* libraryName) {
 
 int TVLCrypto::tryOpen(const char* libraryName) {
     const std::string fileName = std::string("lib") + libraryName + ".so";
-    m_handle = dlopen(TVLFmDir::resolveEffectivePath(fileName).c_str(), RTLD_LAZY);
+    m_handle = TVLOs::current().dlopen(TVLFmDir::resolveEffectivePath(fileName).c_str(), RTLD_LAZY);
     return isOpen();
 }
 
 int TVLCrypto::close() {
     if (m_handle == nullptr) return 0;
-    const int result = dlclose(m_handle);
+    const int result = TVLOs::current().dlclose(m_handle);
     m_handle = nullptr;
     return result;
 }

@@ -1,7 +1,6 @@
 #include "ZORBootstrapService.h"
 
 #include <strings.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -209,7 +208,7 @@ int ZORBootstrapService::OnInit() {
     if (configured != nullptr) {
         // A run with a document of its own never touches the daemon's PID file.
         path = configured;
-        pidFile += "zor_cnfgtest_" + std::to_string(getpid());
+        pidFile += "zor_cnfgtest_" + std::to_string(TVLOs::current().getpid());
     } else {
         path = std::string("${bin_path}/bootstrap_") + getPlatform() + ".xml";
         pidFile += "velbootstrap_service.pid";
@@ -259,7 +258,7 @@ void ZORBootstrapService::noteDaemonWaitMarker() {
 
 int ZORBootstrapService::Run() {
     m_semaMainThreadWait = TVLThreadSemaphore::createImmortal(0);
-    for (ZORChildProcess* const child : m_children) {
+    for (ZORChildProcess* const child : getChildren()) {
         logger->log(ZOR_DEBUG, "ZORBootstrapService::Run() - starting \"%s\"", child->getName());
         child->start();
     }
@@ -421,6 +420,7 @@ bool ZORBootstrapService::prepareChildren(const TVLIDOM_Element& root) {
         auto child = std::make_unique<ZORChildProcess>();
         try {
             child->prepare(TVLIDOM_Element(processes.item(i)));
+            const TVLThreadGuard guard(m_lock);
             m_children.push_back(nullptr);
             m_children.back() = child.release();
         } catch (const ZORBadConfigException& exception) {

@@ -86,7 +86,8 @@ class ZORBootstrapService : public ZORNTService {
 
     static int resolveSignal(I18NString& name);  // -1 for an unknown name
 
-    std::list<ZORChildProcess*>& getChildren() { return m_children; }
+    // Without the lock: the list is complete before other threads exist, and the supervisor ends before the children.
+    std::list<ZORChildProcess*>& getChildren() TVL_UNCHECKED { return m_children; }
 
     // The environment that the process was started with; what children receive.
     static char**& m_envp;
@@ -110,7 +111,8 @@ class ZORBootstrapService : public ZORNTService {
     ZORPidFile m_pidFile;
     ZORSpawnAction* m_daemonSpawn = nullptr;  // owned; null until the bootstrap document has been read
     std::atomic<TVLThreadSemaphore*> m_semaMainThreadWait{nullptr};  // immortal; null until Run()
-    std::list<ZORChildProcess*> m_children;                          // owned, in document order
+    TVLThreadMutex m_lock;  // held while the list of the children changes and while they are deleted
+    std::list<ZORChildProcess*> m_children TVL_GUARDED_BY(m_lock);  // owned, in document order
     PingChildProcess m_supervisor;
     ZORDaemonControl m_control;
     ZORStartupProperties m_startup;
@@ -119,5 +121,4 @@ class ZORBootstrapService : public ZORNTService {
     // Deliberate: these two have no other use; see BootstrapDocumentTest.RootAttributesAreReadAndLogged.
     int m_pingRetries = 5;
     int m_pingRetryIntervalSec = 2;
-    TVLThreadMutex m_lock;  // held while the children are deleted
 };

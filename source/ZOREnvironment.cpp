@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "TVLFile.h"
+#include "TVLOs.h"
 #include "TVLThrowable.h"
 #include "ZORHelpers.h"
 #include "ZORLogger.h"
@@ -28,6 +29,10 @@ char* immortalCopy(const std::string& text) {
     return copy;
 }
 
+void add(const std::string& variable) {
+    if (TVLOs::current().putenv(immortalCopy(variable)) != 0) throw TVLOutOfMemoryError(__FILE__, __LINE__);
+}
+
 }  // namespace
 
 char** ZOREnvironment::m_envp = nullptr;
@@ -36,7 +41,7 @@ void ZOREnvironment::applyFile() {
     const std::optional<std::string> text = TVLFile::read(kFile, TVLFile::kMostOfAList);
     if (!text) return;
     for (const std::string& entry : entriesOf(*text))
-        putenv(immortalCopy(entry));
+        add(entry);
 }
 
 std::vector<std::string> ZOREnvironment::entriesOf(const std::string& text) {

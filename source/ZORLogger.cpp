@@ -12,6 +12,7 @@
 #include "TVLFile.h"
 #include "TVLIDOM_Helper.h"
 #include "TVLIDOM_Parser.h"
+#include "TVLOs.h"
 #include "TVLThread.h"
 #include "TVLThrowable.h"
 #include "ZORFileInputStream.h"
@@ -49,7 +50,7 @@ const char* levelName(int level) {
 
 // Now, in UTC, as the fixed 24 characters of asctime and a blank.
 std::string timeStamp() {
-    const std::time_t now = std::time(nullptr);
+    const std::time_t now = TVLOs::current().wallClock();
     std::tm utc{};
     std::array<char, 64> text{};
     if (gmtime_r(&now, &utc) == nullptr || asctime_r(&utc, text.data()) == nullptr) return " ";
@@ -173,6 +174,7 @@ void ZORLoggerFactory::setLevel(const char* name) {
 
 void ZORLoggerFactory::reset() {
     setLevel(ZOR_FATAL);
+    const TVLThreadGuard guard(m_mutex);
     for (const auto& [file, writer] : m_files) {
         if (file.isOwned() != 0 && file.getStream() != nullptr) std::fclose(file.getStream());
     }
@@ -180,6 +182,7 @@ void ZORLoggerFactory::reset() {
 }
 
 void ZORLoggerFactory::addFile(std::FILE* stream, int owned) {
+    const TVLThreadGuard guard(m_mutex);
     m_files.push_back({{stream, owned}, writerFor(stream)});
 }
 

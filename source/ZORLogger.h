@@ -106,16 +106,16 @@ class ZORLoggerFactory final {
     };
 
     void prepareFiles(const TVLIDOM_Element& logFiles);
-    std::shared_ptr<TVLStreamWriter> writerFor(std::FILE* stream) const;
+    std::shared_ptr<TVLStreamWriter> writerFor(std::FILE* stream) const TVL_REQUIRES(m_mutex);
     template <typename AppendMessage>
     void write(const ZORLogger& logger, int level, const char* format, AppendMessage appendMessage);
-    void writeToAll(const std::string& line);
+    void writeToAll(const std::string& line) TVL_REQUIRES(m_mutex);
 
     static ZORLoggerFactory* m_pInstance;
 
     std::atomic<int> m_level{ZOR_DEBUG};
-    std::vector<Destination> m_files;  // changed by the main thread before other threads exist
-    TVLThreadMutex m_mutex;            // held while a line is written
+    TVLThreadMutex m_mutex;  // held while a line is written
+    std::vector<Destination> m_files TVL_GUARDED_BY(m_mutex);
     ZORLogger* m_ownLogger = nullptr;  // for the messages of prepare(); made when needed, never freed
 };
 

@@ -1,7 +1,7 @@
 #include "ZORPidFile.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -36,10 +36,12 @@ int testPID(int pid, ZORLogger* pidLogger) {
 }
 
 void ZORPidFile::write() const {
-    const int pid = getpid();
+    const int pid = TVLOs::current().getpid();
     const TVLFilePtr file = TVLFile::openForAllToRead(m_path.c_str());
-    const bool written = file && std::fprintf(file.get(), "%d\n", pid) > 0 && std::fflush(file.get()) == 0;
+    const bool written = file && TVLOs::current().writeStream(file.get(), std::to_string(pid) + "\n");
     if (!written) {
+        // A part of the number would be another process's.
+        if (file) (void)TVLOs::current().ftruncate(fileno(file.get()), 0);
         logger->log(
             ZOR_WARN,
             "Process ID could not be written to file.  The velbootstrapservice -stop command will not "
@@ -54,7 +56,7 @@ void ZORPidFile::write() const {
 // for nothing.
 void ZORPidFile::warnOfAnotherOwner(std::FILE* file) const {
     const std::uint32_t owner = TVLFile::ownerOf(file).value_or(0);
-    if (geteuid() != 0 || owner == 0) return;
+    if (TVLOs::current().geteuid() != 0 || owner == 0) return;
     logger->log(
         ZOR_WARN,
         "PID file \"%s\" belongs to the user with id %s, so commands will not find this process. Run the "
@@ -63,12 +65,14 @@ void ZORPidFile::warnOfAnotherOwner(std::FILE* file) const {
 }
 
 void ZORPidFile::remove() const {
-    TVLFile::remove(m_path.c_str());
+    if (TVLFile::remove(m_path.c_str()) || errno == ENOENT) return;
+    const std::string error = std::to_string(errno);
+    logger->log(ZOR_WARN, "PID file \"%s\" could not be removed, errno=%s", m_path.c_str(), error.c_str());
 }
 
 bool ZORPidFile::read(int& pid) const {
     struct stat status {};
-    if (stat(m_path.c_str(), &status) != 0) {
+    if (TVLOs::current().fstatat(AT_FDCWD, m_path.c_str(), &status, 0) != 0) {
         const std::string error = std::to_string(errno);
         logger->log(ZOR_DEBUG, "getPID() - stat() failed on file: %s errno=%s", m_path.c_str(),
                     error.c_str());
@@ -80,7 +84,8 @@ bool ZORPidFile::read(int& pid) const {
         return false;
     }
     std::array<char, 64> line{};
-    if (std::fgets(line.data(), static_cast<int>(line.size()), file.get()) == nullptr) return false;
+    if (TVLOs::current().fgets(line.data(), static_cast<int>(line.size()), file.get()) == nullptr)
+        return false;
     const std::optional<uid_t> owner = ZORPidFileOwner::of(file.get(), m_path);
     file.reset();
     pid = TVLNumber::parse(line.data());

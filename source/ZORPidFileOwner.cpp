@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
+
+#include "TVLDescriptor.h"
+#include "TVLOs.h"
 
 namespace ZORPidFileOwner {
 
@@ -28,23 +30,23 @@ uid_t folderOwner(const struct stat& opened, const std::string& path) {
     const std::size_t slash = path.rfind('/');
     const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const int descriptor = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) return kNobody;
+    TVLOs& os = TVLOs::current();
+    const TVLDescriptor descriptor(os.openat(AT_FDCWD, folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC, 0));
+    if (!descriptor.isOpen()) return kNobody;
     struct stat owner {};
     struct stat named {};
-    const bool known = fstat(descriptor, &owner) == 0 &&
-                       fstatat(descriptor, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+    const bool known = os.fstat(descriptor.get(), &owner) == 0 &&
+                       os.fstatat(descriptor.get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
                        isTheSame(opened, named);
-    close(descriptor);
     return known && !othersMayRenameIn(owner) ? owner.st_uid : kNobody;
 }
 
 }  // namespace
 
 std::optional<uid_t> of(std::FILE* file, const std::string& path) {
-    if (geteuid() != 0) return std::nullopt;
+    if (TVLOs::current().geteuid() != 0) return std::nullopt;
     struct stat opened {};
-    if (fstat(fileno(file), &opened) != 0) return kNobody;
+    if (TVLOs::current().fstat(fileno(file), &opened) != 0) return kNobody;
     if (opened.st_uid == 0 && !isRootsWord(opened)) return kNobody;
     const uid_t owner = opened.st_uid != 0 ? opened.st_uid : folderOwner(opened, path);
     return owner == 0 ? std::nullopt : std::optional<uid_t>(owner);

@@ -31,14 +31,14 @@ class ZORSockSendAction : public ZORAction {
 
   private:
     void prepareMarkers(const TVLIDOM_Element& element);
-    int exchange();
-    int readResponse();
+    int exchange() TVL_REQUIRES(m_mutex);
+    int readResponse() TVL_REQUIRES(m_mutex);
     int classify(const char* answer, int received) const;
 
-    std::unique_ptr<ZORSocketCommand> m_command;
+    TVLThreadMutex m_mutex;
+    std::unique_ptr<ZORSocketCommand> m_command TVL_PT_GUARDED_BY(m_mutex);
     int m_responseSize = 0;  // answer bytes to read; 0 or less reads nothing
     std::string m_responseOK;
     std::string m_responseFatal;
     std::string m_responseRetry;
-    TVLThreadMutex m_mutex;
 };

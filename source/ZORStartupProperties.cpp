@@ -12,6 +12,7 @@
 #include "TVLFmDir.h"
 #include "TVLIDOM_Helper.h"
 #include "TVLNumber.h"
+#include "TVLOs.h"
 #include "ZORBadConfigException.h"
 #include "ZORHelpers.h"
 #include "ZORLogger.h"
@@ -121,7 +122,7 @@ bool ZORStartupProperties::read(I18NString& value, const char* name, const char*
 
 void ZORStartupProperties::prepare() {
     setProperty("CRLF", "\n");
-    if (const char* const javaHome = std::getenv("JAVA_HOME"); javaHome != nullptr) {
+    if (const char* const javaHome = TVLOs::current().getenv("JAVA_HOME"); javaHome != nullptr) {
         setProperty("java_home", javaHome);
     }
     std::string instanceName;

@@ -2,10 +2,12 @@
 
 #include <openssl/bio.h>
 #include <openssl/err.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <initializer_list>
 
 #include "SEKErrors.h"
 
@@ -49,16 +51,18 @@ bool takeDirective(const std::string& line, const std::string& directive, std::s
     return isAssigned || isSeparate;
 }
 
+bool isOneOf(const std::string& value, std::initializer_list<const char*> words) {
+    return std::any_of(words.begin(), words.end(),
+                       [&](const char* word) { return strcasecmp(value.c_str(), word) == 0; });
+}
+
 bool isContinued(const std::string& line) {
     const std::size_t count = line.size();
     return count > 0 && line[count - 1] == '\\' && (count == 1 || line[count - 2] != '\\');
 }
 
 bool isConfiguration(const fs::path& file) {
-    std::string ending = file.extension().string();
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return ending == ".cnf" || ending == ".conf";
+    return isOneOf(file.extension().string(), {".cnf", ".conf"});
 }
 
 // The reader takes one before the first file only; editors put one into any.
@@ -72,7 +76,7 @@ std::string withoutMark(std::string text) {
 SEKConfiguration::SEKConfiguration(const std::string& path, std::vector<SEKFileStamp>& sources)
     : m_sources(sources) {
     append(path, 0);
-    m_conf = parse(m_text);
+    m_conf = parse(m_text, {0, 0});
 }
 
 const STACK_OF(CONF_VALUE) * SEKConfiguration::section(const std::string& name) const {
@@ -130,7 +134,7 @@ void SEKConfiguration::appendLine(const std::string& line, const Origin& origin)
 }
 
 void SEKConfiguration::include(const std::string& written, const Origin& origin, int depth) {
-    std::string path = expanded(written);
+    std::string path = expanded(written, origin);
     if (path.empty()) throw SEKFailure("cannot read " + place(origin) + ": no file to include");
     const char* const folder = secure_getenv("OPENSSL_CONF_INCLUDE");
     const std::string base = folder != nullptr ? folder : m_includeFolder;
@@ -168,15 +172,15 @@ void SEKConfiguration::heedPragma(const std::string& line) {
     const std::string name = trimmed(rest.substr(0, colon));
     const std::string value = trimmed(rest.substr(colon + 1));
     if (name == "includedir") m_includeFolder = value;
-    if (name == "abspath") m_absoluteOnly = value == "on" || value == "true";
+    if (name == "abspath") m_absoluteOnly = isOneOf(value, {"on", "true"});
 }
 
 // The path as the reader understands it at this place of the text: with the variables of the section that is
 // open here.
-std::string SEKConfiguration::expanded(const std::string& written) const {
+std::string SEKConfiguration::expanded(const std::string& written, const Origin& origin) const {
     if (written.find_first_of("$\\\"'`#(") == std::string::npos) return written;
     const std::string key = "path.of.the.included.file";
-    const ConfPtr conf = parse(m_text + key + " = " + written + "\n");
+    const ConfPtr conf = parse(m_text + key + " = " + written + "\n", origin);
     const std::unique_ptr<STACK_OF(OPENSSL_CSTRING), void (*)(STACK_OF(OPENSSL_CSTRING)*)> sections(
         NCONF_get_section_names(conf.get()),
         [](STACK_OF(OPENSSL_CSTRING) * all) { sk_OPENSSL_CSTRING_free(all); });
@@ -190,15 +194,18 @@ std::string SEKConfiguration::expanded(const std::string& written) const {
     return "";
 }
 
-SEKConfiguration::ConfPtr SEKConfiguration::parse(const std::string& text) const {
+// Lines beyond those taken over so far come from the last origin.
+SEKConfiguration::ConfPtr SEKConfiguration::parse(const std::string& text, const Origin& last) const {
     ConfPtr conf(NCONF_new(nullptr));
     const BioPtr input(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
     long line = 0;
     if (conf != nullptr && input != nullptr && NCONF_load_bio(conf.get(), input.get(), &line) > 0)
         return conf;
-    Origin origin{0, line};
-    if (line > 0 && static_cast<std::size_t>(line) <= m_origins.size())
-        origin = m_origins[static_cast<std::size_t>(line) - 1];
-    const std::string where = line > 0 ? place(origin) : m_files.front();
-    throw SEKFailure("cannot read " + where + ": " + SEKErrors::tlsReason());
+    const bool isTaken = line > 0 && static_cast<std::size_t>(line) <= m_origins.size();
+    const Origin& origin = isTaken ? m_origins[static_cast<std::size_t>(line) - 1] : last;
+    std::string reason = SEKErrors::tlsReason();
+    // The reader counts the lines of the joined text.
+    const std::string counted = " (line " + std::to_string(line) + ")";
+    if (reason.ends_with(counted)) reason.erase(reason.size() - counted.size());
+    throw SEKFailure("cannot read " + (origin.line > 0 ? place(origin) : m_files.front()) + ": " + reason);
 }

@@ -49,8 +49,8 @@ class SEKConfiguration {
     void include(const std::string& written, const Origin& origin, int depth);
     void includeFolder(const std::string& path, int depth);
     void heedPragma(const std::string& line);
-    std::string expanded(const std::string& written) const;
-    ConfPtr parse(const std::string& text) const;
+    std::string expanded(const std::string& written, const Origin& origin) const;
+    ConfPtr parse(const std::string& text, const Origin& last) const;
     std::string place(const Origin& origin) const;
 
     std::vector<SEKFileStamp>& m_sources;

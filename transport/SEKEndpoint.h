@@ -43,16 +43,18 @@ class SEKEndpoint {
     void switchOn(int level, int option) const noexcept;
 
     // Before each attempt to connect. A descriptor whose attempt failed keeps traces of it, so each gets a fresh one.
+    // When that cannot have the local address, everything stays as it was.
     void prepareAttempt();
     // The descriptor cannot serve another attempt.
     void wearOut() noexcept { m_isWorn = true; }
 
   private:
-    void open();
+    SEKDescriptor fresh() const;
+    static void bind(const SEKDescriptor& descriptor, const SEKAddress& address);
 
     int m_family;
+    SEKSocketOptions m_options;  // before the descriptor, which is made with them
     SEKDescriptor m_descriptor;
     bool m_isWorn = false;
     std::optional<SEKAddress> m_bound;
-    SEKSocketOptions m_options;
 };

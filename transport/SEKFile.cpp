@@ -90,20 +90,27 @@ struct stat check(const std::string& path) {
     return status;
 }
 
-void checkFolder(const std::string& path, std::vector<SEKFileStamp>& stamps) {
+std::vector<std::string> namesIn(const std::string& path, std::vector<SEKFileStamp>& stamps) {
     stamps.push_back(SEKFileStamp::of(path));
     const FolderPtr folder(opendir(path.c_str()));
     if (folder == nullptr) refuse(errno);
-    std::size_t count = 0;
+    std::vector<std::string> names;
     while (const dirent* entry = readdir(folder.get())) {
-        if (++count > folderLimit) throw SEKFailure("too many files in the folder");
-        const SEKFileStamp file = SEKFileStamp::of(path + "/" + entry->d_name);
+        if (names.size() == folderLimit) throw SEKFailure("too many files in the folder");
+        names.emplace_back(entry->d_name);
+    }
+    return names;
+}
+
+void checkFolder(const std::string& path, std::vector<SEKFileStamp>& stamps) {
+    for (const std::string& name : namesIn(path, stamps)) {
+        const SEKFileStamp file = SEKFileStamp::of(path + "/" + name);
         if (!file.isThere || S_ISDIR(file.status.st_mode)) continue;
         stamps.push_back(file);
         try {
             requireRegular(file.status, materialLimit);
         } catch (const SEKFailure& reason) {
-            throw SEKFailure(std::string(entry->d_name) + ": " + reason.what());
+            throw SEKFailure(name + ": " + reason.what());
         }
     }
 }

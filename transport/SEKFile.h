@@ -39,6 +39,9 @@ std::string read(const std::string& path, off_t limit);
 // Refuses what OpenSSL, which opens the path itself, could not read to its end; the file's status.
 struct stat check(const std::string& path);
 
+// What lies in the folder, in no order. Adds the folder's stamp.
+std::vector<std::string> namesIn(const std::string& path, std::vector<SEKFileStamp>& stamps);
+
 // Refuses a folder with an entry that is no regular file of a sane size; folders in it are passed over. Adds the
 // stamps of the folder and of its files.
 void checkFolder(const std::string& path, std::vector<SEKFileStamp>& stamps);

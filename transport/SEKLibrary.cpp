@@ -11,7 +11,7 @@ SEKLibrary& SEKLibrary::instance() {
 }
 
 void SEKLibrary::initialize() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const SEKGuard guard(m_mutex);
     // The first initialisation of OpenSSL in the process decides: without this it would clean up in every
     // forked child that exits. Everything dear (trust store, settings) waits for the first TLS connection.
     if (m_initializations == 0 && OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) != 1)
@@ -20,18 +20,18 @@ void SEKLibrary::initialize() {
 }
 
 void SEKLibrary::terminate() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const SEKGuard guard(m_mutex);
     if (m_initializations == 0) throw SEKFailure("the library is not initialised");
     if (--m_initializations == 0) m_settings.clear();
 }
 
 void SEKLibrary::requireInitialized() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const SEKGuard guard(m_mutex);
     if (m_initializations == 0) throw SEKFailure("the library is not initialised");
 }
 
 SEKContextPtr SEKLibrary::contextFor(const std::string& serviceID, SEKRole role) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const SEKGuard guard(m_mutex);
     if (m_initializations == 0) throw SEKFailure("the library is not initialised");
     const auto key = std::make_pair(serviceID, role);
     auto found = m_settings.find(key);
@@ -45,19 +45,19 @@ SEKContextPtr SEKLibrary::contextFor(const std::string& serviceID, SEKRole role)
 }
 
 void* SEKLibrary::add(const std::shared_ptr<SEKSocket>& socket) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const SEKGuard guard(m_mutex);
     m_sockets.emplace(socket.get(), socket);
     return socket.get();
 }
 
 std::shared_ptr<SEKSocket> SEKLibrary::find(void* handle) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const SEKGuard guard(m_mutex);
     const auto found = m_sockets.find(handle);
     return found == m_sockets.end() ? nullptr : found->second;
 }
 
 std::shared_ptr<SEKSocket> SEKLibrary::remove(void* handle) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const SEKGuard guard(m_mutex);
     const auto found = m_sockets.find(handle);
     if (found == m_sockets.end()) return nullptr;
     std::shared_ptr<SEKSocket> socket = std::move(found->second);

@@ -12,11 +12,11 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
 
+#include "SEKLock.h"
 #include "SEKSettings.h"
 
 class SEKSocket;
@@ -40,8 +40,8 @@ class SEKLibrary {
   private:
     SEKLibrary() = default;
 
-    mutable std::mutex m_mutex;
-    int m_initializations = 0;
-    std::map<std::pair<std::string, SEKRole>, SEKSettings> m_settings;
-    std::unordered_map<void*, std::shared_ptr<SEKSocket>> m_sockets;
+    mutable SEKMutex m_mutex;
+    int m_initializations SEK_GUARDED_BY(m_mutex) = 0;
+    std::map<std::pair<std::string, SEKRole>, SEKSettings> m_settings SEK_GUARDED_BY(m_mutex);
+    std::unordered_map<void*, std::shared_ptr<SEKSocket>> m_sockets SEK_GUARDED_BY(m_mutex);
 };

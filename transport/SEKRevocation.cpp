@@ -1,46 +1,15 @@
 #include "SEKRevocation.h"
 
-#include <openssl/bio.h>
-#include <openssl/err.h>
-#include <openssl/pem.h>
-
-#include <memory>
-
 #include "SEKErrors.h"
 #include "SEKFile.h"
-
-namespace {
-
-struct BioFreer {
-    void operator()(BIO* bio) const { BIO_free(bio); }
-};
-struct ListFreer {
-    void operator()(X509_CRL* list) const { X509_CRL_free(list); }
-};
-
-// The end of the text shows as a missing start line.
-bool isAtEnd() {
-    const unsigned long error = ERR_peek_last_error();
-    return ERR_GET_LIB(error) == ERR_LIB_PEM && ERR_GET_REASON(error) == PEM_R_NO_START_LINE;
-}
-
-}  // namespace
+#include "SEKPem.h"
 
 void SEKRevocation::load(const std::string& path, X509_STORE& store) const {
-    const std::string content = SEKFile::read(path, SEKFile::materialLimit);
-    const std::unique_ptr<BIO, BioFreer> input(
-        BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
-    if (input == nullptr) throw SEKFailure(SEKErrors::tlsReason());
-    std::size_t count = 0;
-    while (true) {
-        const std::unique_ptr<X509_CRL, ListFreer> list(
-            PEM_read_bio_X509_CRL(input.get(), nullptr, nullptr, nullptr));
-        if (list == nullptr && count > 0 && isAtEnd()) break;
-        if (list == nullptr || X509_STORE_add_crl(&store, list.get()) <= 0)
-            throw SEKFailure(SEKErrors::tlsReason());
-        ++count;
+    const SEKPem::Lists lists = SEKPem::listsIn(SEKFile::read(path, SEKFile::materialLimit));
+    if (lists.empty()) throw SEKFailure("no revocation list in it");
+    for (const auto& list : lists) {
+        if (X509_STORE_add_crl(&store, list.get()) <= 0) throw SEKFailure(SEKErrors::tlsReason());
     }
-    ERR_clear_error();
 }
 
 void SEKRevocation::setExtent(const std::string& value) {

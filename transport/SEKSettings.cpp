@@ -16,6 +16,7 @@
 #include "SEKConfiguration.h"
 #include "SEKErrors.h"
 #include "SEKRevocation.h"
+#include "SEKTrust.h"
 #include "SEKVerification.h"
 
 namespace {
@@ -25,6 +26,9 @@ struct ConfContextFreer {
 };
 struct SslFreer {
     void operator()(SSL* ssl) const { SSL_free(ssl); }
+};
+struct StoreFreer {
+    void operator()(X509_STORE* store) const { X509_STORE_free(store); }
 };
 struct CiphersFreer {
     void operator()(STACK_OF(SSL_CIPHER) * ciphers) const { sk_SSL_CIPHER_free(ciphers); }
@@ -41,23 +45,14 @@ bool sameName(const std::string& left, const char* right) {
     return strcasecmp(left.c_str(), right) == 0;
 }
 
-// VerifyCAFile, VerifyCAPath and VerifyCAStore, the commands that say whom to believe.
-bool namesTrust(const std::string& name) {
-    constexpr std::string_view beginning = "VerifyCA";
-    return strncasecmp(name.c_str(), beginning.data(), beginning.size()) == 0;
+bool beginsWith(const std::string& name, const std::string& beginning) {
+    return strncasecmp(name.c_str(), beginning.c_str(), beginning.size()) == 0;
 }
 
 // OpenSSL would ask on the terminal, which a daemon has none of.
 int refusePassphrase(char*, int, int, void* asked) {
     *static_cast<bool*>(asked) = true;
     return -1;
-}
-
-// The path behind the URI of a store; empty for stores that are no files.
-std::string storePath(const std::string& uri) {
-    if (uri.rfind("file:", 0) != 0) return SEKFileStamp::of(uri).isThere ? uri : "";
-    const std::string path = uri.substr(5);
-    return path.rfind("//", 0) == 0 ? path.substr(std::min(path.find('/', 2), path.size())) : path;
 }
 
 // A link that leads nowhere is no absent file.
@@ -83,7 +78,7 @@ class SEKSettingsBuilder {
         createContext();
         applyFile();
         requireIdentity();
-        requireVerification();
+        requireSoundSuites();
         applyRevocation();
         applyTrust();
         enforce();
@@ -136,6 +131,7 @@ class SEKSettingsBuilder {
     static std::string withoutPrefix(const std::string& name) { return name.substr(name.find('.') + 1); }
 
     void applyCommand(SSL_CONF_CTX& commands, const std::string& name, const std::string& value) {
+        if (takesAuthorities(commands, name, value)) return;
         checkFiles(commands, name, value);
         if (sameName(name, "CRLFile")) return m_revocationLists.push_back(value);
         if (sameName(name, "CRLCheck")) return applyExtent(value);
@@ -146,7 +142,6 @@ class SEKSettingsBuilder {
         if (sameName(name, "PrivateKey")) checkKeyFile(name, value);
         if (sameName(name, "Certificate")) m_certificateFiles.push_back(value);
         if (sameName(name, "CipherString")) m_cipherString = value;
-        if (namesTrust(name)) m_trustIsGiven = true;
         handOver(commands, name, value);
     }
 
@@ -179,32 +174,63 @@ class SEKSettingsBuilder {
 
     bool verifies() const { return (SSL_CTX_get_verify_mode(context()) & SSL_VERIFY_PEER) != 0; }
 
-    // Leaves the stamps of what the command names, which OpenSSL then reads by itself.
-    void checkFiles(SSL_CONF_CTX& commands, const std::string& name, const std::string& value) {
-        const int type =
-            sameName(name, "CRLFile") ? SSL_CONF_TYPE_FILE : SSL_CONF_cmd_value_type(&commands, name.c_str());
+    // VerifyCAFile and its like, which say whom to believe, and ChainCAFile and its like, which complete the own chain.
+    // OpenSSL would read some of what they name during a handshake.
+    bool takesAuthorities(SSL_CONF_CTX& commands, const std::string& name, const std::string& value) {
+        const bool isTrust = beginsWith(name, "VerifyCA");
+        if (!isTrust && !beginsWith(name, "ChainCA")) return false;
+        const int type = SSL_CONF_cmd_value_type(&commands, name.c_str());
+        if (type == SSL_CONF_TYPE_UNKNOWN) return false;
+        if (isTrust) m_trustIsGiven = true;
         try {
-            if (type == SSL_CONF_TYPE_FILE) checkFile(value);
-            if (type == SSL_CONF_TYPE_DIR) checkFolders(value);
-            if (type == SSL_CONF_TYPE_STORE) checkStore(storePath(value));
+            return addAuthorities(isTrust ? Authorities::ToVerify : Authorities::ToComplete, type, value);
         } catch (const SEKFailure& why) {
             refuseCommand(name, value, why.what());
         }
     }
 
-    // OpenSSL takes no notice of a trust store that is not there.
-    enum class Absent { IsAnError, IsFine };
+    enum class Authorities { ToVerify, ToComplete };
 
-    // What is missing, and may be, leaves its stamp: it may come.
-    bool isExcused(const std::string& path, Absent absent) {
-        const SEKFileStamp stamp = SEKFileStamp::of(path);
-        if (absent == Absent::IsAnError || stamp.isThere) return false;
-        m_settings.sources.push_back(stamp);
+    // False for a store that only OpenSSL can open.
+    bool addAuthorities(Authorities purpose, int type, const std::string& value) {
+        SEKTrust trust(storeFor(purpose), m_settings.sources);
+        if (type == SSL_CONF_TYPE_STORE) return trust.addStore(value);
+        if (type == SSL_CONF_TYPE_DIR)
+            trust.addFolders(value);
+        else
+            trust.addFile(value);
         return true;
     }
 
-    void checkFile(const std::string& path, Absent absent = Absent::IsAnError) {
-        if (isExcused(path, absent)) return;
+    // OpenSSL's macros for these calls hide casts that the compiler flags refuse.
+    X509_STORE& storeFor(Authorities purpose) const {
+        const bool isTrust = purpose == Authorities::ToVerify;
+        X509_STORE* store = nullptr;
+        SSL_CTX_ctrl(context(), isTrust ? SSL_CTRL_GET_VERIFY_CERT_STORE : SSL_CTRL_GET_CHAIN_CERT_STORE, 0,
+                     static_cast<void*>(&store));
+        if (store != nullptr) return *store;
+        std::unique_ptr<X509_STORE, StoreFreer> made(X509_STORE_new());
+        if (made == nullptr ||
+            SSL_CTX_ctrl(context(), isTrust ? SSL_CTRL_SET_VERIFY_CERT_STORE : SSL_CTRL_SET_CHAIN_CERT_STORE,
+                         0, made.get()) <= 0)
+            throw SEKFailure(SEKErrors::tlsReason());
+        return *made.release();
+    }
+
+    // Leaves the stamps of what the command names, which OpenSSL then reads by itself, at once.
+    void checkFiles(SSL_CONF_CTX& commands, const std::string& name, const std::string& value) {
+        const int type =
+            sameName(name, "CRLFile") ? SSL_CONF_TYPE_FILE : SSL_CONF_cmd_value_type(&commands, name.c_str());
+        try {
+            if (type == SSL_CONF_TYPE_FILE) checkFile(value);
+            if (type == SSL_CONF_TYPE_DIR) SEKFile::checkFolder(value, m_settings.sources);
+            if (type == SSL_CONF_TYPE_STORE) checkStore(SEKTrust::pathOf(value));
+        } catch (const SEKFailure& why) {
+            refuseCommand(name, value, why.what());
+        }
+    }
+
+    void checkFile(const std::string& path) {
         m_settings.sources.push_back(SEKFileStamp::of(path));
         SEKFile::check(path);
     }
@@ -215,16 +241,6 @@ class SEKSettingsBuilder {
         if (!file.isThere || (mode & (S_IRWXG | S_IRWXO)) == 0) return;
         throw SEKFailure(place() + " " + command + ": private key file " + path +
                          " can be read by others (mode " + octal(mode) + "): chmod 600 it");
-    }
-
-    // A list of folders, as for a search path.
-    void checkFolders(const std::string& list, Absent absent = Absent::IsAnError) {
-        for (std::size_t begin = 0; begin <= list.size();) {
-            const std::size_t end = std::min(list.find(':', begin), list.size());
-            const std::string path = list.substr(begin, end - begin);
-            if (!path.empty() && !isExcused(path, absent)) SEKFile::checkFolder(path, m_settings.sources);
-            begin = end + 1;
-        }
     }
 
     void checkStore(const std::string& path) {
@@ -263,24 +279,28 @@ class SEKSettingsBuilder {
             throw SEKFailure(place() + ": no Certificate for the server's side");
     }
 
-    // Suites without certificates would let a peer pass that has none.
-    void requireVerification() const {
-        if (!verifies()) return;
+    // Without encryption this is no TLS, and suites without certificates would let a peer pass that has none.
+    void requireSoundSuites() const {
         const std::unique_ptr<SSL, SslFreer> probe(SSL_new(context()));
         if (probe == nullptr) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
         const std::unique_ptr<STACK_OF(SSL_CIPHER), CiphersFreer> ciphers(
             SSL_get1_supported_ciphers(probe.get()));
         ERR_clear_error();
-        for (int i = 0; i < sk_SSL_CIPHER_num(ciphers.get()); ++i) {
-            const SSL_CIPHER* const cipher = sk_SSL_CIPHER_value(ciphers.get(), i);
-            if (goesWithoutCertificate(cipher)) refuseCipher(SSL_CIPHER_get_name(cipher));
-        }
+        for (int i = 0; i < sk_SSL_CIPHER_num(ciphers.get()); ++i)
+            requireSound(*sk_SSL_CIPHER_value(ciphers.get(), i));
     }
 
-    [[noreturn]] void refuseCipher(const std::string& name) const {
-        refuseCommand("CipherString", m_cipherString.empty() ? "of the system" : m_cipherString,
-                      "the peer would not be verified, because " + name +
-                          " needs no certificate; only VerifyMode = None may say that");
+    void requireSound(const SSL_CIPHER& cipher) const {
+        const std::string name = SSL_CIPHER_get_name(&cipher);
+        if (SSL_CIPHER_get_cipher_nid(&cipher) == NID_undef)
+            refuseSuites("nothing would be encrypted with " + name);
+        if (verifies() && goesWithoutCertificate(&cipher))
+            refuseSuites("the peer would not be verified, because " + name +
+                         " needs no certificate; only VerifyMode = None may say that");
+    }
+
+    [[noreturn]] void refuseSuites(const std::string& why) const {
+        refuseCommand("CipherString", m_cipherString.empty() ? "of the system" : m_cipherString, why);
     }
 
     X509_STORE* trustStore() const {
@@ -307,25 +327,10 @@ class SEKSettingsBuilder {
     // The system's trust store takes long to read, so only a context that verifies with it pays for it.
     void applyTrust() {
         if (m_trustIsGiven || SSL_CTX_get_verify_mode(context()) == SSL_VERIFY_NONE) return;
-        checkEnvironment();
-        if (SSL_CTX_set_default_verify_paths(context()) <= 0)
-            throw SEKFailure("cannot read the system's trust store: " + reason());
-    }
-
-    // The places that are compiled in are the administrator's; the environment may name any other.
-    void checkEnvironment() {
-        checkVariable(X509_get_default_cert_file_env(), &SEKSettingsBuilder::checkFile);
-        checkVariable(X509_get_default_cert_dir_env(), &SEKSettingsBuilder::checkFolders);
-    }
-
-    void checkVariable(const char* name, void (SEKSettingsBuilder::*check)(const std::string&, Absent)) {
-        const char* const value = secure_getenv(name);
-        if (value == nullptr) return;
         try {
-            (this->*check)(value, Absent::IsFine);
+            SEKTrust(*SSL_CTX_get_cert_store(context()), m_settings.sources).addSystem();
         } catch (const SEKFailure& why) {
-            throw SEKFailure(std::string("cannot read the system's trust store: ") + name + " = " + value +
-                             ": " + why.what());
+            throw SEKFailure(std::string("cannot read the system's trust store: ") + why.what());
         }
     }
 

@@ -60,11 +60,11 @@ void SEKSocket::listen(int backlog) {
     m_state = State::Listening;
 }
 
-std::shared_ptr<SEKSocket> SEKSocket::accept() {
+std::shared_ptr<SEKSocket> SEKSocket::accept(SEKAddress& peer) {
     requireState(State::Listening, "accept");
     const SEKDeadline deadline(m_endpoint.options().receiveLimitMs());
     while (SEKWait::waitFor(descriptor(), POLLIN, deadline)) {
-        SEKAddress peer;
+        peer = SEKAddress();
         socklen_t length = peer.length();
         SEKDescriptor accepted = SEKDescriptor::aboveStandard(
             [&] { return accept4(descriptor(), peer.buffer(), &length, SOCK_CLOEXEC | SOCK_NONBLOCK); });

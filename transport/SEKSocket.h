@@ -40,8 +40,9 @@ class SEKSocket {
     void bind(const SEKAddress& address);
     void bindUrl(const std::string& url);
     void listen(int backlog);
-    // Waits for the next connection, at most as long as the receive limit says.
-    std::shared_ptr<SEKSocket> accept();
+    // Waits for the next connection, at most as long as the receive limit says. Tells the peer's address, which a
+    // connection that the peer has reset by now could not be asked for.
+    std::shared_ptr<SEKSocket> accept(SEKAddress& peer);
 
     void connect(const SEKAddress& address);
     // The document may be null: then the handle's own session holds. True when nothing is left to do, false

@@ -191,8 +191,9 @@ long SEK_Accept(void* handle, void** accepted, sockaddr_storage* peer, long* len
     return forHandle(handle, [&](SEKSocket& socket) {
         void*& place = required(accepted, "place for the handle");
         place = nullptr;
-        const std::shared_ptr<SEKSocket> connection = socket.accept();
-        if (peer != nullptr) connection->peerAddress().copyTo(peer, length);
+        SEKAddress from;
+        const std::shared_ptr<SEKSocket> connection = socket.accept(from);
+        if (peer != nullptr) from.copyTo(peer, length);
         place = SEKLibrary::instance().add(connection);
         return long{SEK_Ok};
     });

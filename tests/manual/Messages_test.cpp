@@ -164,7 +164,7 @@ TEST_F(MessagesTest, EachReasonOfAFailedConnectionIsMentioned) {
     for (const char* const file :
          {"SEKAddress", "SEKConfiguration", "SEKConnector", "SEKDeadline", "SEKEndpoint", "SEKErrors",
           "SEKFile", "SEKLibrary", "SEKRevocation", "SEKSettings", "SEKSocket", "SEKSocketOptions",
-          "SEKTlsStream", "SEKUri", "SEKVerification"}) {
+          "SEKTlsStream", "SEKTrust", "SEKUri", "SEKVerification"}) {
         const SourceText source(
             repository::read(repository::root() / "transport" / (std::string(file) + ".cpp")));
         for (const SourceText::Literal& literal : source.literals()) {

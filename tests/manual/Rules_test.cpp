@@ -131,6 +131,45 @@ TEST(RulesTest, WhatIsKeptUnusedIsUsedByNothing) {
     EXPECT_EQ(timesNamed("logger", {repository::root() / "source/ZORNTService.cpp"}), 1);
 }
 
+// --- the doorway ---
+
+// Names that are the system's alone, and those that count with their scope only, because other functions have them too.
+constexpr const char* kCalls =
+    "openat|fdopen|fdopendir|readdir|readlinkat|pwritev2|fstat|fstatat|fstatfs|ftruncate|fchmod|fchownat|"
+    "unlinkat|mkdirat|fchdir|chdir|getcwd|fcntl|isatty|ioctl|execve|setsid|getpid|geteuid|putenv|getenv|"
+    "dlopen|dlsym|dlclose|sigwait|clock_nanosleep|pthread_create|pthread_kill|syscall|waitid|getrlimit";
+constexpr const char* kScopedCalls =
+    "open|dup|read|write|stat|unlink|mkdir|poll|send|fork|kill|exit|time|getenv|fgets|fwrite|fflush|fprintf|"
+    "filesystem::create_directories|filesystem::current_path";
+
+std::vector<std::string> systemCallsIn(const fs::path& file) {
+    static const std::regex call(std::string("(?:^|[^\\w.>:])((?:::)?(?:") + kCalls +
+                                 ")|(?:::|std::)(?:" + kScopedCalls + "))\\(");
+    std::vector<std::string> calls;
+    for (const std::string& line : repository::split(repository::read(file), "\n")) {
+        const std::string code = line.substr(0, line.find("//"));
+        for (std::sregex_iterator it(code.begin(), code.end(), call); it != std::sregex_iterator(); ++it)
+            calls.push_back((*it)[1]);
+    }
+    return calls;
+}
+
+// The table of processes is a part of the real one.
+TEST(RulesTest, OnlyTheDoorwayCallsTheSystem) {
+    static const std::regex doorway(
+        "TVL(OsFiles|OsLoader|OsProcesses|RealOs|RealOsFiles|ProcessTable)\\.(h|cpp)");
+    std::size_t behind = 0;
+    for (const fs::path& file : filesOf({"source", "platform"}, {".cpp", ".h"})) {
+        const std::vector<std::string> calls = systemCallsIn(file);
+        if (std::regex_match(file.filename().string(), doorway)) {
+            behind += calls.size();
+            continue;
+        }
+        EXPECT_TRUE(calls.empty()) << file << " calls " << calls.front() << "() itself";
+    }
+    EXPECT_GT(behind, 60U);
+}
+
 // --- includes ---
 
 // The header of a name of the standard library; of names that several have, none is told.

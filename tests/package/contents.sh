@@ -38,6 +38,7 @@ check_places() {
 
 # Installed under another name than in the source tree, or in a tree of its own.
 check_files() {
+    local unit
     expect_all_of etc/velbootstrapservice sample/tomcat/bin
     expect_all_of etc/velbootstrapservice sample/tomcat/configuration
     expect_all_of etc/velbootstrapservice/tomcat sample/tomcat/tomcat/conf
@@ -51,17 +52,26 @@ check_files() {
     expect_same lib/systemd/system/velbootstrapservice.service packaging/systemd/velbootstrapservice.service
     expect_same lib/systemd/system/velbootstrapservice-foreground.service \
         packaging/systemd/velbootstrapservice-foreground.service
+    for unit in velbootstrapservice-certificates.service velbootstrapservice-certificates.timer; do
+        expect_same "lib/systemd/system/$unit" "packaging/systemd/$unit"
+    done
+    expect_same lib/systemd/system/velbootstrapservice-certificates.service.d/sandbox.conf packaging/systemd/sandbox.conf
     expect_same lib/systemd/system/velbootstrapservice.service.d/sandbox.conf packaging/systemd/sandbox.conf
     expect_same lib/systemd/system/velbootstrapservice-foreground.service.d/sandbox.conf packaging/systemd/sandbox.conf
+    expect_same usr/lib/velbootstrapservice/velbootstrap-unit packaging/systemd/velbootstrap-unit
     expect_same usr/lib/tmpfiles.d/velbootstrapservice.conf packaging/systemd/tmpfiles.conf
     expect_same usr/lib/sysusers.d/velbootstrapservice.conf packaging/systemd/sysusers.conf
     expect_same etc/logrotate.d/velbootstrapservice packaging/logrotate
     expect_same usr/share/bash-completion/completions/velbootstrapservice packaging/completion.bash
-    expect_same usr/share/doc/velbootstrapservice/copyright packaging/debian/copyright
+    expect_same usr/share/doc/velbootstrapservice/copyright debian/copyright
 }
 
 check_pages() {
     local page name
+    for page in "$sources"/docs/*.md; do
+        expect_same "usr/share/doc/velbootstrapservice/${page##*/}" "docs/${page##*/}"
+    done
+    expect_same usr/share/doc/velbootstrapservice/README.Debian debian/README.Debian
     for page in "$sources"/packaging/man/*.[1-8]; do
         name=${page##*/}
         expect "the page $name" cmp "$page" <(zcat "$tree/usr/share/man/man${name##*.}/$name.gz")
@@ -74,7 +84,8 @@ check_rights() {
     dpkg-deb --contents "$package" >"$listing"
     expect_equal "files that are not root's" "" "$(awk '$2 != "root/root" { print $6 }' "$listing")"
     expect_equal "files others can write" "" "$(awk '/^[^l]....w/ || /^[^l].......w/ { print $6 }' "$listing")"
-    expect_equal "programs" "./usr/lib/velbootstrapservice/velbootstrapservice
+    expect_equal "programs" "./usr/lib/velbootstrapservice/velbootstrap-unit
+./usr/lib/velbootstrapservice/velbootstrapservice
 ./usr/share/velbootstrapservice/samples/bin/housekeeping
 ./usr/share/velbootstrapservice/tomcat/make-certificates
 ./usr/share/velbootstrapservice/tomcat/velbootstrap-tomcat" "$(awk '/^-..x/ { print $6 }' "$listing" | sort)"
@@ -100,9 +111,9 @@ field() { dpkg-deb --field "$package" "$1"; }
 check_fields() {
     local library
     expect_equal "Architecture" "$(dpkg --print-architecture)" "$(field Architecture)"
-    expect_equal "Version" "$(dpkg-parsechangelog -l "$sources/packaging/debian/changelog" -S Version)" \
+    expect_equal "Version" "$(dpkg-parsechangelog -l "$sources/debian/changelog" -S Version)" \
         "$(field Version)"
-    for library in libc6 libexpat1 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers \
+    for library in libxml2-utils libc6 libexpat1 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers \
         systemd-standalone-tmpfiles; do
         expect "Depends names $library" grep -qF "$library" <(field Depends)
     done

@@ -46,7 +46,8 @@ check_installed() {
         expect_equal "$folder" "755 root:root" "$(owner_of "$folder")"
     done
     expect_equal "processes after installing" "" "$(service_processes)"
-    expect_equal "enabled units" "" "$(find "$changes/etc/systemd" -type l 2>/dev/null)"
+    expect_equal "enabled units" velbootstrapservice-certificates.timer \
+        "$(find "$changes/etc/systemd" -type l -printf '%f\n' 2>/dev/null)"
     expect "the manager accepts the units" in_copy systemd-analyze --man=no verify \
         velbootstrapservice.service velbootstrapservice-foreground.service
     expect_not "it runs before the start" in_copy /bin/sh -c "cd $instance/bin && ./velbootstrapservice -isrunning"
@@ -71,12 +72,10 @@ check_printed() {
 
 check_use() {
     local answer
-    in_copy velbootstrap-tomcat --system >/dev/null || fail "the system instance could not be readied"
     run_line ExecStart
     expect_running 0 "after the start"
     expect_equal "what the PID file names" /usr/lib/velbootstrapservice/velbootstrapservice \
         "$(in_copy readlink "/proc/$(cat "$copy$logs/velbootstrap_service.pid")/exe")"
-    expect "the unit names that PID file" in_copy test "$(setting PIDFile)" -ef "$logs/velbootstrap_service.pid"
     answer=$(ask /etc/velbootstrapservice/ca.pem https://localhost:9300/dispatch/) || true
     expect_equal "the answer to curl" 200 "$answer"
     expect "turning the log over" in_copy logrotate --force /etc/logrotate.d/velbootstrapservice
@@ -91,12 +90,72 @@ check_use() {
     expect_equal "processes after the stop" "" "$(service_processes)"
 }
 
+# unit_command WORD...: what the units run, as they run it; its words go into "words".
+unit_command() {
+    local who=as_service
+    [[ $1 != guard ]] || who=in_copy
+    words=$("$who" /bin/sh -c "cd $(setting WorkingDirectory) && exec /usr/lib/velbootstrapservice/velbootstrap-unit $*" 2>&1)
+}
+
+# expect_refused WHAT WORDS COMMAND: the unit's command fails and says so.
+expect_refused() {
+    if unit_command "$3"; then
+        wrong "$1: not refused"
+    fi
+    expect "$1 is told: $words" grep -qE -- "$2" <<<"$words"
+}
+
+# What would hold up a start, or make it one that serves nobody, is refused before it.
+check_guards() {
+    local settings=$copy/etc/velbootstrapservice pid
+    expect_refused "a start before an instance was made" 'sek.cnf names .*ca.pem .*velbootstrap-tomcat --system' check
+    in_copy velbootstrap-tomcat --system >/dev/null || fail "the system instance could not be readied"
+    expect "the documents are accepted" unit_command check
+    expect "nothing runs yet" unit_command guard
+
+    sed -i 's|<stop type=|<stop tpye=|' "$settings/bootstrap_linuxi38632.xml"
+    expect_refused "a misspelt attribute" 'bootstrap_linuxi38632.xml:[0-9]+: .*tpye' check
+    sed -i 's|<stop tpye=|<stop type=|' "$settings/bootstrap_linuxi38632.xml"
+    sed -i 's|>60<|>sixty<|' "$settings/startup.xml"
+    expect_refused "a number in letters" 'startup.xml:[0-9]+: .*sixty' check
+    sed -i 's|>sixty<|>60<|' "$settings/startup.xml"
+
+    sed -i 's|<ZOR>|<ZOR|' "$settings/startup.xml"
+    expect_refused "a start that cannot work" 'FATAL .*Error occured processing configuration' "start -testReadyTries=1"
+    sed -i 's|<ZOR$|<ZOR>|' "$settings/startup.xml"
+
+    unit_command certificates || wrong "certificates cannot be looked at"
+    expect_equal "what is told of certificates" "" "$words"
+    in_copy velbootstrap-tomcat --system --renew --days 20 >/dev/null || fail "no renewal"
+    unit_command certificates
+    expect "a certificate that ends soon: $words" grep -qE \
+        '^<4>/etc/velbootstrapservice/dispatcher.pem: the certificate of CN = localhost is good until .* only$' \
+        <<<"$words"
+    in_copy velbootstrap-tomcat --system --renew >/dev/null || fail "no renewal"
+
+    # Started by hand, in bin/.
+    as_service /bin/sh -c "cd $instance/bin && ./velbootstrapservice -start -testReadyTries=60 -testReadyInterval=1" ||
+        fail "no start by hand"
+    pid=$(cat "$copy$logs/velbootstrap_service.pid")
+    expect_refused "a service that was started by hand" \
+        "^a service that was started by hand runs as process $pid: stop it first\$" guard
+    expect_equal "the PID file" "$pid" "$(cat "$copy$logs/velbootstrap_service.pid")"
+    expect_running 0 "after the refusal"
+    # The name that systemd used to take away: the service is found without it.
+    rm "$copy$logs/velbootstrap_service.pid"
+    expect_refused "a service without its PID file" "runs as process $pid:" guard
+    expect "removing, with a service that nothing names" run_dpkg --remove velbootstrapservice
+    expect_equal "processes after removing" "" "$(service_processes)"
+    install_package
+}
+
 # Upgraded while it runs, started by hand: nobody stops it. Removed after that: stopped first; settings and logs stay.
 check_removal() {
     local settings=$copy/etc/velbootstrapservice/startup.xml
     sed -i 's|>60<|>55<|' "$settings"
     run_line ExecStart
-    install_package
+    words=$(run_dpkg --install /tmp/package.deb 2>&1) || wrong "no upgrade: $words"
+    expect_not "an upgrade tells what has been done long ago" grep -qF "next, as root" <<<"$words"
     expect_running 0 "after installing a second time"
     expect "removing" run_dpkg --remove velbootstrapservice
     expect_equal "processes after removing" "" "$(service_processes)"
@@ -118,8 +177,10 @@ check_purge() {
 }
 
 make_copy
-install_package
+words=$(run_dpkg --install /tmp/package.deb 2>&1) || fail "no installation: $words"
+expect "installing tells what is next" grep -qF "next, as root: velbootstrap-tomcat --system" <<<"$words"
 check_installed
+check_guards
 check_use
 check_removal
 check_purge

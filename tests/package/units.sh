@@ -35,13 +35,19 @@ check_accepted() {
 check_kinds() {
     local unit
     expect_setting Type forking velbootstrapservice
-    expect_setting PIDFile /var/lib/velbootstrapservice/logs/velbootstrap_service.pid velbootstrapservice
+    # systemd would remove the PID file of a service that was started by hand.
+    expect_setting PIDFile "" velbootstrapservice
     expect_setting Type simple velbootstrapservice-foreground
+    expect_setting After "network.target velbootstrapservice.service" velbootstrapservice-foreground
     expect_setting Conflicts velbootstrapservice-foreground.service velbootstrapservice
     expect_setting Conflicts velbootstrapservice.service velbootstrapservice-foreground
     expect_setting Restart on-failure velbootstrapservice
     expect_setting Restart always velbootstrapservice-foreground
     for unit in velbootstrapservice velbootstrapservice-foreground; do
+        expect_equal "ExecStartPre of $unit" "+/usr/lib/velbootstrapservice/velbootstrap-unit guard
+/usr/lib/velbootstrapservice/velbootstrap-unit check" "$(setting ExecStartPre "$unit")"
+        # A repaired service can be started at once.
+        expect_setting StartLimitIntervalSec 0 "$unit"
         expect_setting User velbootstrap "$unit"
         expect_setting KillMode mixed "$unit"
         # A child that the kernel ends is the service's to replace.
@@ -82,7 +88,7 @@ check_times() {
     expect "TimeoutStartSec covers -start and a stop after it" \
         test "$(setting TimeoutStartSec velbootstrapservice)" -gt $((ready_seconds + dead_seconds))
     expect_equal "what removing the package waits" "$(setting TimeoutStopSec velbootstrapservice)" \
-        "$(sed -n 's/^wait_seconds=//p' "$sources/packaging/debian/prerm")"
+        "$(sed -n 's/^wait_seconds=//p' "$sources/debian/velbootstrapservice.prerm")"
     expect_setting TimeoutStopSec "$(setting TimeoutStopSec velbootstrapservice)" velbootstrapservice-foreground
 }
 

@@ -6,6 +6,7 @@
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
+#include <array>
 #include <cstdio>
 #include <stdexcept>
 
@@ -50,38 +51,64 @@ void setName(X509_NAME* name, const std::string& commonName) {
 
 }  // namespace
 
-TestPki::TestPki(const fs::path& folder, const std::string& name)
+TestPki::TestPki(const fs::path& folder, const std::string& name) : TestPki(folder, name, Traits()) {}
+
+TestPki::TestPki(const fs::path& folder, const std::string& name, const Traits& traits)
     : m_folder(folder),
       m_name(name),
       m_authorityFile(folder / (name + ".pem")),
-      m_key(makeKey(Key::Ecdsa)),
-      m_certificate(makeCertificate(name, m_key.get(), -7200, 7200, 1)) {
-    writeAuthority(*this);
+      m_key(makeKey(traits.key)),
+      m_certificate(makeCertificate(name, m_key.get(), traits.notBeforeSec, traits.notAfterSec, 1)) {
+    writeAuthority(*this, traits);
 }
 
 TestPki::TestPki(const fs::path& folder, const std::string& name, const TestPki& issuer)
+    : TestPki(folder, name, issuer, Traits()) {}
+
+TestPki::TestPki(const fs::path& folder, const std::string& name, const TestPki& issuer, const Traits& traits)
     : m_folder(folder),
       m_name(name),
       m_authorityFile(folder / (name + ".pem")),
-      m_key(makeKey(Key::Ecdsa)),
-      m_certificate(makeCertificate(name, m_key.get(), -7200, 7200, 1000)) {
-    writeAuthority(issuer);
+      m_key(makeKey(traits.key)),
+      m_certificate(makeCertificate(name, m_key.get(), traits.notBeforeSec, traits.notAfterSec, 1000)) {
+    writeAuthority(issuer, traits);
 }
 
-void TestPki::writeAuthority(const TestPki& issuer) {
+void TestPki::writeAuthority(const TestPki& issuer, const Traits& traits) {
     X509_set_issuer_name(m_certificate.get(), X509_get_subject_name(issuer.m_certificate.get()));
-    addExtension(m_certificate.get(), NID_basic_constraints, "critical,CA:TRUE");
-    addExtension(m_certificate.get(), NID_key_usage, "critical,keyCertSign,cRLSign");
+    addExtensions(m_certificate.get(), traits.extensions);
     addExtension(m_certificate.get(), NID_subject_key_identifier, "hash");
-    require(X509_sign(m_certificate.get(), issuer.m_key.get(), EVP_sha256()) > 0, "sign authority");
+    require(X509_sign(m_certificate.get(), issuer.m_key.get(), EVP_get_digestbyname(traits.digest)) > 0,
+            "sign authority");
     writeCertificate(m_authorityFile, m_certificate.get());
 }
 
 TestPki::~TestPki() = default;
 
 TestPki::KeyPtr TestPki::makeKey(Key kind) {
-    KeyPtr key(kind == Key::Rsa ? EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", std::size_t{2048})
-                                : EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+    const auto curve = [](const char* name) { return EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", name); };
+    const auto rsa = [](std::size_t bits) { return EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", bits); };
+    KeyPtr key;
+    switch (kind) {
+        case Key::Ecdsa:
+            key.reset(curve("P-256"));
+            break;
+        case Key::EcdsaP224:
+            key.reset(curve("P-224"));
+            break;
+        case Key::EcdsaP192:
+            key.reset(curve("P-192"));
+            break;
+        case Key::Rsa:
+            key.reset(rsa(2048));
+            break;
+        case Key::Rsa1024:
+            key.reset(rsa(1024));
+            break;
+        case Key::Rsa512:
+            key.reset(rsa(512));
+            break;
+    }
     require(key != nullptr, "make key");
     return key;
 }
@@ -108,23 +135,42 @@ void TestPki::addExtension(X509* certificate, int nid, const std::string& value)
     X509_EXTENSION_free(extension);
 }
 
+void TestPki::addExtensions(X509* certificate, const Extensions& extensions) const {
+    for (const std::string& extension : extensions) {
+        const std::size_t end = extension.find('=');
+        addExtension(certificate, OBJ_txt2nid(extension.substr(0, end).c_str()), extension.substr(end + 1));
+    }
+}
+
 TestPki::Issued TestPki::issue(const Request& request) {
     const KeyPtr key = makeKey(request.key);
     const CertificatePtr certificate =
         makeCertificate(request.commonName.empty() ? request.name : request.commonName, key.get(),
                         request.notBeforeSec, request.notAfterSec, m_nextSerial++);
-    X509_set_issuer_name(certificate.get(), X509_get_subject_name(m_certificate.get()));
+    X509_set_issuer_name(
+        certificate.get(),
+        X509_get_subject_name(request.isSelfSigned ? certificate.get() : m_certificate.get()));
     std::string names;
     for (const std::string& name : request.alternatives)
         names += (names.empty() ? "" : ",") + name;
     if (!names.empty()) addExtension(certificate.get(), NID_subject_alt_name, names);
-    addExtension(certificate.get(), NID_ext_key_usage,
-                 request.purpose == Purpose::Server ? "serverAuth" : "clientAuth");
-    require(X509_sign(certificate.get(), m_key.get(), EVP_sha256()) > 0, "sign certificate");
+    if (request.purpose != Purpose::Unsaid)
+        addExtension(certificate.get(), NID_ext_key_usage,
+                     request.purpose == Purpose::Server ? "serverAuth" : "clientAuth");
+    addExtensions(certificate.get(), request.extensions);
+    require(X509_sign(certificate.get(), request.isSelfSigned ? key.get() : m_key.get(),
+                      EVP_get_digestbyname(request.digest)) > 0,
+            "sign certificate");
     Issued issued{m_folder / (request.name + ".pem"), m_folder / (request.name + ".key")};
     writeCertificate(issued.certificate, certificate.get());
     writeKey(issued.key, key.get(), request.password);
     return issued;
+}
+
+std::string TestPki::nameHash() const {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%08lx", X509_subject_name_hash(m_certificate.get()));
+    return text.data();
 }
 
 TestPki::Issued TestPki::issueForLocalhost(const std::string& name) {
@@ -141,12 +187,12 @@ TestPki::Issued TestPki::issueForClient(const std::string& name) {
     return issue(request);
 }
 
-fs::path TestPki::revocationList(const fs::path& revokedCertificate, long nextUpdateSec) {
+fs::path TestPki::revocationList(const fs::path& revokedCertificate, long nextUpdateSec, long lastUpdateSec) {
     const std::unique_ptr<X509_CRL, decltype(&X509_CRL_free)> list(X509_CRL_new(), X509_CRL_free);
     const std::unique_ptr<ASN1_TIME, decltype(&ASN1_TIME_free)> time(ASN1_TIME_new(), ASN1_TIME_free);
     X509_CRL_set_version(list.get(), 1);
     X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(m_certificate.get()));
-    X509_gmtime_adj(time.get(), -7200);
+    X509_gmtime_adj(time.get(), lastUpdateSec);
     X509_CRL_set1_lastUpdate(list.get(), time.get());
     if (!revokedCertificate.empty()) {
         const CertificatePtr revoked(

@@ -16,8 +16,9 @@
 
 class TestPki {
   public:
-    enum class Key { Ecdsa, Rsa };
-    enum class Purpose { Server, Client };
+    enum class Key { Ecdsa, EcdsaP224, EcdsaP192, Rsa, Rsa1024, Rsa512 };
+    enum class Purpose { Server, Client, Unsaid };
+    using Extensions = std::vector<std::string>;  // "keyUsage=critical,digitalSignature"
 
     struct Request {
         std::string name;  // of the files, and the certificate's common name unless that is given
@@ -27,7 +28,19 @@ class TestPki {
         long notBeforeSec = -3600;
         long notAfterSec = 3600;
         std::string commonName = {};
-        std::string password = {};  // encrypts the key file when not empty
+        std::string password = {};   // encrypts the key file when not empty
+        Extensions extensions = {};  // beside the names and the purpose
+        const char* digest = "SHA256";
+        bool isSelfSigned = false;
+    };
+    // What an authority's own certificate is like.
+    struct Traits {
+        Key key = Key::Ecdsa;
+        Extensions extensions = {"basicConstraints=critical,CA:TRUE",
+                                 "keyUsage=critical,keyCertSign,cRLSign"};
+        const char* digest = "SHA256";
+        long notBeforeSec = -7200;
+        long notAfterSec = 7200;
     };
     struct Issued {
         std::filesystem::path certificate;
@@ -36,13 +49,18 @@ class TestPki {
 
     // The name tells several authorities in one folder apart.
     explicit TestPki(const std::filesystem::path& folder, const std::string& name = "authority");
+    TestPki(const std::filesystem::path& folder, const std::string& name, const Traits& traits);
     // An authority below another one, which signs its certificate.
     TestPki(const std::filesystem::path& folder, const std::string& name, const TestPki& issuer);
+    TestPki(const std::filesystem::path& folder, const std::string& name, const TestPki& issuer,
+            const Traits& traits);
     ~TestPki();
     TestPki(const TestPki&) = delete;
     TestPki& operator=(const TestPki&) = delete;
 
     const std::filesystem::path& authorityFile() const { return m_authorityFile; }
+    // What readers of a folder of authorities look for: the first part of a file's name.
+    std::string nameHash() const;
     Issued issue(const Request& request);
     // A certificate for "localhost", 127.0.0.1 and ::1.
     Issued issueForLocalhost(const std::string& name = "server");
@@ -50,10 +68,10 @@ class TestPki {
     Issued issueForClient(const std::string& name = "client");
     // A revocation list of the authority with that certificate on it; nothing on it when the path is empty.
     std::filesystem::path revocationList(const std::filesystem::path& revokedCertificate,
-                                         long nextUpdateSec = 3600);
+                                         long nextUpdateSec = 3600, long lastUpdateSec = -7200);
 
   private:
-    void writeAuthority(const TestPki& issuer);
+    void writeAuthority(const TestPki& issuer, const Traits& traits);
     struct KeyFreer {
         void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
     };
@@ -67,6 +85,7 @@ class TestPki {
     static CertificatePtr makeCertificate(const std::string& commonName, EVP_PKEY* key, long notBeforeSec,
                                           long notAfterSec, long serial);
     void addExtension(X509* certificate, int nid, const std::string& value) const;
+    void addExtensions(X509* certificate, const Extensions& extensions) const;
 
     std::filesystem::path m_folder;
     std::string m_name;

@@ -31,6 +31,20 @@ VirtualOs::Process& VirtualOs::process(pid_t pid) {
     return m_processes[pid];
 }
 
+std::vector<pid_t> VirtualOs::livingProcesses() {
+    const Lock lock(m_mutex);
+    std::vector<pid_t> living;
+    for (const auto& [pid, process] : m_processes) {
+        if (process.alive) living.push_back(pid);
+    }
+    return living;
+}
+
+void VirtualOs::endProcess(pid_t pid) {
+    const Lock lock(m_mutex);
+    m_processes.at(pid).alive = false;
+}
+
 void VirtualOs::failForks(int count, int error) {
     m_forksToFail = count;
     m_forkError = error;
@@ -60,7 +74,7 @@ pid_t VirtualOs::fork() {
         errno = m_forkError;
         return -1;
     }
-    m_processes[++m_lastPid] = Process{};
+    m_processes[++m_lastPid] = m_born;
     return m_lastPid;
 }
 
@@ -143,7 +157,7 @@ void VirtualOs::sleepMs(std::int64_t durationMs) {
 // Looks every ten milliseconds: what makes a real descriptor writable is an event of the test.
 bool VirtualOs::waitWritable(int descriptor, std::int64_t timeoutMs) {
     const std::int64_t deadlineMs = nowMs() + timeoutMs;
-    while (!TVLOs::waitWritable(descriptor, 0)) {
+    while (!TVLRealOs::waitWritable(descriptor, 0)) {
         Lock lock(m_mutex);
         if (m_nowMs >= deadlineMs) return false;
         pass(lock, std::min<std::int64_t>(10, deadlineMs - m_nowMs));

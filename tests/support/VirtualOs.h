@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
-#include "TVLOs.h"
+#include "TVLRealOs.h"
 
-class VirtualOs : public TVLOs {
+class VirtualOs : public TVLRealOs {
   public:
     // Thrown by exitProcess() in place of ending the test.
     struct ProcessExit {
@@ -46,15 +46,19 @@ class VirtualOs : public TVLOs {
 
     Process& process(pid_t pid);  // created, alive, when not known yet
     pid_t lastPid() const { return m_lastPid; }
+    // Both may be called while threads run.
+    std::vector<pid_t> livingProcesses();
+    void endProcess(pid_t pid);
     const std::vector<Kill>& kills() const { return m_kills; }  // every kill but signal 0
     int aliveTests() const { return m_aliveTests; }             // signal 0
     const std::vector<std::int64_t>& sleeps() const { return m_sleeps; }
     int threadsStarted() const { return m_threadsStarted; }
 
-    void failForks(int count, int error);  // the next forks fail with that errno
-    void failKills(int error);             // from now on every kill but signal 0 fails; 0: no more
-    void forkIntoChild(int execveError);   // the next fork returns 0, execve fails with that errno
-    void failNextWait();                   // the next wait without limit throws TVLThreadResourceError
+    void refuseTerm() { m_born.ignoresTerm = true; }  // of every process made from now on
+    void failForks(int count, int error);             // the next forks fail with that errno
+    void failKills(int error);                        // from now on every kill but signal 0 fails; 0: no more
+    void forkIntoChild(int execveError);              // the next fork returns 0, execve fails with that errno
+    void failNextWait();  // the next wait without limit throws TVLThreadResourceError
     const std::vector<std::vector<std::string>>& executed() const {
         return m_executed;
     }  // path, then arguments
@@ -100,6 +104,7 @@ class VirtualOs : public TVLOs {
     std::deque<int> m_pendingSignals;
 
     std::map<pid_t, Process> m_processes;
+    Process m_born;  // what a new process is like
     pid_t m_lastPid = 1000;
     std::vector<Kill> m_kills;
     int m_aliveTests = 0;

@@ -62,6 +62,35 @@ TEST_F(MakeInstallationTest, PortsAndJavaHomeStandInItsDocuments) {
     EXPECT_NE(said.words.find("/bin\n  ./velbootstrapservice -start\n"), std::string::npos) << said.words;
 }
 
+TEST_F(MakeInstallationTest, AValueMayBeJoinedToItsOption) {
+    const Said said = makeInstallation({"--port=9500", "--shutdown-port=9600", folder()});
+    ASSERT_EQ(said.exitCode, 0) << said.words;
+    EXPECT_NE(in("configuration/startup.xml").find(">https://localhost:9500/dispatch<"), std::string::npos);
+    EXPECT_NE(in("configuration/startup.xml").find("unsignedShort\">9600<"), std::string::npos);
+}
+
+TEST_F(MakeInstallationTest, TheCertificateIsGoodForFurtherNames) {
+    const Said said =
+        makeInstallation({"--name", "gate.example", "--name=192.0.2.7", "--days", "40", folder()});
+    ASSERT_EQ(said.exitCode, 0) << said.words;
+    EXPECT_NE(said.words.find("The certificate is good until "), std::string::npos) << said.words;
+    const std::string file = folder() + "/configuration/dispatcher.pem";
+    for (const std::string name : {"localhost", "gate.example"})
+        EXPECT_EQ(say({"openssl", "x509", "-in", file, "-noout", "-checkhost", name}).words,
+                  "Hostname " + name + " does match certificate\n");
+    EXPECT_EQ(say({"openssl", "x509", "-in", file, "-noout", "-checkip", "192.0.2.7"}).words,
+              "IP 192.0.2.7 does match certificate\n");
+}
+
+TEST_F(MakeInstallationTest, ANameThatIsNoneIsRefused) {
+    for (const std::string name : {"a b", "x,DNS:y"}) {
+        const Said said = makeInstallation({"--name", name, folder()});
+        EXPECT_EQ(said.exitCode, 1);
+        EXPECT_EQ(said.words, "make-certificates: no host name and no address: '" + name + "'\n");
+        EXPECT_TRUE(isUntouched());
+    }
+}
+
 TEST_F(MakeInstallationTest, RenewingChangesTheCertificatesOnly) {
     ASSERT_EQ(makeInstallation({folder()}).exitCode, 0);
     service.write("temp/made/configuration/startup.xml", "edited");
@@ -150,8 +179,8 @@ TEST_F(MakeInstallationTest, WrongArgumentsAreNamedAndNothingIsMade) {
     expectRefusal({"--port", "9300", "--shutdown-port", "9300", folder()},
                   "--port and --shutdown-port must differ");
     expectRefusal({"--days", "soon", folder()}, "--days must be a number from 1 to 99999, not 'soon'");
-    expectRefusal({"--days"}, "--days needs a value");
-    expectRefusal({"--ports", "1", folder()}, "--ports is no option");
+    expectRefusal({"--days"}, "option '--days' requires an argument");
+    expectRefusal({"--ports", "1", folder()}, "unrecognized option '--ports'");
     expectRefusal({folder(), folder("other")}, "more than one folder");
     expectRefusal({"--renew", folder()}, folder() + " is no installation");
     expectRefusal({"--renew", "--port", "9400", folder()}, "--port is only for a new installation");

@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <future>
 #include <ostream>
@@ -18,6 +17,7 @@
 #include <thread>
 #include <utility>
 
+#include "ResultTable.h"
 #include "TransportTest.h"
 
 namespace {
@@ -360,9 +360,9 @@ class LimitsTest : public TlsTest, public testing::WithParamInterface<Row> {
 TEST_P(LimitsTest, TheCallEndsInTime) {
     const Row& row = GetParam();
     const Outcome outcome = meet();
-    std::printf("%-34s %6lld ms of %6lld, %5lld ms of processor, result %ld %s\n", row.name,
-                static_cast<long long>(outcome.tookMs), static_cast<long long>(row.limitMs),
-                static_cast<long long>(outcome.cpuMs), outcome.result, outcome.words.substr(0, 120).c_str());
+    ResultTable("limits", {"peer", "result", "took, ms", "limit, ms", "processor time, ms", "text"})
+        .add({row.name, std::to_string(outcome.result), std::to_string(outcome.tookMs),
+              std::to_string(row.limitMs), std::to_string(outcome.cpuMs), outcome.words});
     EXPECT_EQ(outcome.result, row.outcome) << outcome.words;
     EXPECT_NE(outcome.words.find(row.words), std::string::npos) << outcome.words;
     EXPECT_LE(outcome.words.size(), 1'000U);

@@ -55,6 +55,28 @@ TEST(SEKConnectorTest, AfterAFailureTheEndpointConnectsFromTheAddressItWasBoundT
     EXPECT_EQ(endpoint.peerAddress().text(), port.address().text());
 }
 
+// Somebody else listens on the port meanwhile, so that it cannot be had.
+TEST(SEKConnectorTest, AnAddressThatCannotBeHadForAWhileIsNotForgotten) {
+    const SilentPort port;
+    SEKEndpoint endpoint(AF_INET);
+    endpoint.bind(loopback());
+    const SEKAddress bound = endpoint.localAddress();
+    EXPECT_NE(failureOf([&] { SEKConnector(endpoint).connect(port.address()); }), "");
+    port.listen();
+    {
+        SEKEndpoint intruder(AF_INET);
+        intruder.bind(bound);
+        ASSERT_EQ(::listen(intruder.descriptor(), 4), 0);
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(failureOf([&] { SEKConnector(endpoint).connect(port.address()); }),
+                      "cannot bind to " + bound.text() + ": Address already in use");
+            EXPECT_EQ(endpoint.localAddress().text(), bound.text());
+        }
+    }
+    EXPECT_EQ(failureOf([&] { SEKConnector(endpoint).connect(port.address()); }), "");
+    EXPECT_EQ(endpoint.localAddress().text(), bound.text());
+}
+
 TEST(SEKConnectorTest, AfterAFailureTheEndpointHasItsOptions) {
     const SilentPort port;
     SEKEndpoint endpoint(AF_INET);

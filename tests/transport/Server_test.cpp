@@ -185,6 +185,30 @@ TEST_F(ServerTest, AcceptTellsThePeersAddress) {
     EXPECT_EQ(ntohs(v4.sin_port), portOf(peer.descriptor()));
 }
 
+// The connection waits in the queue and is gone before it is taken from there.
+TEST_F(ServerTest, AcceptTellsTheAddressOfAPeerThatHasResetAlready) {
+    SekHandle listener;
+    const std::uint16_t port = listener.listen("tcp");
+    PeerConnection gone(connectPlain(port));
+    const std::uint16_t portOfPeer = portOf(gone.descriptor());
+    gone.reset();
+    sockaddr_storage address{};
+    long length = sizeof address;
+    void* accepted = nullptr;
+    ASSERT_EQ(SEK_Accept(listener.get(), &accepted, &address, &length, nullptr), SEK_Ok)
+        << listener.details();
+    sockaddr_in v4{};
+    std::memcpy(&v4, &address, sizeof v4);
+    EXPECT_EQ(ntohs(v4.sin_port), portOfPeer);
+    SekHandle lost(accepted);
+    EXPECT_EQ(lost.receive().result, SEK_Failed);
+    EXPECT_EQ(lost.details(),
+              "cannot receive from 127.0.0.1:" + std::to_string(portOfPeer) + ": Connection reset by peer");
+    PeerConnection next(connectPlain(port));
+    SekHandle good(listener.accept());
+    EXPECT_EQ(good.send("x"), SEK_Ok) << good.details();
+}
+
 TEST_F(ServerTest, AcceptEndsAtItsLimit) {
     SekHandle listener;
     const std::uint16_t port = listener.listen("tcp");

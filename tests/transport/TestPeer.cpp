@@ -157,6 +157,13 @@ void PeerConnection::waitForEnd() {
         continue;
 }
 
+void PeerConnection::drain() {
+    char bytes[256];
+    shutdown(m_descriptor, SHUT_WR);
+    while (recv(m_descriptor, bytes, sizeof bytes, 0) > 0)
+        continue;
+}
+
 void PeerConnection::closePolitely() {
     if (m_ssl != nullptr) SSL_shutdown(m_ssl.get());
     shutdown(m_descriptor, SHUT_WR);

@@ -48,6 +48,8 @@ class PeerConnection {
     std::string read();
     bool write(const std::string& data);
     void waitForEnd();
+    // After a failed handshake: what was said last arrives, since nothing is left unread when the connection ends.
+    void drain();
     // Three ways to end: with a close notification, without one, and with a TCP reset.
     void closePolitely();
     void closeAbruptly();

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 namespace fs = std::filesystem;
@@ -175,6 +176,30 @@ TestPeer::Script TlsTest::tlsScript(TestPeer::Script rest) const {
     return [context = server(), rest = std::move(rest)](PeerConnection& peer) {
         if (peer.acceptTls(context)) rest(peer);
     };
+}
+
+std::string HandshakeTest::handshake(const PeerContext& context) {
+    TestPeer peer([context](PeerConnection& connection) {
+        if (connection.acceptTls(context)) connection.waitForEnd();
+    });
+    SekHandle handle;
+    EXPECT_EQ(handle.connectUrl(peer.url("https")), SEK_HandshakePending);
+    return handle.establish() == SEK_Ok ? "" : withoutCertificate(handle.details());
+}
+
+std::string HandshakeTest::handshakeUnder(const std::string& settings) const {
+    writeSettings(settings);
+    return handshake();
+}
+
+void HandshakeTest::write(const std::string& name, const std::string& content) const {
+    std::ofstream(configuration() / name) << content;
+}
+
+std::string contentOf(const fs::path& file) {
+    std::ostringstream text;
+    text << std::ifstream(file).rdbuf();
+    return text.str();
 }
 
 std::size_t openDescriptors() {

@@ -106,5 +106,20 @@ class TlsTest : public TransportTest {
     TestPki::Issued m_identity;
 };
 
+// What handshakes under some settings say.
+class HandshakeTest : public TlsTest {
+  protected:
+    // The reason of a handshake with a server that fails; "" when it works.
+    static std::string handshake(const PeerContext& context);
+    std::string handshake() const { return handshake(server()); }
+    std::string handshakeUnder(const std::string& settings) const;
+    // The line that trusts the authority.
+    std::string trusting() const { return "VerifyCAFile = " + pki().authorityFile().string() + "\n"; }
+    // A file beside the settings.
+    void write(const std::string& name, const std::string& content) const;
+};
+
+std::string contentOf(const std::filesystem::path& file);
+
 // The number of open descriptors of this process.
 std::size_t openDescriptors();

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 
 #include "TransportTest.h"
 
@@ -19,33 +18,7 @@ namespace fs = std::filesystem;
 const std::string place = "../configuration/sek.cnf [gateway]";
 const std::string notTrusted = "certificate verify failed: unable to get local issuer certificate";
 
-std::string contentOf(const fs::path& file) {
-    std::ostringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
-}
-
-class TrustTest : public TlsTest {
-  protected:
-    // What a handshake with the server says; "" when it works.
-    std::string handshake(const PeerContext& context) const {
-        TestPeer peer([context](PeerConnection& connection) {
-            if (connection.acceptTls(context)) connection.waitForEnd();
-        });
-        SekHandle handle;
-        EXPECT_EQ(handle.connectUrl(peer.url("https")), SEK_HandshakePending);
-        return handle.establish() == SEK_Ok ? "" : withoutCertificate(handle.details());
-    }
-    std::string handshake() const { return handshake(server()); }
-    std::string handshakeUnder(const std::string& settings) const {
-        writeSettings(settings);
-        return handshake();
-    }
-    std::string trusting() const { return "VerifyCAFile = " + pki().authorityFile().string() + "\n"; }
-    void write(const std::string& name, const std::string& content) const {
-        std::ofstream(configuration() / name) << content;
-    }
-};
+using TrustTest = HandshakeTest;
 
 // A server below an authority that is below the trusted one.
 class RevocationTest : public TrustTest {
@@ -161,6 +134,25 @@ TEST_F(SourcesTest, AnErrorInAnIncludedFileNamesThatFile) {
     write("more.inc", "MinProtocol = TLSv1.2\nno assignment\n");
     const std::string text = handshakeUnder("[gateway]\n.include ../configuration/more.inc\n");
     EXPECT_EQ(text.rfind("cannot read ../configuration/more.inc line 2: ", 0), 0U) << text;
+}
+
+TEST_F(SourcesTest, AnIncludeWhosePathCannotBeReadIsNamedWithItsOwnFileAndLine) {
+    write("more.inc", "MinProtocol = TLSv1.2\n\n.include $missing/x\n");
+    const std::string included = handshakeUnder("[gateway]\n.include ../configuration/more.inc\n");
+    EXPECT_EQ(included.rfind("cannot read ../configuration/more.inc line 3: ", 0), 0U) << included;
+    const std::string own = handshakeUnder("[gateway]\n#\n#\n.include = $missing/x\n");
+    EXPECT_EQ(own.rfind("cannot read ../configuration/sek.cnf line 4: ", 0), 0U) << own;
+}
+
+TEST_F(SourcesTest, AFlagOfTheReaderMayBeWrittenInAnyCase) {
+    write("more.inc", trusting());
+    const std::string rest = "\n[gateway]\n.include ../configuration/more.inc\n";
+    for (const std::string value : {"on", "ON", "True", "TRUE"})
+        EXPECT_EQ(
+            handshakeUnder(".pragma abspath:" + value + rest),
+            "cannot read ../configuration/sek.cnf line 3: the path ../configuration/more.inc is relative");
+    for (const std::string value : {"off", "OFF", "False"})
+        EXPECT_EQ(handshakeUnder(".pragma abspath:on\n.pragma abspath:" + value + rest), "");
 }
 
 // As a crash in the midst of writing leaves a file; OpenSSL would take it for its end.

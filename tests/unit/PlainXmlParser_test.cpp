@@ -278,6 +278,17 @@ class PlainXmlParserNamesTest : public PlainXmlParserTest {
             text.append(before).append(std::to_string(i)).append(after);
         return text;
     }
+    int errorlessPieces(const char* piece) {
+        TextStream stream("<a>" + repeated(piece, 50000) + "</a>");
+        return TVLIDOM_Parser().parse(stream, m_document);
+    }
+    // Different names that the library's tables cannot tell apart.
+    static std::string lookingAlike(unsigned number) {
+        std::string name;
+        for (unsigned bit = 0; bit < 18; ++bit)
+            name += (number >> bit & 1U) != 0 ? "Az" : "BT";
+        return name;
+    }
     void expectTooMany(const std::string& text, const std::string& place) {
         EXPECT_EQ(errorOf(text), place + ": more than 1000 different names of elements and attributes");
     }
@@ -301,14 +312,42 @@ TEST_F(PlainXmlParserNamesTest, TooManyNamesOfAttributesAreAnError) {
               std::string::npos);
 }
 
+// The library would compare each with all before it, for minutes, before it told of the first.
+TEST_F(PlainXmlParserNamesTest, AttributesThatLookAlikeToTheLibraryAreRefusedBeforeTheTagEnds) {
+    std::string text = "<a\n";
+    for (unsigned i = 0; i < 1U << 18U; ++i)
+        text += lookingAlike(i) + "=''\n";
+    const std::string error = errorOf(text + "/>");
+    EXPECT_NE(error.find(": more than 1000 different names of elements and attributes"), std::string::npos)
+        << error;
+    int line = 0;
+    ASSERT_EQ(std::sscanf(error.c_str(), "line %d", &line), 1);
+    EXPECT_LT(line, 10000) << "of 262144";
+}
+
+TEST_F(PlainXmlParserNamesTest, AThousandAttributesOfEverySizeAreEnoughForEveryTag) {
+    std::string text = "<!DOCTYPE a [<!ENTITY e 'xy'>]><a>";
+    for (const unsigned size : {0U, 9U, 900U}) {
+        text += "<b ";
+        for (unsigned i = 0; i < 998; ++i)
+            text += "n" + std::to_string(i) + "='" + std::string(size + i % 7, 'x') +
+                    (i % 31 == 0 ? "&e;" : "") + "' ";
+        text += "/>";
+    }
+    EXPECT_EQ(textOf(text + "x</a>"), "x");
+}
+
+// What the library tells of on its way may take as much memory as it likes.
+TEST_F(PlainXmlParserNamesTest, ALongDocumentOfFewNamesIsNoMatterOfNames) {
+    for (const char* const piece :
+         {"<!-- c -->", "<?p x?>", "<![CDATA[y]]>", "&#65;&lt;", "<b c='d'/>", "<b>y</b>"})
+        EXPECT_EQ(errorlessPieces(piece), 1) << piece;
+}
+
 TEST_F(PlainXmlParserNamesTest, IdentifiersThatLookAlikeToTheLibraryDoNoHarm) {
     std::string text = "<!DOCTYPE a [<!ATTLIST b i ID #IMPLIED>]><a>";
-    for (unsigned i = 0; i < 1U << 18U; ++i) {
-        text += "<b i=' ";
-        for (unsigned bit = 0; bit < 18; ++bit)
-            text += (i >> bit & 1U) != 0 ? "Az" : "BT";
-        text += " '/>";
-    }
+    for (unsigned i = 0; i < 1U << 18U; ++i)
+        text += "<b i=' " + lookingAlike(i) + " '/>";
     EXPECT_EQ(textOf(text + "x</a>"), "x");
     const TVLIDOM_Element first(m_document.getDocumentElement().getFirstChild());
     EXPECT_EQ(first.getAttribute("i"), repeated("BT", 18))

@@ -10,7 +10,7 @@
 #include <csignal>
 #include <memory>
 
-#include "LinkSeam.h"
+#include "FailingOs.h"
 #include "TestWorld.h"
 #include "ZORCmdLine.h"
 #include "ZORSignalHandlerThread.h"
@@ -261,8 +261,8 @@ class ThreadlessRunTest : public ServiceRunTest {
     }
     // Runs the service, which is given that many threads; the ids of its children.
     std::vector<int> runWithThreads(int count) {
-        LinkSeam seam;
-        seam.failThreadAfter(count, EAGAIN);
+        FailingOs failing;
+        failing.failNth(OsKind::StartThread, count + 1, EAGAIN);
         service.Run();
         return {child("alpha").getProcessHandle(), child("beta").getProcessHandle()};
     }

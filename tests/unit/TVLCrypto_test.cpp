@@ -8,7 +8,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "LinkSeam.h"
+#include "NotedLoads.h"
 #include "ScriptedSek.h"
 #include "TestKit.h"
 
@@ -121,20 +121,20 @@ TEST_F(TVLCryptoTest, ThereAreThirtyEightMembers) {
 }
 
 TEST_F(TVLCryptoTest, LoadsTheLibraryByItsFileNameAtOnceAndLazily) {
-    LinkSeam seam;
+    NotedLoads os;
     TVLCrypto crypto(kComplete);
     EXPECT_EQ(crypto.isOpen(), 1);
-    ASSERT_EQ(seam.loads().size(), 1U);
-    EXPECT_EQ(seam.loads()[0].file, "libSEK_Crypto_Interface.so");
-    EXPECT_EQ(seam.loads()[0].mode, RTLD_LAZY);
+    ASSERT_EQ(os.loads().size(), 1U);
+    EXPECT_EQ(os.loads()[0].file, "libSEK_Crypto_Interface.so");
+    EXPECT_EQ(os.loads()[0].mode, RTLD_LAZY);
     EXPECT_EQ(crypto.close(), 0);
 }
 
 TEST_F(TVLCryptoTest, AMissingLibraryIsNoErrorOfOpen) {
-    LinkSeam seam;
+    NotedLoads os;
     TVLCrypto crypto(kMissing);
     EXPECT_EQ(crypto.isOpen(), 0);
-    EXPECT_EQ(seam.loads().size(), 1U) << "there is no second attempt";
+    EXPECT_EQ(os.loads().size(), 1U) << "there is no second attempt";
     EXPECT_EQ(crypto.open(kMissing), 1);
     EXPECT_EQ(crypto.isOpen(), 0);
     EXPECT_EQ(crypto.tryOpen(kMissing), 0);
@@ -145,9 +145,9 @@ TEST_F(TVLCryptoTest, OpenLoadsOnlyWhenNothingIsLoaded) {
     TVLCrypto crypto(kMissing);
     EXPECT_EQ(crypto.open(kComplete), 1);
     EXPECT_EQ(crypto.isOpen(), 1);
-    LinkSeam seam;
+    NotedLoads os;
     EXPECT_EQ(crypto.open(kIncomplete), 1);
-    EXPECT_TRUE(seam.loads().empty());
+    EXPECT_TRUE(os.loads().empty());
     EXPECT_EQ(crypto.close(), 0);
     EXPECT_EQ(crypto.isOpen(), 0);
 }

@@ -75,21 +75,4 @@ TEST(TVLIDOM_TextTest, ANulByteIsACharacterOfUtf8AndTheEndOfAnXmlText) {
     EXPECT_EQ(TVLIDOM_Text::fromXml(u"a\0b").str(), "a");
 }
 
-TEST(TVLIDOM_TextTest, EqualTextsAreEqualInBothEncodings) {
-    EXPECT_TRUE(TVLIDOM_Text::equals(u"", ""));
-    EXPECT_TRUE(TVLIDOM_Text::equals(u"vrx:value", "vrx:value"));
-    EXPECT_TRUE(TVLIDOM_Text::equals(u"na\u00EFve \U0001F600 x", "na\xC3\xAFve \xF0\x9F\x98\x80 x"));
-}
-
-TEST(TVLIDOM_TextTest, OtherTextsAreNot) {
-    EXPECT_FALSE(TVLIDOM_Text::equals(u"param", "Param"));
-    EXPECT_FALSE(TVLIDOM_Text::equals(u"param", "para"));
-    EXPECT_FALSE(TVLIDOM_Text::equals(u"para", "param"));
-    EXPECT_FALSE(TVLIDOM_Text::equals(u"", "a"));
-    EXPECT_FALSE(TVLIDOM_Text::equals(u"a", ""));
-    EXPECT_FALSE(TVLIDOM_Text::equals(u"na\u00EFve", "na\xC3\xAFv"));
-    EXPECT_FALSE(TVLIDOM_Text::equals(u"na\u00EFve", "na\xEFve"));
-    EXPECT_FALSE(TVLIDOM_Text::equals(u"a", std::string("a\0", 2)));
-}
-
 }  // namespace

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <chrono>
 
+#include "FailingOs.h"
+
 namespace {
 
 class TVLOsTest : public testing::Test {
@@ -130,11 +132,7 @@ TEST_F(TVLOsTest, OpenStandardStreamsStayAsTheyAre) {
 
 TEST_F(TVLOsTest, TheRealOneComesBackWhenAReplacementGoes) {
     {
-        class Other : public TVLOs {
-          public:
-            Other() { install(this); }
-            ~Other() override { install(nullptr); }
-        } other;
+        const FailingOs other;
         EXPECT_EQ(&TVLOs::current(), &other);
     }
     EXPECT_EQ(&TVLOs::current(), &os);

@@ -19,6 +19,7 @@
 #include <functional>
 #include <set>
 
+#include "FailingOs.h"
 #include "TVLThread.h"
 
 namespace {
@@ -89,34 +90,29 @@ class FewDescriptors {
     rlimit m_before{};
 };
 
-class TableWithoutDescriptors : public TVLProcessTable {
-  protected:
-    int openProcess(pid_t /*pid*/) override {
-        errno = ENOSYS;
-        return -1;
-    }
+class NoDescriptors : public FailingOs {
+  public:
+    NoDescriptors() { failFrom(OsKind::OpenProcess, 1, ENOSYS); }
 };
 
-// A table that comes too late: the child has ended and somebody else has its id.
-class LateTable : public TVLProcessTable {
+// The table comes too late: the child has ended and somebody else has its id.
+class LateOs : public FailingOs {
   public:
     std::function<void(pid_t)> meanwhile;
 
-  protected:
     int openProcess(pid_t pid) override {
         if (meanwhile) meanwhile(pid);
-        return TVLProcessTable::openProcess(pid);
+        return FailingOs::openProcess(pid);
     }
 };
 
 class TVLProcessTableTest : public testing::Test {
   protected:
-    static pid_t forkedFrom(TVLProcessTable& from) {
-        const pid_t child = from.fork();
+    pid_t forked() {
+        const pid_t child = table.fork();
         if (child == 0) stay();
         return child;
     }
-    pid_t forked() { return forkedFrom(table); }
 
     static void end(pid_t child) {
         ::kill(child, SIGKILL);
@@ -237,12 +233,12 @@ TEST_F(TVLProcessTableTest, WithNoDescriptorLeftAChildIsStarted) {
 }
 
 TEST_F(TVLProcessTableTest, AKernelWithoutSuchDescriptorsSignalsIds) {
-    TableWithoutDescriptors without;
-    const pid_t child = forkedFrom(without);
-    EXPECT_EQ(without.kill(child, 0), 0);
-    EXPECT_EQ(without.kill(child, SIGKILL), 0);
+    const NoDescriptors os;
+    const pid_t child = forked();
+    EXPECT_EQ(table.kill(child, 0), 0);
+    EXPECT_EQ(table.kill(child, SIGKILL), 0);
     waitUntilGone(child);
-    EXPECT_TRUE(refused(without.kill(child, 0), ESRCH));
+    EXPECT_TRUE(refused(table.kill(child, 0), ESRCH));
 }
 
 TEST_F(TVLProcessTableTest, AForkedChildFindsTheLockFree) {
@@ -311,14 +307,14 @@ TEST_F(TVLProcessTableTest, HoldsNoGroupAndNoThread) {
 }
 
 TEST_F(TVLProcessTableTest, WithoutDescriptorsTheUserIsCheckedAllTheSame) {
-    TableWithoutDescriptors without;
+    const NoDescriptors os;
     const pid_t other = fork();
     if (other == 0) stay();
-    EXPECT_EQ(without.hold(other, getuid()), 0);
-    EXPECT_TRUE(refused(without.hold(other, kSomebodyElse), EPERM));
-    EXPECT_EQ(without.kill(other, SIGKILL), 0);
+    EXPECT_EQ(table.hold(other, getuid()), 0);
+    EXPECT_TRUE(refused(table.hold(other, kSomebodyElse), EPERM));
+    EXPECT_EQ(table.kill(other, SIGKILL), 0);
     waitUntilGone(other);
-    EXPECT_TRUE(refused(without.hold(other, getuid()), ESRCH));
+    EXPECT_TRUE(refused(table.hold(other, getuid()), ESRCH));
 }
 
 // ---- Ids that are given again ----
@@ -413,24 +409,24 @@ TEST_F(ReusedIdTest, OnceAnEndWasToldTheIdIsTheSystems) {
 }
 
 TEST_F(ReusedIdTest, AStrangerThatCameBeforeTheDescriptorIsNotTheChild) {
-    inANamespace([] {
-        LateTable late;
+    inANamespace([this] {
+        LateOs late;
         late.meanwhile = [](pid_t child) {
             end(child);
             unrelatedWithId(child);
         };
-        const pid_t child = forkedFrom(late);
-        return refused(late.kill(child, SIGKILL), ESRCH) && ::kill(child, 0) == 0;
+        const pid_t child = forked();
+        return refused(table.kill(child, SIGKILL), ESRCH) && ::kill(child, 0) == 0;
     });
 }
 
 TEST_F(ReusedIdTest, AChildThatEndedBeforeTheDescriptorIsTold) {
-    inANamespace([] {
-        LateTable late;
+    inANamespace([this] {
+        LateOs late;
         late.meanwhile = end;
-        const pid_t child = forkedFrom(late);
+        const pid_t child = forked();
         late.meanwhile = nullptr;
-        return strangerWithId(child) == child && refused(late.kill(child, SIGKILL), ESRCH) &&
+        return strangerWithId(child) == child && refused(table.kill(child, SIGKILL), ESRCH) &&
                ::kill(child, 0) == 0;
     });
 }

@@ -6,6 +6,7 @@
 #include <functional>
 #include <list>
 
+#include "FailingOs.h"
 #include "TVLOs.h"
 #include "TVLThread.h"
 #include "VirtualOs.h"
@@ -109,10 +110,8 @@ TEST(TVLThreadSyncTest, NoTimedWaitIsShorterThanTold) {
 
 // A wake-up without a post must not count as one, nor shorten or lengthen the wait.
 TEST(TVLThreadSyncTest, AWakeUpWithoutAPostDoesNotEndAWait) {
-    class Restless : public TVLOs {
+    class Restless : public FailingOs {
       public:
-        Restless() { install(this); }
-        ~Restless() override { install(nullptr); }
         std::int64_t nowMs() override { return time; }
         bool waitUntil(std::condition_variable&, std::unique_lock<std::mutex>&,
                        std::int64_t deadlineMs) override {

@@ -1,6 +1,6 @@
 #include "ZORCryptoHelper.h"
 
-#include "LinkSeam.h"
+#include "NotedLoads.h"
 #include "ScriptedSek.h"
 #include "TestKit.h"
 
@@ -74,20 +74,20 @@ TEST_F(ZORCryptoHelperTest, ASecondInitialisationAfterAFailureReportsSuccess) {
 }
 
 TEST_F(ZORCryptoHelperTest, AMissingLibraryIsReportedOnce) {
-    LinkSeam seam;
-    seam.failLoads();
+    NotedLoads os;
+    os.failFrom(OsKind::LoadLibrary, 1, ENOENT);
     EXPECT_EQ(ZORCryptoHelper::InitializeCrypto(), 0);
     ASSERT_NE(ZORCryptoHelper::GetCrypto(), nullptr);
     EXPECT_EQ(ZORCryptoHelper::GetCrypto()->isOpen(), 0);
     EXPECT_EQ(ZORCryptoHelper::InitializeCrypto(), 1);
     EXPECT_EQ(log.lines(), fatalLines({"failed to initialize crypto."}));
-    ASSERT_EQ(seam.loads().size(), 1U);
-    EXPECT_EQ(seam.loads()[0].file, "libSEK_Crypto_Interface.so");
+    ASSERT_EQ(os.loads().size(), 1U);
+    EXPECT_EQ(os.loads()[0].file, "libSEK_Crypto_Interface.so");
 }
 
 TEST_F(ZORCryptoHelperTest, AnIncompleteLibraryIsTreatedAsMissing) {
-    LinkSeam seam;
-    seam.loadInstead("libSEK_Incomplete.so");
+    NotedLoads os;
+    os.loadInstead("libSEK_Incomplete.so");
     EXPECT_EQ(ZORCryptoHelper::InitializeCrypto(), 0);
     EXPECT_EQ(ZORCryptoHelper::GetCrypto()->isOpen(), 0);
     EXPECT_EQ(log.lines(), fatalLines({"failed to initialize crypto."}));
@@ -130,8 +130,8 @@ TEST_F(ZORCryptoHelperTest, AFailedTerminationWithoutDetailsIsReportedByItsCode)
 }
 
 TEST_F(ZORCryptoHelperTest, TerminatingAMissingLibraryFailsWithEmptyDetails) {
-    LinkSeam seam;
-    seam.failLoads();
+    NotedLoads os;
+    os.failFrom(OsKind::LoadLibrary, 1, ENOENT);
     ZORCryptoHelper::InitializeCrypto();
     log.clear();
     ZORCryptoHelper::TerminateCrypto();

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <fstream>
 
+#include "FailingOs.h"
 #include "LinkSeam.h"
 #include "ScriptedTransport.h"
 #include "TVLThread.h"
@@ -365,12 +366,10 @@ TEST_F(ZORSockSendActionTest, ThePauseAfterAnExecutionHoldsNobodyUp) {
 
 // Sleeps take no time, but the first one starts a second execution and lasts until that is blocked or sleeps
 // as well.
-class OverlapOs : public TVLOs {
+class OverlapOs : public FailingOs {
   public:
     explicit OverlapOs(ZORSockSendAction& action)
-        : m_before(install(this)), m_second(action, 0), m_thread(&m_second, kStackSizeBytes) {}
-    ~OverlapOs() override { install(m_before); }
-
+        : m_second(action, 0), m_thread(&m_second, kStackSizeBytes) {}
     void sleepMs(std::int64_t /*durationMs*/) override {
         if (++m_sleeping > 1) m_overlapped = true;
         if (!m_started.exchange(true)) {
@@ -387,7 +386,6 @@ class OverlapOs : public TVLOs {
     bool overlapped() const { return m_overlapped; }
 
   private:
-    TVLOs* m_before;
     std::atomic<bool> m_overlapped{false};
     std::atomic<int> m_sleeping{0};
     std::atomic<bool> m_started{false};

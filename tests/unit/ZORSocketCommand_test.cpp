@@ -3,7 +3,7 @@
 #include <array>
 #include <limits>
 
-#include "LinkSeam.h"
+#include "FailingOs.h"
 #include "ScriptedTransport.h"
 #include "TestKit.h"
 #include "VirtualOs.h"
@@ -546,13 +546,13 @@ TEST_F(ZORSocketCommandTest, AHandleThatTheLibraryKeepsIsForgottenBeforeTheLibra
 class ZORSocketCommandWithoutLibraryTest : public ServiceTest {
   protected:
     ZORSocketCommandWithoutLibraryTest() {
-        seam.failLoads();
+        failing.failFrom(OsKind::LoadLibrary, 1, ENOENT);
         ZORCryptoHelper::InitializeCrypto();
     }
     ~ZORSocketCommandWithoutLibraryTest() override { ZORCryptoHelper::TerminateCrypto(); }
 
     VirtualOs os;
-    LinkSeam seam;
+    FailingOs failing;
 };
 
 TEST_F(ZORSocketCommandWithoutLibraryTest, SendingFailsAtTheSocketWithEmptyDetails) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "AllocationSeam.h"
+#include "FailingOs.h"
 #include "TVLConfigurationFactory.h"
 #include "TestWorld.h"
 #include "ZORSignalHandlerThread.h"
@@ -25,10 +26,9 @@ auto exempt(Call call) {
 }
 
 // The operating system itself has memory enough: stands before another one and counts nothing of its work.
-class AmpleOs : public TVLOs {
+class AmpleOs : public FailingOs {
   public:
-    explicit AmpleOs(TVLOs& os) : m_os(os), m_before(install(this)) {}
-    ~AmpleOs() override { install(m_before); }
+    using FailingOs::FailingOs;
 
     std::function<void()> onSignalTest{};  // called before every kill with signal 0
     std::function<void()> onFork{};
@@ -36,42 +36,32 @@ class AmpleOs : public TVLOs {
 
     pid_t fork() override {
         if (onFork) exempt(onFork);
-        return exempt([&] { return m_os.fork(); });
+        return exempt([&] { return FailingOs::fork(); });
     }
     int execve(const char* path, char* const argv[], char* const envp[]) override {
         if (onExecve) onExecve();
-        return exempt([&] { return m_os.execve(path, argv, envp); });
+        return exempt([&] { return FailingOs::execve(path, argv, envp); });
     }
     int kill(pid_t pid, int signal) override {
         if (signal == 0 && onSignalTest) onSignalTest();
-        return exempt([&] { return m_os.kill(pid, signal); });
+        return exempt([&] { return FailingOs::kill(pid, signal); });
     }
-    pid_t setsid() override { return m_os.setsid(); }
-    void exitProcess(int status) override { m_os.exitProcess(status); }
     int waitForSignal(const sigset_t& signals) override {
-        return exempt([&] { return m_os.waitForSignal(signals); });
+        return exempt([&] { return FailingOs::waitForSignal(signals); });
     }
-    void signalThread(pthread_t thread, int signal) override { m_os.signalThread(thread, signal); }
-    std::int64_t nowMs() override { return m_os.nowMs(); }
     void sleepMs(std::int64_t durationMs) override {
-        exempt([&] { m_os.sleepMs(durationMs); });
+        exempt([&] { FailingOs::sleepMs(durationMs); });
     }
     bool waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                    std::int64_t deadlineMs) override {
-        return exempt([&] { return m_os.waitUntil(condition, lock, deadlineMs); });
+        return exempt([&] { return FailingOs::waitUntil(condition, lock, deadlineMs); });
     }
     void wakeAll(std::condition_variable& condition) override {
-        exempt([&] { m_os.wakeAll(condition); });
+        exempt([&] { FailingOs::wakeAll(condition); });
     }
     bool waitWritable(int descriptor, std::int64_t timeoutMs) override {
-        return exempt([&] { return m_os.waitWritable(descriptor, timeoutMs); });
+        return exempt([&] { return FailingOs::waitWritable(descriptor, timeoutMs); });
     }
-    void threadStarts() override { m_os.threadStarts(); }
-    void threadEnds() override { m_os.threadEnds(); }
-
-  private:
-    TVLOs& m_os;
-    TVLOs* m_before;
 };
 
 // A service with a child, whose log takes every line; made anew for each allocation where that is needed.
