@@ -1,5 +1,6 @@
 // Any bytes as the Java preferences: the vendor, against the rules written down plainly.
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <string>

@@ -5,6 +5,7 @@
 #include <openssl/err.h>
 
 #include <strings.h>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
