@@ -1,16 +1,16 @@
 #include "TVLIDOM_Document.h"
 
-#include <mutex>
 #include <set>
 #include <xercesc/util/PlatformUtils.hpp>
 
+#include "TVLThreadSync.h"
 #include "XmlNetwork.h"
 
 namespace {
 
 struct LiveDocuments {
-    std::mutex mutex;
-    std::set<TVLIDOM_Document*> documents;
+    TVLThreadMutex mutex;
+    std::set<TVLIDOM_Document*> documents TVL_GUARDED_BY(mutex);
 };
 
 // Never destroyed: documents of static objects may end later than any static object here.
@@ -22,12 +22,12 @@ LiveDocuments& live() {
 }  // namespace
 
 TVLIDOM_Document::TVLIDOM_Document() {
-    const std::lock_guard<std::mutex> guard(live().mutex);
+    const TVLThreadGuard guard(live().mutex);
     live().documents.insert(this);
 }
 
 TVLIDOM_Document::~TVLIDOM_Document() {
-    const std::lock_guard<std::mutex> guard(live().mutex);
+    const TVLThreadGuard guard(live().mutex);
     live().documents.erase(this);
 }
 
@@ -47,7 +47,7 @@ void TVLIDOM_DOMImplementation::initialize() {
 
 void TVLIDOM_DOMImplementation::terminate() {
     {
-        const std::lock_guard<std::mutex> guard(live().mutex);
+        const TVLThreadGuard guard(live().mutex);
         for (TVLIDOM_Document* const document : live().documents)
             document->adopt(nullptr);
     }

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "Cost.h"
-#include "TVLOs.h"
+#include "TVLRealOs.h"
 #include "TestKit.h"
 #include "TestPeer.h"
 #include "ZORBootstrapService.h"
@@ -28,7 +28,7 @@ void require(bool condition, const char* what) {
 }
 
 // The pause before each connection is one call, and not worth the time.
-class HastyOs : public TVLOs {
+class HastyOs : public TVLRealOs {
   public:
     HastyOs() { install(this); }
     ~HastyOs() override { install(nullptr); }

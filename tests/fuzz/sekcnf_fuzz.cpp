@@ -3,6 +3,7 @@
 
 #include <openssl/conf.h>
 #include <openssl/err.h>
+#include <algorithm>
 
 #include <strings.h>
 #include <algorithm>

@@ -60,6 +60,7 @@ struct OpenSupervisor : PingChildProcess {
     static int allPingsAnswered(const PingChildProcess& s) {
         return s.*(&OpenSupervisor::m_allPingsAnswered);
     }
+    static int fatalError(const PingChildProcess& s) { return s.*(&OpenSupervisor::m_fatalError); }
     static void setFlags(PingChildProcess& s, int running, int answered, int fatal) {
         s.*(&OpenSupervisor::m_allChildrenRunning) = running;
         s.*(&OpenSupervisor::m_allPingsAnswered) = answered;

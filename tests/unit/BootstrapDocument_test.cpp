@@ -49,6 +49,13 @@ TEST_F(BootstrapDocumentTest, RootAttributesAreReadAndLogged) {
     EXPECT_TRUE(logged("DEBUG", "configured startup ping retry interval is 9 sec."));
 }
 
+TEST_F(BootstrapDocumentTest, EveryDocumentBeginsWithTheUsualRetries) {
+    parse("<any pingRetries='7' pingRetryIntervalSec='9'>" + ChildXml{}.text() + kDaemonSpawn + "</any>");
+    parse("<any>" + ChildXml{}.text() + kDaemonSpawn + "</any>");
+    EXPECT_EQ(service.m_pingRetries, 5);
+    EXPECT_EQ(service.m_pingRetryIntervalSec, 2);
+}
+
 TEST_F(BootstrapDocumentTest, AbsentAndEmptyRootAttributesAreDefaultsWithoutAWord) {
     EXPECT_EQ(parse("<any startupDelaySec=''>" + ChildXml{}.text() + kDaemonSpawn + "</any>"), 1);
     EXPECT_EQ(service.m_startupDelayMs, 0);

@@ -1,5 +1,6 @@
 // From the command line to a mode: the order of the steps, the overrides, the modes' precedence and exit
 // codes.
+#include <algorithm>
 #include <cstdlib>
 
 #include "TestWorld.h"
@@ -128,6 +129,24 @@ TEST_F(CommandModesTest, TheInstallRootOptionChangesTheFieldsOnly) {
     EXPECT_EQ(service.m_binDirectory, "/opt/velmora/bin");
     EXPECT_STREQ(property("install_path"), folder.path().c_str());
     EXPECT_STREQ(property("bin_path"), folder.path("bin").c_str());
+}
+
+TEST_F(CommandModesTest, AnOptionCountsWhereverItStands) {
+    logEverything("isrunning");
+    std::filesystem::rename(folder.path("bin/zorlogconfig.xml"), folder.path("bin/own.xml"));
+    std::vector<std::string> options{"-isrunning", "-java_home=/j", "-install_root=/opt/velmora",
+                                     "-config=none.xml", "-logconfig=own.xml"};
+    for (std::size_t i = 0; i < options.size(); ++i) {
+        std::rotate(options.begin(), options.begin() + 1, options.end());
+        setProperty("java_home", "");
+        setProperty("configfile", "");
+        std::filesystem::remove(folder.path("logs/all.log"));
+        EXPECT_EQ(run(options), 1) << options[0];
+        EXPECT_STREQ(property("java_home"), "/j") << options[0];
+        EXPECT_STREQ(property("configfile"), "none.xml") << options[0];
+        EXPECT_EQ(service.m_installRoot, "/opt/velmora") << options[0];
+        EXPECT_TRUE(logged("Testing to see if daemon is running.")) << options[0];
+    }
 }
 
 TEST_F(CommandModesTest, ANameOfTheDefaultLoggingDocumentIsExpandedForTheLog) {

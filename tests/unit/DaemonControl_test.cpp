@@ -1,5 +1,6 @@
 // A second invocation's control of the daemon: PID file, ask, stop, start, readiness.
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -210,6 +211,58 @@ TEST_F(PidFileOwnerTest, ARootsFileThatOthersCouldHaveBroughtHereNamesNobody) {
     EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), std::nullopt);
     std::filesystem::create_hard_link(path, folder.path("logs/further"));
     EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), expected);
+}
+
+// It is still root's with one name, but what the folder says of it is no longer so.
+TEST_F(PidFileOwnerTest, AFileThatHasAnotherNameByNowNamesNobody) {
+    writePid("4711\n");
+    const std::string path = folder.path("logs/velbootstrap_service.pid");
+    const TVLFilePtr file = TVLFile::openForReading(path.c_str(), 4096);
+    ASSERT_TRUE(file);
+    const auto expected = isRoot() ? std::optional(ZORPidFileOwner::kNobody) : std::nullopt;
+    std::filesystem::rename(path, folder.path("temp/moved"));
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), expected) << "nothing has it";
+    writePid("4711\n");
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), expected) << "another file has it";
+}
+
+// Each of the two rights alone is enough, of the folder as of the file.
+TEST_F(PidFileOwnerTest, WhereTheGroupOrOthersMayWriteRootsFileNamesNobody) {
+    writePid("4711\n");
+    const std::string path = folder.path("logs/velbootstrap_service.pid");
+    const TVLFilePtr file = TVLFile::openForReading(path.c_str(), 4096);
+    ASSERT_TRUE(file);
+    const auto expected = isRoot() ? std::optional(ZORPidFileOwner::kNobody) : std::nullopt;
+    for (const unsigned int mode : {0775U, 0757U}) {
+        std::filesystem::permissions(folder.path("logs"), std::filesystem::perms{mode});
+        EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), expected) << mode;
+    }
+    std::filesystem::permissions(folder.path("logs"), std::filesystem::perms{0755});
+    for (const unsigned int mode : {0664U, 0646U}) {
+        std::filesystem::permissions(path, std::filesystem::perms{mode});
+        EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), expected) << mode;
+    }
+    std::filesystem::permissions(path, std::filesystem::perms{0644});
+    EXPECT_EQ(ZORPidFileOwner::of(file.get(), path), std::nullopt);
+}
+
+// In a process of its own, whose root folder is the test's.
+TEST_F(PidFileOwnerTest, TheFolderOfAFileIsFoundHoweverTheFileIsNamed) {
+    ASSERT_TRUE(isRoot()) << "this test changes the root folder of a process, which needs root";
+    writePid("4711\n");
+    const pid_t process = fork();
+    if (process == 0) {
+        const std::string name = "velbootstrap_service.pid";
+        if (chdir(folder.path("logs").c_str()) != 0 || chroot(".") != 0) ::_exit(2);
+        const TVLFilePtr file = TVLFile::openForReading(name.c_str(), 4096);
+        const bool found = file && !ZORPidFileOwner::of(file.get(), name) &&
+                           !ZORPidFileOwner::of(file.get(), "./" + name) &&
+                           !ZORPidFileOwner::of(file.get(), "/" + name);
+        ::_exit(found ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(process, &status, 0), process);
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(PidFileOwnerTest, AFileThatIsNoLongerInItsFolderNamesNobody) {

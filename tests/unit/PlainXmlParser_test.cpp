@@ -258,6 +258,11 @@ TEST_F(PlainXmlParserTest, ALongDocumentTypeDeclarationIsAnError) {
     }
 }
 
+TEST_F(PlainXmlParserTest, ADocumentTypeDeclarationMayBeAsLongAsTheLimit) {
+    for (const int length : {32000, 32700, 32768})
+        EXPECT_EQ(textOf("<!DOCTYPE a [" + repeated(" ", length) + "]><a>x</a>"), "x") << length;
+}
+
 TEST_F(PlainXmlParserTest, ADocumentTypeDeclarationOfManyPartsIsAsLongAsAllOfThem) {
     for (const char* const part :
          {"<!ENTITY e 'x'>", "<!ELEMENT a ANY>", "<!ATTLIST a>", "<!-- x -->", "<?a x?>", "          "}) {

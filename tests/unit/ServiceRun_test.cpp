@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <deque>
+#include <functional>
 #include <memory>
 
 #include "FailingOs.h"
@@ -492,6 +495,56 @@ TEST_F(ServiceRunTest, AForkThatFailsWhileDetachingIsLogged) {
     os.failForks(1, EAGAIN);
     EXPECT_EQ(service.runAsDaemon(), 0);
     EXPECT_TRUE(logged("ERROR", "runAsDaemon() - fork failed, errno=11"));
+}
+
+// Detaches in a process of its own, in which the forks go as told. With everything else it is real.
+class Detaching : public VirtualOs {
+  public:
+    explicit Detaching(std::deque<pid_t> forks) : m_forks(std::move(forks)) {}
+    pid_t fork() override {
+        const pid_t result = m_forks.front();
+        m_forks.pop_front();
+        if (result < 0) errno = EAGAIN;
+        return result;
+    }
+    bool hasForkedAsTold() const { return m_forks.empty(); }
+
+  private:
+    std::deque<pid_t> m_forks;
+};
+
+class DetachingTest : public ServiceRunTest {
+  protected:
+    // Whether in such a process all of that is so afterwards.
+    bool holdsAfter(const std::deque<pid_t>& forks, const std::function<bool()>& condition) {
+        const pid_t process = ::fork();
+        if (process == 0) {
+            const Detaching detaching(forks);
+            const bool returnedZero = service.runAsDaemon() == 0;
+            ::_exit(returnedZero && detaching.hasForkedAsTold() && condition() ? 0 : 1);
+        }
+        int status = -1;
+        return waitpid(process, &status, 0) == process && status == 0;
+    }
+    bool triedToRun() const { return log.raw().find("attempt to load config from") != std::string::npos; }
+    bool complained() const { return log.raw().find("ERROR") != std::string::npos; }
+    static bool standardOutputIsNull() {
+        struct stat output {};
+        struct stat null {};
+        return fstat(STDOUT_FILENO, &output) == 0 && stat("/dev/null", &null) == 0 &&
+               output.st_rdev == null.st_rdev;
+    }
+};
+
+TEST_F(DetachingTest, OnlyTheChildOfTheChildRunsTheService) {
+    EXPECT_TRUE(
+        holdsAfter({0, 1002}, [&] { return standardOutputIsNull() && !triedToRun() && !complained(); }));
+    EXPECT_TRUE(holdsAfter({0, 0}, [&] { return standardOutputIsNull() && triedToRun(); }));
+}
+
+TEST_F(DetachingTest, ASecondForkThatFailsIsLoggedAndNothingRuns) {
+    EXPECT_TRUE(holdsAfter(
+        {0, -1}, [&] { return logged("ERROR", "runAsDaemon() - fork failed, errno=11") && !triedToRun(); }));
 }
 
 // ---- Signal names ----

@@ -1,7 +1,9 @@
 #include "TVLFile.h"
 
 #include <fcntl.h>
+#include <pty.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -146,6 +148,25 @@ TEST_F(TVLFileTest, ALogMayBeADeviceOrAPipeWithAReader) {
     ASSERT_TRUE(log);
     EXPECT_NE(fcntl(fileno(log.get()), F_GETFL) & O_NONBLOCK, 0) << "a full pipe is not waited for";
     close(reader);
+}
+
+// The leader of a session that has none gets the terminal that it opens, if it does not take care.
+TEST_F(TVLFileTest, ATerminalDoesNotBecomeTheControllingOne) {
+    int master = -1;
+    int slave = -1;
+    char name[64] = {};
+    ASSERT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0);
+    const pid_t leader = fork();
+    if (leader == 0) {
+        const bool opened = setsid() > 0 && TVLFile::openLog(name, true) != nullptr;
+        const bool refused = TVLFile::openDocument(name) == nullptr;
+        ::_exit(opened && refused && open("/dev/tty", O_RDWR) < 0 && errno == ENXIO ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(leader, &status, 0), leader);
+    EXPECT_EQ(status, 0);
+    close(slave);
+    close(master);
 }
 
 TEST_F(TVLFileTest, ALogIsNoFolderAndNoSocket) {

@@ -1,6 +1,9 @@
 #include "TVLIDOM_Document.h"
 
+#include <malloc.h>
+
 #include <memory>
+#include <xercesc/util/PlatformUtils.hpp>
 
 #include "TVLIDOM_Parser.h"
 #include "TestKit.h"
@@ -28,6 +31,13 @@ TEST(TVLIDOM_DocumentTest, TerminatingEmptiesTheDocumentsThatStillExist) {
     EXPECT_TRUE(document.getDocumentElement().isNull());
 }
 
+TEST(TVLIDOM_DocumentTest, TheLibraryGoesWithTheModel) {
+    TVLIDOM_DOMImplementation::initialize();
+    EXPECT_NE(xercesc::XMLPlatformUtils::fgMemoryManager, nullptr);
+    TVLIDOM_DOMImplementation::terminate();
+    EXPECT_EQ(xercesc::XMLPlatformUtils::fgMemoryManager, nullptr);
+}
+
 TEST(TVLIDOM_DocumentTest, ADocumentMayEndBeforeOrAfterTheModel) {
     TVLIDOM_DOMImplementation::initialize();
     auto before = std::make_unique<TVLIDOM_Document>();
@@ -41,6 +51,21 @@ TEST(TVLIDOM_DocumentTest, ADocumentMayEndBeforeOrAfterTheModel) {
     TVLIDOM_Document again;
     parseInto(again, "<c/>");
     EXPECT_EQ(again.getDocumentElement().getTagName(), "c");
+    TVLIDOM_DOMImplementation::terminate();
+}
+
+TEST(TVLIDOM_DocumentTest, ADocumentThatIsReplacedOrGoesLeavesNothingBehind) {
+    TVLIDOM_DOMImplementation::initialize();
+    const auto twice = [] {
+        TVLIDOM_Document document;
+        parseInto(document, "<a/>");
+        parseInto(document, "<b/>");
+    };
+    twice();
+    const std::size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 50; ++i)
+        twice();
+    EXPECT_LT(mallinfo2().uordblks, before + 100000);
     TVLIDOM_DOMImplementation::terminate();
 }
 

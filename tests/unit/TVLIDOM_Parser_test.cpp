@@ -1,6 +1,9 @@
 #include "TVLIDOM_Parser.h"
 
 #include <regex>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLNetAccessor.hpp>
+#include <xercesc/util/XMLURL.hpp>
 
 #include "TestKit.h"
 #include "TextStream.h"
@@ -43,6 +46,17 @@ TEST_F(TVLIDOM_ParserTest, NamesStayAsWritten) {
 
 TEST_F(TVLIDOM_ParserTest, ADocumentThatBreaksItsOwnRulesIsAccepted) {
     EXPECT_EQ(parse("<!DOCTYPE a [<!ELEMENT a EMPTY>]><a><b/></a>"), 1);
+}
+
+TEST_F(TVLIDOM_ParserTest, ADocumentMayComeByteByByte) {
+    class Drop : public TextStream {
+      public:
+        using TextStream::read;
+        using TextStream::TextStream;
+        int read(char* buffer, int /*count*/) override { return TextStream::read(buffer, 1); }
+    } stream("<a b='c'>text</a>\n");
+    EXPECT_EQ(m_parser.parse(stream, m_document), 1);
+    EXPECT_EQ(root().getAttribute("b"), "c");
 }
 
 TEST_F(TVLIDOM_ParserTest, OtherEncodingsBecomeUtf8) {
@@ -148,6 +162,14 @@ TEST_F(TVLIDOM_ParserTest, ASchemaIsNotLoaded) {
     EXPECT_EQ(parse("<a xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' "
                     "xsi:noNamespaceSchemaLocation='file:///none.xsd'/>"),
               1);
+}
+
+// Whatever might ask one day: the library's own way into the network is closed.
+TEST_F(TVLIDOM_ParserTest, TheLibraryHasNoAccessToTheNetwork) {
+    using xercesc::XMLPlatformUtils;
+    ASSERT_NE(XMLPlatformUtils::fgNetAccessor, nullptr);
+    const xercesc::XMLURL url("http://localhost/a.dtd");
+    EXPECT_THROW(XMLPlatformUtils::fgNetAccessor->makeNew(url), xercesc::NetAccessorException);
 }
 
 TEST_F(TVLIDOM_ParserTest, AHundredThousandNestedElementsAreParsedSearchedAndReleased) {

@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "TVLFile.h"
 #include "TVLFmDir.h"
 #include "TestKit.h"
@@ -149,6 +151,19 @@ TEST_F(TVLPlaceTest, LinksOfTheProcessFileSystemAreFollowedByTheKernel) {
     EXPECT_TRUE(TVLFile::read("/proc/mounts", 1024 * 1024));
     close(ends[0]);
     close(ends[1]);
+}
+
+// What a place keeps while it is used; a program may be started by another thread meanwhile.
+TEST_F(TVLPlaceTest, NoProgramInheritsTheFolderOfAPlace) {
+    const TVLPlace place(folder.path("logs/a").c_str());
+    int kept = 0;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        if (fs::read_symlink(entry.path(), error) != folder.path("logs")) continue;
+        ++kept;
+        EXPECT_EQ(fcntl(std::atoi(entry.path().filename().c_str()), F_GETFD), FD_CLOEXEC);
+    }
+    EXPECT_EQ(kept, 1);
 }
 
 TEST_F(TVLPlaceTest, OnlyTheNameInTheFolderIsRemoved) {

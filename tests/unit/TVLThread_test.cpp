@@ -5,8 +5,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <stdexcept>
 
 #include "TVLOs.h"
@@ -125,6 +128,19 @@ TEST(TVLThreadTest, TheDestructorWaitsForTheEnd) {
     EXPECT_TRUE(ended);
 }
 
+// The stack of a thread that nobody joins stays mapped.
+TEST(TVLThreadTest, AJoinedThreadLeavesNothingBehind) {
+    const auto mappings = [] {
+        std::ifstream maps("/proc/self/maps");
+        return std::count(std::istreambuf_iterator<char>(maps), std::istreambuf_iterator<char>(), '\n');
+    };
+    runInAThread([] {});
+    const auto before = mappings();
+    for (int i = 0; i < 50; ++i)
+        runInAThread([] {});
+    EXPECT_LT(mappings(), before + 25);
+}
+
 TEST(TVLThreadTest, CanBeStartedAgainAfterItsEnd) {
     int runs = 0;
     Runnable runnable([&] { ++runs; });
@@ -189,6 +205,12 @@ TEST(TVLThreadTest, ZeroOrLessIsNoSleep) {
     TVLThread::sleep(-1);
     TVLThread::sleep(std::numeric_limits<int>::min());
     EXPECT_TRUE(os.sleeps().empty());
+}
+
+TEST(TVLThreadTest, AMillisecondIsASleep) {
+    VirtualOs os;
+    TVLThread::sleep(1);
+    EXPECT_EQ(os.nowMs(), 1);
 }
 
 std::atomic<int> interruptions{0};

@@ -1,5 +1,7 @@
 #include "ZORCryptoHelper.h"
 
+#include <malloc.h>
+
 #include "NotedLoads.h"
 #include "ScriptedSek.h"
 #include "TestKit.h"
@@ -145,6 +147,19 @@ TEST_F(ZORCryptoHelperTest, AfterTerminationItCanBeInitialisedAnew) {
     ZORCryptoHelper::TerminateCrypto();
     EXPECT_EQ(ZORCryptoHelper::InitializeCrypto(), 1);
     EXPECT_EQ(sek.count("SEK_CryptoInitialize"), 2U);
+}
+
+TEST_F(ZORCryptoHelperTest, ATerminatedInstanceLeavesNothingBehind) {
+    const auto once = [this] {
+        ZORCryptoHelper::InitializeCrypto();
+        ZORCryptoHelper::TerminateCrypto();
+        sek.reset();
+    };
+    once();
+    const std::size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 1000; ++i)
+        once();
+    EXPECT_LT(mallinfo2().uordblks, before + 100000);
 }
 
 }  // namespace

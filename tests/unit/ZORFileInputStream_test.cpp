@@ -169,6 +169,17 @@ TEST_F(ZORFileInputStreamTest, ADocumentHasALimitThatGrowthDoesNotPass) {
     EXPECT_EQ(stream.open("../temp/a"), 0) << "and is not opened any more";
 }
 
+TEST_F(ZORFileInputStreamTest, AFailureIsForgottenWithTheNextFile) {
+    ASSERT_EQ(mkfifo(folder.path("temp/pipe").c_str(), 0600), 0);
+    folder.write("temp/a", "x");
+    const QuickClock clock(9999);
+    ZORFileInputStream stream("../temp/pipe");
+    EXPECT_EQ(stream.read(), -1);
+    ASSERT_NE(stream.open("../temp/a"), 0);
+    EXPECT_EQ(stream.error(), "");
+    EXPECT_EQ(stream.read(), 'x');
+}
+
 TEST_F(ZORFileInputStreamTest, ADirectoryIsRefused) {
     ZORFileInputStream stream("../temp");
     EXPECT_EQ(stream.isOpen(), 0);

@@ -304,6 +304,12 @@ TEST_F(ZORSockSendActionTest, TheCodesAreThoseThatTheSupervisorReads) {
     EXPECT_EQ(resultOf(kAll, "please wait"), ZOR_RETRY_ANSWER);
 }
 
+TEST_F(ZORSockSendActionTest, AnAnswerOfOneCharacterIsHeldAgainstTheMarkersToo) {
+    EXPECT_EQ(resultOf("responseSize='1' responseOK='y'", "y"), 1);
+    EXPECT_EQ(lastLine(), kSuccess);
+    EXPECT_EQ(resultOf("responseSize='1' responseOK='y'", "n"), ZOR_NO_SUCCESS);
+}
+
 TEST_F(ZORSockSendActionTest, AnswersAreTidied) {
     EXPECT_EQ(resultOf("responseSize='32'", "a\tb\r\n\x01\x1f\x20\x7f~\x80\xc3\xa4\xff!"), 15);
     EXPECT_EQ(lastLine(), "got response \"a b     \x7f~    !\"");
