@@ -3,7 +3,6 @@
 
 #include <openssl/conf.h>
 #include <openssl/err.h>
-#include <algorithm>
 
 #include <strings.h>
 #include <algorithm>
