@@ -19,6 +19,11 @@ class TestAccess {
     // --- singletons: an empty one in place of the present one ---
 
     static void renewProperties() { renew(ZORPropertyInserter::m_pInstance); }
+    // None at all, as when a process begins.
+    static void dropProperties() {
+        delete ZORPropertyInserter::m_pInstance;
+        ZORPropertyInserter::m_pInstance = nullptr;
+    }
     static void renewConfiguration() { renew(TVLConfigurationFactory::m_pInstance); }
     static void renewConsole() { renew(ZORConsole::m_pConsole); }
 

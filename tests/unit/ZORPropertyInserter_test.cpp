@@ -8,6 +8,7 @@
 #include <random>
 
 #include "PlainExpansion.h"
+#include "TestAccess.h"
 #include "TestKit.h"
 
 namespace {
@@ -33,13 +34,7 @@ TEST_F(ZORPropertyInserterTest, ThereIsOneInstance) {
 }
 
 TEST_F(ZORPropertyInserterTest, WhoeverAsksFirstMakesTheInstance) {
-    struct Nothing : ZORPropertyInserter {
-        static void isLeft() {
-            delete m_pInstance;
-            m_pInstance = nullptr;
-        }
-    };
-    Nothing::isLeft();
+    TestAccess::dropProperties();
     ASSERT_NE(ZORPropertyInserter::getInstance(), nullptr);
     EXPECT_EQ(property("a"), nullptr);
 }
