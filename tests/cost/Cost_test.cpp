@@ -14,6 +14,7 @@
 
 #include "Cost.h"
 #include "TVLRealOs.h"
+#include "TestAccess.h"
 #include "TestKit.h"
 #include "TestPeer.h"
 #include "ZORBootstrapService.h"
@@ -33,14 +34,6 @@ class HastyOs : public TVLRealOs {
     HastyOs() { install(this); }
     ~HastyOs() override { install(nullptr); }
     void sleepMs(std::int64_t /*durationMs*/) override {}
-};
-
-struct OpenService : ZORBootstrapService {
-    using ZORBootstrapService::m_supervisor;
-};
-struct OpenSupervisor : PingChildProcess {
-    using PingChildProcess::runCycle;
-    static void runOne(PingChildProcess& supervisor) { (supervisor.*(&OpenSupervisor::runCycle))(); }
 };
 
 // A service with a running child, whose log takes warnings, as installed.
@@ -64,7 +57,7 @@ class Supervision {
     Supervision& operator=(const Supervision&) = delete;
 
     void poll() {
-        OpenSupervisor::runOne(m_service.m_supervisor);
+        TestAccess::runCycle(TestAccess::supervisor(m_service));
         require(child().m_pingCounter <= 0, "an unanswered ping");
     }
 
@@ -72,7 +65,7 @@ class Supervision {
     ZORChildProcess& child() { return *m_service.getChildren().front(); }
 
     HastyOs m_os;
-    OpenService m_service;
+    ZORBootstrapService m_service;
 };
 
 class CostTest : public ServiceTest {

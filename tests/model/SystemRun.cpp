@@ -13,6 +13,7 @@
 
 #include "ScriptedSek.h"
 #include "TVLThread.h"
+#include "TestAccess.h"
 #include "TestKit.h"
 #include "TestWorld.h"
 #include "World.h"
@@ -219,9 +220,9 @@ class LogStream {
         if (line.compare(logger, kCycleEnds.size(), kCycleEnds) == 0) noteFlags();
     }
     void noteFlags() {
-        m_recorder.note("flags " + std::to_string(OpenSupervisor::allChildrenRunning(m_supervisor)) + " " +
-                        std::to_string(OpenSupervisor::allPingsAnswered(m_supervisor)) + " " +
-                        std::to_string(OpenSupervisor::fatalError(m_supervisor)));
+        m_recorder.note("flags " + std::to_string(TestAccess::allChildrenRunning(m_supervisor)) + " " +
+                        std::to_string(TestAccess::allPingsAnswered(m_supervisor)) + " " +
+                        std::to_string(TestAccess::fatalError(m_supervisor)));
     }
 
     Recorder& m_recorder;
@@ -302,7 +303,7 @@ class StandardStreams {
     std::array<int, kCount> m_kept{};
 };
 
-int runMode(OpenService& service, WorldOs& os, const Scenario& scenario) {
+int runMode(ZORBootstrapService& service, WorldOs& os, const Scenario& scenario) {
     if (!scenario.asDaemon) {
         service.RunAsApplication();
         return service.getExitCode();
@@ -323,8 +324,8 @@ Run runService(const Scenario& scenario) {
     const Peers peers(world, os);
     Run run;
     {
-        OpenService service;
-        const LogStream log(os.recorder(), service.m_supervisor);
+        ZORBootstrapService service;
+        const LogStream log(os.recorder(), TestAccess::supervisor(service));
         arrange(scenario, place, os);
         if (scenario.isUnsupervised()) os.failNextWait();
         run.exitCode = runMode(service, os, scenario);

@@ -32,6 +32,18 @@ TEST_F(ZORPropertyInserterTest, ThereIsOneInstance) {
     EXPECT_EQ(ZORPropertyInserter::getInstance(), ZORPropertyInserter::getInstance());
 }
 
+TEST_F(ZORPropertyInserterTest, WhoeverAsksFirstMakesTheInstance) {
+    struct Nothing : ZORPropertyInserter {
+        static void isLeft() {
+            delete m_pInstance;
+            m_pInstance = nullptr;
+        }
+    };
+    Nothing::isLeft();
+    ASSERT_NE(ZORPropertyInserter::getInstance(), nullptr);
+    EXPECT_EQ(property("a"), nullptr);
+}
+
 TEST_F(ZORPropertyInserterTest, AnAbsentNameIsNullAnEmptyValueIsNot) {
     EXPECT_EQ(property("a"), nullptr);
     setProperty("a", "");
