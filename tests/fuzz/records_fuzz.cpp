@@ -59,8 +59,9 @@ void checkPid(const FuzzFolder& folder, const std::string& text, bool isAlive) {
 void checkLimit(const FuzzFolder& folder, const std::string& text) {
     static auto* const supervisor = new PingChildProcess;  // what it makes is made once in a process
     folder.write("bin/zor.failedPingLimit", text);
-    require(TestAccess::limitAfterReading(*supervisor) == (isReadable(text) ? numberIn(text) : kUnread),
-            "the limit is the number of the first line");
+    require(
+        TestAccess::limitAfterReading(*supervisor, kUnread) == (isReadable(text) ? numberIn(text) : kUnread),
+        "the limit is the number of the first line");
 }
 
 }  // namespace
