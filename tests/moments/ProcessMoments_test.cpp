@@ -286,6 +286,8 @@ TEST_F(ProcessMomentsTest, ChildrenThatDieAllAtOnceAreReplacedOnceEach) {
 TEST_F(ProcessMomentsTest, AChildThatDiesBetweenItsStopAndTheLookIsNotKilledOnceMore) {
     bootstrapWith({ChildXml{.options = {"ignoreTerm"}}, ChildXml{.name = "beta", .options = {"ignoreTerm"}}});
     const pid_t daemon = runningInForeground();
+    // Started before beta, it may come to tell of itself after it.
+    ASSERT_TRUE(service.waitForStarts(1, "alpha"));
     ASSERT_TRUE(service.waitForStarts(1, "beta"));
     const pid_t alpha = service.childPids("alpha").front();
     ASSERT_EQ(kill(daemon, SIGTERM), 0);
