@@ -41,11 +41,11 @@ void setProperty(const char* name, const char* value) {
 // A number among the attributes of the root element: what it is called in the log, the number that it is without the
 // attribute, and how what is written there becomes that number.
 struct RootNumber {
-    const char* attribute;
-    const char* name;
-    const char* unit;
-    std::optional<int> usual;  // none: as it was, from the beginning 0
-    int (*fromWritten)(int);
+    const char* attribute = nullptr;
+    const char* name = nullptr;
+    const char* unit = nullptr;
+    std::optional<int> usual{};  // none: as it was, from the beginning 0
+    int (*fromWritten)(int) = nullptr;
 };
 
 int asItIs(int number) {
