@@ -238,6 +238,7 @@ TEST_F(ProcessMomentsTest, AChildThatDiesWhileItsAnswerIsOnTheWayIsReplacedInThe
     bootstrapWith({pingedAt("tcp://127.0.0.1:" + peer.str(), 60)});
     const pid_t daemon = runningInForeground();
     ASSERT_TRUE(service.waitFor("a ping", [&] { return peer.received() == "PING"; }));
+    ASSERT_TRUE(service.waitForStarts(1));
     const pid_t alpha = service.childPids().front();
     ASSERT_EQ(kill(alpha, SIGKILL), 0);
     ASSERT_TRUE(service.waitForEnd(alpha));
@@ -286,6 +287,8 @@ TEST_F(ProcessMomentsTest, ChildrenThatDieAllAtOnceAreReplacedOnceEach) {
 TEST_F(ProcessMomentsTest, AChildThatDiesBetweenItsStopAndTheLookIsNotKilledOnceMore) {
     bootstrapWith({ChildXml{.options = {"ignoreTerm"}}, ChildXml{.name = "beta", .options = {"ignoreTerm"}}});
     const pid_t daemon = runningInForeground();
+    // Started before beta, it may come to tell of itself after it.
+    ASSERT_TRUE(service.waitForStarts(1, "alpha"));
     ASSERT_TRUE(service.waitForStarts(1, "beta"));
     const pid_t alpha = service.childPids("alpha").front();
     ASSERT_EQ(kill(daemon, SIGTERM), 0);
