@@ -274,7 +274,7 @@ TEST(SupervisorModelTest, ARowOrAnActionThatIsLeftOutIsNoticed) {
 TEST(SupervisorModelTest, TheServiceDoesWhatItsTableSaysForAFreshSeed) {
     const auto told = numberFrom("VBS_MODEL_SEED");
     const std::uint64_t first = told ? *told : std::uint64_t{std::random_device{}()} << 20U;
-    const std::size_t steps = told ? 1 : numberFrom("VBS_MODEL_STEPS").value_or(20000);
+    const std::uint64_t steps = told ? 1 : numberFrom("VBS_MODEL_STEPS").value_or(20000);
     Tally tally;
     for (std::uint64_t seed = first; tally.steps < steps; ++seed)
         ASSERT_TRUE(agrees(seed, tally));

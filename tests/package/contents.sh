@@ -38,7 +38,8 @@ check_places() {
 
 # Installed under another name than in the source tree, or in a tree of its own.
 check_files() {
-    local unit
+    local unit units
+    units=$(units_place)
     expect_all_of etc/velbootstrapservice sample/tomcat/bin
     expect_all_of etc/velbootstrapservice sample/tomcat/configuration
     expect_all_of etc/velbootstrapservice/tomcat sample/tomcat/tomcat/conf
@@ -49,15 +50,15 @@ check_files() {
     expect_all_of usr/share/velbootstrapservice/samples/bin sample/install/bin
     expect_all_of usr/share/velbootstrapservice/samples/configuration sample/install/configuration
     expect_all_of usr/share/velbootstrapservice/schemas schemas
-    expect_same lib/systemd/system/velbootstrapservice.service packaging/systemd/velbootstrapservice.service
-    expect_same lib/systemd/system/velbootstrapservice-foreground.service \
+    expect_same "$units/velbootstrapservice.service" packaging/systemd/velbootstrapservice.service
+    expect_same "$units/velbootstrapservice-foreground.service" \
         packaging/systemd/velbootstrapservice-foreground.service
     for unit in velbootstrapservice-certificates.service velbootstrapservice-certificates.timer; do
-        expect_same "lib/systemd/system/$unit" "packaging/systemd/$unit"
+        expect_same "$units/$unit" "packaging/systemd/$unit"
     done
-    expect_same lib/systemd/system/velbootstrapservice-certificates.service.d/sandbox.conf packaging/systemd/sandbox.conf
-    expect_same lib/systemd/system/velbootstrapservice.service.d/sandbox.conf packaging/systemd/sandbox.conf
-    expect_same lib/systemd/system/velbootstrapservice-foreground.service.d/sandbox.conf packaging/systemd/sandbox.conf
+    expect_same "$units/velbootstrapservice-certificates.service.d/sandbox.conf" packaging/systemd/sandbox.conf
+    expect_same "$units/velbootstrapservice.service.d/sandbox.conf" packaging/systemd/sandbox.conf
+    expect_same "$units/velbootstrapservice-foreground.service.d/sandbox.conf" packaging/systemd/sandbox.conf
     expect_same usr/lib/velbootstrapservice/velbootstrap-unit packaging/systemd/velbootstrap-unit
     expect_same usr/lib/tmpfiles.d/velbootstrapservice.conf packaging/systemd/tmpfiles.conf
     expect_same usr/lib/sysusers.d/velbootstrapservice.conf packaging/systemd/sysusers.conf
@@ -113,7 +114,7 @@ check_fields() {
     expect_equal "Architecture" "$(dpkg --print-architecture)" "$(field Architecture)"
     expect_equal "Version" "$(dpkg-parsechangelog -l "$sources/debian/changelog" -S Version)" \
         "$(field Version)"
-    for library in libxml2-utils libc6 libexpat1 libicu72 libssl3 libstdc++6 systemd-standalone-sysusers \
+    for library in libxml2-utils libc6 libexpat1 libicu libssl3 libstdc++6 systemd-standalone-sysusers \
         systemd-standalone-tmpfiles; do
         expect "Depends names $library" grep -qF "$library" <(field Depends)
     done

@@ -53,6 +53,9 @@ unpack() {
     dpkg-deb --extract "$(echo "$packages/$1"_*.deb)" "$2"
 }
 
+# Where the units are in a package of this Debian, below the root: where those of the manager are.
+units_place() { dpkg --listfiles systemd | sed -n 's|^/\(.*/system\)/basic\.target$|\1|p'; }
+
 # in_copy_of_machine SCRIPT ARGUMENT...: runs a script of this folder, which makes a copy of this machine (copy.sh), with
 # processes and a network of its own. Everything is gone with the test, whatever happens.
 in_copy_of_machine() {

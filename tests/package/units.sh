@@ -6,7 +6,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 tree=$scratch/tree
 unpack velbootstrapservice "$tree"
-units=$tree/lib/systemd/system
+units=$tree/$(units_place)
 
 setting() { sed -n "s/^$1=//p" "$units/$2.service"; }
 expect_setting() { expect_equal "$1 of $3" "$2" "$(setting "$1" "$3")"; }

@@ -43,6 +43,13 @@ class ClientsTest : public InteropTest {
     }
 };
 
+// What the client has printed, but for the line with which later versions of OpenSSL begin.
+std::string told(const ExternalProgram& client) {
+    std::string words = client.words();
+    if (words.starts_with("Connecting to ")) words.erase(0, words.find('\n') + 1);
+    return words;
+}
+
 // One line comes, one goes, and the connection ends.
 void answerLine(SekHandle& connection) {
     ASSERT_EQ(connection.establish(), SEK_Ok) << connection.details();
@@ -78,7 +85,7 @@ TEST_P(ClientsExchangeTest, OpensslIsServedFromHandshakeToClose) {
     SekHandle connection(listener.accept());
     answerLine(connection);
     EXPECT_EQ(client.waitForEnd(), 0);
-    EXPECT_EQ(client.words(), "pong\n");
+    EXPECT_EQ(told(client), "pong\n");
 }
 
 TEST_F(ClientsTest, OpensslShowsTheRequiredCertificate) {
@@ -93,7 +100,7 @@ TEST_F(ClientsTest, OpensslShowsTheRequiredCertificate) {
         SekHandle connection(listener.accept());
         answerLine(connection);
         EXPECT_EQ(client.waitForEnd(), 0);
-        EXPECT_EQ(client.words(), "pong\n");
+        EXPECT_EQ(told(client), "pong\n");
     }
 }
 
