@@ -29,9 +29,9 @@ class PlainXmlParser : public XmlTreeParser {
     static constexpr std::size_t kMaxAttributesOfElement = 100;
     // The library looks for each name among all the names before it.
     static constexpr std::size_t kMaxNames = 1000;
-    // It tells of a start tag when all its attributes have been read, and looks for each among those before it. Until
-    // then only the memory that it takes tells how many there are: twice as often as this many attributes need means
-    // too many names, which the attributes of one tag never share.
+    // The library looks for each attribute among those before it in the tag, and tells of a tag at its end. Until then
+    // the memory that it takes shows how many there are: at most eight times for each. Twice that for kMaxNames
+    // attributes means more of them than that, and no two of one tag share a name.
     static constexpr std::size_t kMemoryOfAttribute = 16;
     // What the parser's source should give it at once: the length of the subset is looked at between two blocks, so
     // that one or two blocks more can pass.

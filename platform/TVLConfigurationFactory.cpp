@@ -4,10 +4,10 @@
 #include <new>
 #include <xercesc/util/OutOfMemoryException.hpp>
 
-#include "TVLFileStream.h"
+#include "TVLDocumentFile.h"
+#include "TVLFile.h"
 #include "TVLFmDir.h"
 #include "TVLIDOM_Helper.h"
-#include "TVLIDOM_Parser.h"
 
 namespace {
 
@@ -67,11 +67,13 @@ void TVLConfigurationFactory::load() {
     const std::string path = TVLFmDir::fullPath(kStartupFile);
     std::string why;
     TVLFilePtr file = TVLFile::openForReading(kStartupFile, TVLFile::kMostOfADocument, &why);
-    if (!file && errno != ENOENT) fail(path, why.c_str());
-    if (file) {
-        TVLFileStream stream(std::move(file));
-        TVLIDOM_Parser parser;
-        if (parser.parse(stream, m_document) != 1) fail(path, parser.getErrorString().c_str());
-    }
+    const bool isThere = file || errno != ENOENT;
+    TVLFileStream stream(std::move(file));
+    // The document stays empty when there is no such file.
+    TVLDocumentFile::read(stream, m_document,
+                          {[&] {
+                               if (isThere) fail(path, why.c_str());
+                           },
+                           [&](const char* words) { fail(path, words); }});
     m_loaded = true;
 }

@@ -38,11 +38,14 @@ class TVLConfigurationFactory {
 
   protected:
     TVLConfigurationFactory() = default;
-    static TVLConfigurationFactory* m_pInstance;
 
   private:
+    friend class TestAccess;
+
     TVLIDOM_Element child(const I18NString& name) TVL_REQUIRES(m_mutex);
     void load() TVL_REQUIRES(m_mutex);
+
+    static TVLConfigurationFactory* m_pInstance;
 
     TVLThreadMutex m_mutex;
     bool m_loaded TVL_GUARDED_BY(m_mutex) = false;

@@ -68,22 +68,22 @@ std::string withoutPlace(const XMLCh* message) {
 }  // namespace
 
 int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document) {
-    return parse(stream, document, {});
+    return parseAll(stream, document, {}) ? 1 : 0;
 }
 
 int TVLIDOM_Parser::parse(TVLFileStream& file, TVLIDOM_Document& document) {
-    return parse(file, document, file.error());
+    return parseAll(file, document, file.error()) ? 1 : 0;
 }
 
-int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document,
-                          const std::string& streamError) {
+bool TVLIDOM_Parser::parseAll(PLXInputStream& stream, TVLIDOM_Document& document,
+                              const std::string& streamError) {
     const XmlMemory::Parse memory;
     try {
         PlainXmlParser parser;
         parser.parse(StreamSource(stream, parser));
         if (streamError.empty()) {
             document.adopt(parser.takeTree());
-            return 1;
+            return true;
         }
     } catch (const xercesc::SAXParseException& exception) {
         m_error = "line " + std::to_string(exception.getLineNumber()) + ", column " +
@@ -102,5 +102,5 @@ int TVLIDOM_Parser::parse(PLXInputStream& stream, TVLIDOM_Document& document,
     }
     // A stream that breaks off looks like its end to the library.
     if (!streamError.empty()) m_error = streamError;
-    return 0;
+    return false;
 }

@@ -26,7 +26,7 @@ class TVLIDOM_Parser {
 
   private:
     // `streamError` is looked at when the stream has been read.
-    int parse(PLXInputStream& stream, TVLIDOM_Document& document, const std::string& streamError);
+    bool parseAll(PLXInputStream& stream, TVLIDOM_Document& document, const std::string& streamError);
 
     I18NString m_error;
 };

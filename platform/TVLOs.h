@@ -7,7 +7,8 @@
 // Threads: every member may be called from any thread, where a base does not say otherwise.
 // Units: times are milliseconds of the monotonic clock, which steps of the wall clock do not touch. No pause and
 //   no wait ends before its time, not by a fraction of a millisecond.
-// Errors: as the system calls of the same names: -1 with errno set; startThread() as pthread_create().
+// Errors: as the system calls of the same names: -1 with errno set; holdProcess() likewise false; startThread() as
+//   pthread_create().
 #pragma once
 
 #include <pthread.h>

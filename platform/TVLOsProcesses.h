@@ -25,8 +25,8 @@ class TVLOsProcesses {
     // nobody else gets the signal: ESRCH. Other ids go to the system as they are.
     virtual int kill(pid_t pid, int signal) = 0;
     // From now on kill() with this id means the process that has it now, provided its real user is `user`. Otherwise
-    // -1: EPERM for another's, ESRCH for none.
-    virtual int holdProcess(pid_t pid, uid_t user) = 0;
+    // false: EPERM for another's, ESRCH for none.
+    virtual bool holdProcess(pid_t pid, uid_t user) = 0;
 
     // By descriptors, for the table that kill() and holdProcess() stand on.
     virtual int openProcess(pid_t pid) = 0;  // of the process that has this id now, close-on-exec

@@ -47,9 +47,9 @@ bool namesNoProcess(int error) {
     return error == ESRCH || error == EINVAL || error == ENOENT;
 }
 
-int failure(int error) {
+bool refusal(int error) {
     errno = error;
-    return -1;
+    return false;
 }
 
 }  // namespace
@@ -124,23 +124,24 @@ int TVLProcessTable::kill(pid_t pid, int signal) {
     // Whoever tests whether it lives knows from now on. A signal that came too late says less: the same id may
     // be signalled once more.
     if (signal == 0) forget(pid);
-    return failure(ESRCH);
+    errno = ESRCH;
+    return -1;
 }
 
-int TVLProcessTable::hold(pid_t pid, uid_t user) {
-    if (pid < 1) return failure(ESRCH);
+bool TVLProcessTable::hold(pid_t pid, uid_t user) {
+    if (pid < 1) return refusal(ESRCH);
     TVLOs& os = TVLOs::current();
     const TVLThreadGuard guard(m_mutex);
     forget(pid);
     TVLDescriptor process(os.openProcess(pid));
     const bool held = process.isOpen();
-    if (!held && namesNoProcess(errno)) return failure(ESRCH);
+    if (!held && namesNoProcess(errno)) return refusal(ESRCH);
     const std::optional<uid_t> owner = userOf(pid);
     // A process that still lives was the one with this id when its user was read.
-    if ((held ? os.signalProcess(process.get(), 0) : ::kill(pid, 0)) != 0) return -1;
-    if (owner != user) return failure(EPERM);
+    if ((held ? os.signalProcess(process.get(), 0) : ::kill(pid, 0)) != 0) return false;
+    if (owner != user) return refusal(EPERM);
     if (held) keep(pid, std::move(process));
-    return 0;
+    return true;
 }
 
 std::optional<uid_t> TVLProcessTable::userOf(pid_t pid) {

@@ -8,7 +8,7 @@
 // Threads: every member may be called from any thread. fork() holds the lock, so that a forked child, which begins
 //   with an empty table, finds it free.
 // Units: none.
-// Errors: as the system calls of the same names: -1 with errno set.
+// Errors: as the system calls of the same names: -1 with errno set; hold() likewise false.
 #pragma once
 
 #include <sys/types.h>
@@ -36,8 +36,8 @@ class TVLProcessTable {
     pid_t fork();
     int kill(pid_t pid, int signal);
     // From now on kill() with this id speaks to the process that has it now, if its real user is `user`. Otherwise
-    // -1: EPERM for another's or one whose user cannot be told, ESRCH for none.
-    int hold(pid_t pid, uid_t user);
+    // false: EPERM for another's or one whose user cannot be told, ESRCH for none.
+    bool hold(pid_t pid, uid_t user);
 
   private:
     // The real user of the process that has this id now; none when that cannot be told.

@@ -32,7 +32,7 @@ int TVLRealOs::kill(pid_t pid, int signal) {
     return m_processes.kill(pid, signal);
 }
 
-int TVLRealOs::holdProcess(pid_t pid, uid_t user) {
+bool TVLRealOs::holdProcess(pid_t pid, uid_t user) {
     return m_processes.hold(pid, user);
 }
 

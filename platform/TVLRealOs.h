@@ -47,7 +47,7 @@ class TVLRealOs : public TVLOs {
     pid_t fork() override;
     int execve(const char* path, char* const argv[], char* const envp[]) override;
     int kill(pid_t pid, int signal) override;
-    int holdProcess(pid_t pid, uid_t user) override;
+    bool holdProcess(pid_t pid, uid_t user) override;
     int openProcess(pid_t pid) override;
     int signalProcess(int process, int signal) override;
     int examineChild(int process) override;

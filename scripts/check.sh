@@ -87,8 +87,9 @@ tidy_tests() { tidied tests; }
 
 sanitizers() {
     cmake --preset asan >/dev/null
-    cmake --build --preset asan --target unit_tests memory_tests work_tests transport_unit_test transport_test
-    ctest --preset asan --label-regex '^(unit|transport|policy)$' --label-exclude slow
+    cmake --build --preset asan --target unit_tests memory_tests work_tests model_tests \
+        transport_unit_test transport_test transport_policy_test
+    ctest --preset asan --label-regex '^(unit|model|transport|policy)$' --label-exclude slow
 }
 
 # --- telling ---

@@ -68,6 +68,18 @@ archive() {
         head -n 1
 }
 
+# Tells the packages there from which archives to come. One whose lists do not fit together at the moment, as while a
+# mirror is being renewed, would stop every installation: without the security updates there are still all packages.
+choose_archives() {
+    local main=$1 security=$2
+    printf 'deb %s %s main\n' "$main" "$release" ${security:+"$security" "$release-security"} \
+        >"$folder/etc/apt/sources.list"
+    [[ -z $security ]] || run_in_system apt-get update -qq || {
+        echo "Going without $security: its lists could not be read" >&2
+        choose_archives "$main" ""
+    }
+}
+
 make_system() {
     local main security
     install_missing debootstrap
@@ -75,16 +87,15 @@ make_system() {
     main=$(archive Debian)
     security=$(archive Debian-Security)
     [[ -n $main ]] || fail "apt knows no archive of Debian's packages"
-    mkdir -p "$folder"
+    mkdir -p "$folder/src"
     debootstrap --arch="$architecture" --variant=minbase "$release" "$folder" "$main"
-    printf 'deb %s %s main\n' "$main" "$release" ${security:+"$security" "$release-security"} \
-        >"$folder/etc/apt/sources.list"
     # To the archive the same way as from here: proxies, and what is thought of its dates.
     apt-config dump --format '%f "%v";%n' Acquire::http Acquire::https Acquire::Check-Valid-Until Acquire::Check-Date \
         >"$folder/etc/apt/apt.conf.d/50as-outside"
     # Nothing that is installed there starts a service; the tests start what they need.
     printf '#!/bin/sh\nexit 101\n' >"$folder/usr/sbin/policy-rc.d"
     chmod 755 "$folder/usr/sbin/policy-rc.d"
+    choose_archives "$main" "$security"
     printf '%s %s\n' "$release" "$architecture" >"$folder/made-for-tests"
 }
 
@@ -94,7 +105,6 @@ put_sources() {
     install_missing rsync
     fresh=$(mktemp -d)
     git -C "$root" archive HEAD | tar -x -C "$fresh"
-    mkdir -p "$folder/src"
     rsync --archive --no-times --checksum --delete --exclude=/build "$fresh/" "$folder/src/"
     rm -rf "$fresh"
 }
@@ -126,8 +136,8 @@ run_in_system() {
 
 trap unregister_translator EXIT
 register_translator
+folder=$(realpath -m "$folder")
 [[ -e $folder/made-for-tests ]] || make_system
 [[ $(<"$folder/made-for-tests") == "$release $architecture" ]] || fail "$folder is another system"
-folder=$(realpath "$folder")
 put_sources
 run_in_system "$@"

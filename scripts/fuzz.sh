@@ -70,7 +70,10 @@ run() {
     local target=$1
     mkdir -p "build/fuzz/"{corpus,finds}/"$target" build/fuzz/logs
     dictionary_of "$target" >"build/fuzz/logs/$target.dict"
-    if fuzzer "$target" "-dict=build/fuzz/logs/$target.dict" "-max_total_time=$seconds" -print_final_stats=1 \
+    local dictionary=()
+    # The engine refuses an empty one.
+    [[ ! -s build/fuzz/logs/$target.dict ]] || dictionary=("-dict=build/fuzz/logs/$target.dict")
+    if fuzzer "$target" "${dictionary[@]}" "-max_total_time=$seconds" -print_final_stats=1 \
         -close_fd_mask=1 "-artifact_prefix=build/fuzz/finds/$target/" \
         "build/fuzz/corpus/$target" "tests/fuzz/corpus/$target" >"$(log_of "$target")" 2>&1; then
         echo "$target: nothing found"

@@ -63,7 +63,11 @@ void PingChildProcess::prepare(TVLIDOM_Element root) {
         logger->log(ZOR_WARN, "no procManager element in config, using default poll interval, etc.");
         return;
     }
-    const I18NString interval = manager.getAttribute("pollIntervalsec");
+    preparePolling(manager.getAttribute("pollIntervalsec"));
+    prepareShutdown(manager.getAttribute("checkForShutdownIntervalms"));
+}
+
+void PingChildProcess::preparePolling(const I18NString& interval) {
     if (!interval.empty()) {
         m_pollIntervalSec = TVLNumber::parse(interval.c_str());
         logger->log(ZOR_DEBUG, "poll interval is %d seconds", m_pollIntervalSec);
@@ -75,7 +79,9 @@ void PingChildProcess::prepare(TVLIDOM_Element root) {
     }
     m_failedPingLimit = intervalsCovering(m_pollIntervalSec, secondsFromProperty("${dispatcherPingTimeout}"));
     logger->log(ZOR_DEBUG, "failed ping limit is %d", m_failedPingLimit);
-    const I18NString checkInterval = manager.getAttribute("checkForShutdownIntervalms");
+}
+
+void PingChildProcess::prepareShutdown(const I18NString& checkInterval) {
     if (!checkInterval.empty()) {
         const int intervalMs = TVLNumber::parse(checkInterval.c_str());
         m_checkForShutdownIntervalMs = intervalMs <= 0 ? 500 : intervalMs;

@@ -70,7 +70,9 @@ class PingChildProcess : public TVLThread {
     }
     int hasFatalError() const { return m_fatalError.load(); }
 
-  protected:
+  private:
+    friend class TestAccess;
+
     // What one poll cycle has seen.
     struct Cycle {
         int restarts = 0;
@@ -78,6 +80,8 @@ class PingChildProcess : public TVLThread {
         int fatals = 0;
     };
 
+    void preparePolling(const I18NString& interval);
+    void prepareShutdown(const I18NString& checkInterval);
     void supervise();
     bool waitForNextCycle();  // false when a stop was requested
     void readLimitOverride();

@@ -26,8 +26,12 @@ class ZORAction {
     // The process that the action is aimed at. Set by the supervisor before a stop action at shutdown.
     void setProcessHandle(int handle) { m_processHandle = handle; }
 
+  private:
+    friend class TestAccess;
+
+    int m_waitTimeMs = -1;  // pause after each execution; -1: none
+
   protected:
-    int m_waitTimeMs = -1;    // pause after each execution; -1: none
     int m_processHandle = 0;  // read by ZORSignalAction only
     int m_signal = 0;         // ZORSignalAction's own
 

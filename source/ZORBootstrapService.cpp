@@ -6,11 +6,10 @@
 #include <csignal>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "TVLByteBuffer.h"
-#include "TVLConfigurationFactory.h"
-#include "TVLFile.h"
-#include "TVLIDOM_Parser.h"
+#include "TVLDocumentFile.h"
 #include "TVLNumber.h"
 #include "TVLOs.h"
 #include "TVLThread.h"
@@ -33,33 +32,34 @@ ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("ZORBootstr
 constexpr const char* kDefaultServiceName = "Velmora 8";
 constexpr const char* kDefaultPlatform = "linuxi38632";
 
-constexpr ZORPatience kControlPatience{20, 6};
 constexpr ZORPatience kReadyPatience{50, 6};
 
 void setProperty(const char* name, const char* value) {
     ZORPropertyInserter::getInstance()->add(name, value);
 }
 
-// What the two options say; what is not given as a number stays as it is usual.
-ZORPatience patienceOf(const ZORCmdLine& cmdLine, const char* triesOption, const char* intervalOption) {
-    ZORPatience patience = kControlPatience;
-    cmdLine.getIntValue(triesOption, patience.tries, 0);
-    cmdLine.getIntValue(intervalOption, patience.intervalSec, 0);
-    return patience;
+// A number among the attributes of the root element: what it is called in the log, the number that it is without the
+// attribute, and how what is written there becomes that number.
+struct RootNumber {
+    const char* attribute;
+    const char* name;
+    const char* unit;
+    std::optional<int> usual;  // none: as it was, from the beginning 0
+    int (*fromWritten)(int);
+};
+
+int asItIs(int number) {
+    return number;
 }
 
-std::string fullPath(std::string path) {
-    TVLConfigurationFactory::getInstance()->getFullPath(path);
-    return path;
-}
+constexpr const char* kStartupDelay = "startupDelaySec";
 
-// A root attribute as a number, logged; absent or empty it leaves the value alone.
-bool readNumber(const TVLIDOM_Element& root, const char* attribute, int& value) {
-    const I18NString text = root.getAttribute(attribute);
-    if (text.empty()) return false;
-    value = TVLNumber::parse(text.c_str());
-    return true;
-}
+// Deliberate: the two of the pings have no other use; see BootstrapDocumentTest.RootAttributesAreReadAndLogged.
+constexpr RootNumber kRootNumbers[] = {
+    {kStartupDelay, "startup delay", " ms", std::nullopt, TVLNumber::secondsToMs},
+    {"pingRetries", "startup ping retries", "", 5, asItIs},
+    {"pingRetryIntervalSec", "startup ping retry interval", " sec", 2, asItIs},
+};
 
 // Deliberate: installed for no signal, since termination signals are awaited, not caught; see
 // RulesTest.WhatIsKeptUnusedIsUsedByNothing.
@@ -215,26 +215,24 @@ int ZORBootstrapService::OnInit() {
     }
     m_pidFile.setPath(ZORPropertyInserter::expanded(pidFile.c_str()));
     path = ZORPropertyInserter::expanded(path.c_str());
-    return loadBootstrapDocument(path);
+    return loadBootstrapDocument(path) ? 1 : 0;
 }
 
-int ZORBootstrapService::loadBootstrapDocument(const std::string& path) {
+bool ZORBootstrapService::loadBootstrapDocument(const std::string& path) {
     logger->log(ZOR_INFO, "attempt to load config from \"%s\"", path.c_str());
-    TVLIDOM_Parser parser;
     TVLIDOM_Document document;
     ZORFileInputStream stream(path.c_str());
-    if (stream.isOpen() == 0) {
+    const auto cannotOpen = [&] {
         logger->log(ZOR_FATAL, "cannot open bootstrap config file \"%s\".", path.c_str());
-        return 0;
-    }
-    if (parser.parse(stream, document) != 1) {
+    };
+    const auto cannotParse = [&](const char* words) {
         logger->log(ZOR_FATAL, "Error parsing bootstrap.xml file = \"%s\", error string = \"%s\"",
-                    path.c_str(), parser.getErrorString().c_str());
-        return 0;
-    }
-    if (!parseParamsOf(document.getDocumentElement(), path)) return 0;
-    noteDaemonWaitMarker();
-    return 1;
+                    path.c_str(), words);
+    };
+    if (!TVLDocumentFile::read(stream, document, {cannotOpen, cannotParse})) return false;
+    if (!parseParamsOf(document.getDocumentElement(), path)) return false;
+    ZORDaemonControl::noteWaitMarker();
+    return true;
 }
 
 bool ZORBootstrapService::parseParamsOf(const TVLIDOM_Element& root, const std::string& path) {
@@ -247,15 +245,6 @@ bool ZORBootstrapService::parseParamsOf(const TVLIDOM_Element& root, const std::
     return false;
 }
 
-void ZORBootstrapService::noteDaemonWaitMarker() {
-    const std::string marker = ZORPropertyInserter::expanded("${temp}/zordaemonwait");
-    logger->log(ZOR_DEBUG, "m_sDaemonWaitFileName is \"%s\"", marker.c_str());
-    // Deliberate: the marker stays open for the rest of the process; see
-    // DaemonLifeTest.TheMarkersDescriptorStaysInTheDaemon.
-    if (TVLFile::openForReading(marker.c_str(), TVLFile::kMostOfARecord).release() != nullptr)
-        setProperty("daemonWaitIndefinitely", "true");
-}
-
 int ZORBootstrapService::Run() {
     m_semaMainThreadWait = TVLThreadSemaphore::createImmortal(0);
     for (ZORChildProcess* const child : getChildren()) {
@@ -265,13 +254,7 @@ int ZORBootstrapService::Run() {
     {
         ZORSignalHandlerThread signalThread(this);
         if (startThreads(signalThread)) {
-            logger->log(ZOR_DEBUG, "test ready...");
-            if (askPCPifReady(kReadyPatience.tries, kReadyPatience.intervalSec) == 1) {
-                logger->log(ZOR_INFO, "ZORBootstrapService::Run() - child process(es) is/are ready.");
-            }
-            waitForStop();
-            // However the wait has ended, no child is left to itself.
-            m_supervisor.finish();
+            superviseUntilStopped();
         } else {
             stopWithoutSupervisor();
         }
@@ -281,12 +264,22 @@ int ZORBootstrapService::Run() {
     return 1;
 }
 
+void ZORBootstrapService::superviseUntilStopped() {
+    logger->log(ZOR_DEBUG, "test ready...");
+    if (askPCPifReady(kReadyPatience.tries, kReadyPatience.intervalSec) == 1) {
+        logger->log(ZOR_INFO, "ZORBootstrapService::Run() - child process(es) is/are ready.");
+    }
+    waitForStop();
+    // However the wait has ended, no child is left to itself.
+    m_supervisor.finish();
+}
+
 bool ZORBootstrapService::startThreads(ZORSignalHandlerThread& signalThread) {
     try {
         signalThread.start();
         // Deliberate: a configured delay is a switch, its length is used nowhere; see
         // ServiceRunTest.AnyStartupDelayPausesFiveMilliseconds.
-        if (m_startupDelayMs != 0) TVLThread::sleep(5);
+        if (m_rootNumbers[kStartupDelay] != 0) TVLThread::sleep(5);
         m_supervisor.start();
         return true;
     } catch (const TVLThreadResourceError& error) {
@@ -364,7 +357,7 @@ int ZORBootstrapService::isRunningUnix() {
 int ZORBootstrapService::stopRunningUnix(ZORCmdLine& cmdLine) {
     logger->log(ZOR_INFO, "Stopping daemon.");
     logger->log(ZOR_DEBUG, "called stopRunningUnix()");
-    const ZORPatience patience = patienceOf(cmdLine, "-testDeadTries", "-testDeadInterval");
+    const ZORPatience patience = ZORDaemonControl::patienceOf(cmdLine, "-testDeadTries", "-testDeadInterval");
     if (OnInit() != 0) return m_control.stop(patience) ? 1 : 0;
     logger->log(ZOR_FATAL, "stopRunningUnix() - OnInit() call failed.");
     return 0;
@@ -372,7 +365,8 @@ int ZORBootstrapService::stopRunningUnix(ZORCmdLine& cmdLine) {
 
 int ZORBootstrapService::startDaemon(ZORCmdLine& cmdLine) {
     logger->log(ZOR_INFO, "Starting the daemon.");
-    const ZORPatience patience = patienceOf(cmdLine, "-testReadyTries", "-testReadyInterval");
+    const ZORPatience patience =
+        ZORDaemonControl::patienceOf(cmdLine, "-testReadyTries", "-testReadyInterval");
     if (OnInit() != 0) return m_control.start(*m_daemonSpawn, patience) ? 1 : 0;
     logger->log(ZOR_ERROR, "startDaemon() - OnInit() call failed.");
     return 0;
@@ -394,18 +388,14 @@ int ZORBootstrapService::parseParams(TVLIDOM_Element root) {
 }
 
 void ZORBootstrapService::readRootAttributes(const TVLIDOM_Element& root) {
-    int delaySec = 0;
-    if (readNumber(root, "startupDelaySec", delaySec)) {
-        m_startupDelayMs = TVLNumber::secondsToMs(delaySec);
-        logger->log(ZOR_DEBUG, "configured startup delay is %d ms.", m_startupDelayMs);
-    }
-    m_pingRetries = 5;
-    m_pingRetryIntervalSec = 2;
-    if (readNumber(root, "pingRetries", m_pingRetries)) {
-        logger->log(ZOR_DEBUG, "configured startup ping retries is %d.", m_pingRetries);
-    }
-    if (readNumber(root, "pingRetryIntervalSec", m_pingRetryIntervalSec)) {
-        logger->log(ZOR_DEBUG, "configured startup ping retry interval is %d sec.", m_pingRetryIntervalSec);
+    for (const RootNumber& each : kRootNumbers) {
+        int& number = m_rootNumbers[each.attribute];
+        number = each.usual.value_or(number);
+        const I18NString written = root.getAttribute(each.attribute);
+        if (written.empty()) continue;
+        number = each.fromWritten(TVLNumber::parse(written.c_str()));
+        const std::string shown = std::to_string(number) + each.unit;
+        logger->log(ZOR_DEBUG, "configured %s is %s.", each.name, shown.c_str());
     }
 }
 
@@ -415,36 +405,26 @@ bool ZORBootstrapService::prepareChildren(const TVLIDOM_Element& root) {
         logger->log(ZOR_ERROR, "no process elements.");
         return false;
     }
-    for (std::size_t i = 0; i < processes.getLength(); ++i) {
-        logger->log(ZOR_DEBUG, "processing config for process");
-        auto child = std::make_unique<ZORChildProcess>();
-        try {
-            child->prepare(TVLIDOM_Element(processes.item(i)));
-            const TVLThreadGuard guard(m_lock);
-            m_children.push_back(nullptr);
-            m_children.back() = child.release();
-        } catch (const ZORBadConfigException& exception) {
-            // Deliberate: the others go on, even when none is left; see
-            // BootstrapDocumentTest.ADocumentOfBadProcessesOnlyStillLoads.
-            logger->log(ZOR_ERROR, "exception while processing configuration: \"%s\"",
-                        exception.getMessage());
-        }
-    }
+    for (std::size_t i = 0; i < processes.getLength(); ++i)
+        prepareChild(TVLIDOM_Element(processes.item(i)));
     return true;
 }
 
+void ZORBootstrapService::prepareChild(const TVLIDOM_Element& process) {
+    logger->log(ZOR_DEBUG, "processing config for process");
+    auto child = std::make_unique<ZORChildProcess>();
+    try {
+        child->prepare(process);
+        const TVLThreadGuard guard(m_lock);
+        m_children.push_back(nullptr);
+        m_children.back() = child.release();
+    } catch (const ZORBadConfigException& exception) {
+        // Deliberate: the others go on, even when none is left; see
+        // BootstrapDocumentTest.ADocumentOfBadProcessesOnlyStillLoads.
+        logger->log(ZOR_ERROR, "exception while processing configuration: \"%s\"", exception.getMessage());
+    }
+}
+
 int ZORBootstrapService::findHome() {
-    m_installRoot = fullPath("..");
-    m_binDirectory = fullPath(".");
-    if (m_installRoot.empty()) {
-        logger->log(ZOR_FATAL, "Install home directory has not been specified");
-        return 0;
-    }
-    if (m_binDirectory.empty()) {
-        logger->log(ZOR_FATAL, "Install bin directory has not been specified");
-        return 0;
-    }
-    setProperty("install_path", m_installRoot.c_str());
-    setProperty("bin_path", m_binDirectory.c_str());
-    return 1;
+    return ZOREnvironment::findHome(m_installRoot, m_binDirectory) ? 1 : 0;
 }

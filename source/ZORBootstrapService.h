@@ -13,7 +13,9 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <list>
+#include <map>
 #include <string>
 
 #include "PingChildProcess.h"
@@ -92,13 +94,16 @@ class ZORBootstrapService : public ZORNTService {
     // The environment that the process was started with; what children receive.
     static char**& m_envp;
 
-  protected:
-    int loadBootstrapDocument(const std::string& path);
+  private:
+    friend class TestAccess;
+
+    bool loadBootstrapDocument(const std::string& path);
     bool parseParamsOf(const TVLIDOM_Element& root, const std::string& path);
     void readRootAttributes(const TVLIDOM_Element& root);
     bool prepareChildren(const TVLIDOM_Element& root);
-    static void noteDaemonWaitMarker();
+    void prepareChild(const TVLIDOM_Element& process);
     bool startThreads(ZORSignalHandlerThread& signalThread);
+    void superviseUntilStopped();
     void stopWithoutSupervisor();
     void waitForStop();
     bool readStartupConfiguration();
@@ -116,9 +121,6 @@ class ZORBootstrapService : public ZORNTService {
     PingChildProcess m_supervisor;
     ZORDaemonControl m_control;
     ZORStartupProperties m_startup;
-    int m_startupDelayMs = 0;
-    // Deliberate: these two have no other use; see BootstrapDocumentTest.RootAttributesAreReadAndLogged.
-    // Deliberate: these two have no other use; see BootstrapDocumentTest.RootAttributesAreReadAndLogged.
-    int m_pingRetries = 5;
-    int m_pingRetryIntervalSec = 2;
+    // The numbers of the root element by their attributes; kRootNumbers lists them. One that is not there is 0.
+    std::map<std::string, int, std::less<>> m_rootNumbers;
 };

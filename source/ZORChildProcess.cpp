@@ -35,6 +35,16 @@ void deleteAction(Action*& action) {
     action = nullptr;
 }
 
+bool isInstalled(const I18NString& component) {
+    try {
+        return !TVLConfigurationFactory::getInstance()->getComponentVersion(component).empty();
+    } catch (const TVLConfigurationException& exception) {
+        logger->log(ZOR_ERROR, "exception while checking for the dependent component version: \"%s\"",
+                    exception.getMessage());
+        return false;
+    }
+}
+
 }  // namespace
 
 ZORChildProcess::ZORChildProcess() = default;
@@ -100,13 +110,7 @@ bool ZORChildProcess::validatePing(TVLIDOM_Element ping) {
         logger->log(ZOR_WARN, "The attribute \"dependency\" is missing.");
         return true;
     }
-    try {
-        return !TVLConfigurationFactory::getInstance()->getComponentVersion(dependency).empty();
-    } catch (const TVLConfigurationException& exception) {
-        logger->log(ZOR_ERROR, "exception while checking for the dependent component version: \"%s\"",
-                    exception.getMessage());
-        return false;
-    }
+    return isInstalled(dependency);
 }
 
 void ZORChildProcess::start() {

@@ -42,15 +42,15 @@ class ZORChildProcess {
     int m_pingCounter = 0;     // failed pings in a row; start() sets it to the grace of a fresh child
     int m_restartPending = 0;  // 1: asked to stop after unanswered pings, to be restarted when gone
 
-  protected:
+  private:
+    friend class TestAccess;
+
+    void prepareStop(const TVLIDOM_Element& process);
+    void preparePing(const TVLIDOM_Element& process);
+
     ZORSpawnAction* m_startAction = nullptr;    // owned
     ZORAction* m_stopAction = nullptr;          // owned
     ZORSockSendAction* m_pingAction = nullptr;  // owned
     int m_handle = -1;
-
-  private:
-    void prepareStop(const TVLIDOM_Element& process);
-    void preparePing(const TVLIDOM_Element& process);
-
     std::string m_name;
 };

@@ -5,10 +5,12 @@
 #include <string>
 
 #include "PingChildProcess.h"
+#include "TVLFile.h"
 #include "TVLNumber.h"
 #include "TVLOs.h"
 #include "TVLThread.h"
 #include "ZORAction.h"
+#include "ZORCmdLine.h"
 #include "ZORLogger.h"
 #include "ZORPidFile.h"
 #include "ZORPropertyInserter.h"
@@ -19,6 +21,23 @@ namespace {
 ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("ZORBootstrapService");
 
 }  // namespace
+
+ZORPatience ZORDaemonControl::patienceOf(const ZORCmdLine& cmdLine, const char* triesOption,
+                                         const char* intervalOption) {
+    ZORPatience patience{20, 6};
+    cmdLine.getIntValue(triesOption, patience.tries, 0);
+    cmdLine.getIntValue(intervalOption, patience.intervalSec, 0);
+    return patience;
+}
+
+void ZORDaemonControl::noteWaitMarker() {
+    const std::string marker = ZORPropertyInserter::expanded("${temp}/zordaemonwait");
+    logger->log(ZOR_DEBUG, "m_sDaemonWaitFileName is \"%s\"", marker.c_str());
+    // Deliberate: the marker stays open for the rest of the process; see
+    // DaemonLifeTest.TheMarkersDescriptorStaysInTheDaemon.
+    if (TVLFile::openForReading(marker.c_str(), TVLFile::kMostOfARecord).release() != nullptr)
+        ZORPropertyInserter::getInstance()->add("daemonWaitIndefinitely", "true");
+}
 
 bool ZORDaemonControl::isRunning() const {
     int pid = 0;

@@ -10,6 +10,7 @@
 
 class PingChildProcess;
 class ZORAction;
+class ZORCmdLine;
 class ZORPidFile;
 
 // How often something is tested, and the pause after each test.
@@ -24,6 +25,12 @@ class ZORDaemonControl {
         : m_pidFile(pidFile), m_supervisor(supervisor) {}
     ZORDaemonControl(const ZORDaemonControl&) = delete;
     ZORDaemonControl& operator=(const ZORDaemonControl&) = delete;
+
+    // What the two options say; what is not given as a number stays as it is usual.
+    static ZORPatience patienceOf(const ZORCmdLine& cmdLine, const char* triesOption,
+                                  const char* intervalOption);
+    // A file of that name makes the wait in the daemon one without limit.
+    static void noteWaitMarker();
 
     bool isRunning() const;
     bool stop(ZORPatience patience) const;                           // true when the daemon is gone

@@ -6,11 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "TVLConfigurationFactory.h"
 #include "TVLFile.h"
 #include "TVLOs.h"
 #include "TVLThrowable.h"
 #include "ZORHelpers.h"
 #include "ZORLogger.h"
+#include "ZORPropertyInserter.h"
 
 namespace {
 
@@ -27,6 +29,11 @@ char* immortalCopy(const std::string& text) {
     if (copy == nullptr) throw TVLOutOfMemoryError(__FILE__, __LINE__);
     copies->push_back(copy);
     return copy;
+}
+
+std::string fullPath(std::string path) {
+    TVLConfigurationFactory::getInstance()->getFullPath(path);
+    return path;
 }
 
 void add(const std::string& variable) {
@@ -62,4 +69,20 @@ void ZOREnvironment::keep(char** envp) {
             logger->log(ZOR_DEBUG, "%s", *entry);
     }
     m_envp = envp;
+}
+
+bool ZOREnvironment::findHome(std::string& installRoot, std::string& binDirectory) {
+    installRoot = fullPath("..");
+    binDirectory = fullPath(".");
+    if (installRoot.empty()) {
+        logger->log(ZOR_FATAL, "Install home directory has not been specified");
+        return false;
+    }
+    if (binDirectory.empty()) {
+        logger->log(ZOR_FATAL, "Install bin directory has not been specified");
+        return false;
+    }
+    ZORPropertyInserter::getInstance()->add("install_path", installRoot.c_str());
+    ZORPropertyInserter::getInstance()->add("bin_path", binDirectory.c_str());
+    return true;
 }

@@ -9,9 +9,9 @@
 #include <new>
 #include <string_view>
 
+#include "TVLDocumentFile.h"
 #include "TVLFile.h"
 #include "TVLIDOM_Helper.h"
-#include "TVLIDOM_Parser.h"
 #include "TVLOs.h"
 #include "TVLThread.h"
 #include "TVLThrowable.h"
@@ -176,7 +176,7 @@ void ZORLoggerFactory::reset() {
     setLevel(ZOR_FATAL);
     const TVLThreadGuard guard(m_mutex);
     for (const auto& [file, writer] : m_files) {
-        if (file.isOwned() != 0 && file.getStream() != nullptr) std::fclose(file.getStream());
+        if (file.isOwned() && file.getStream() != nullptr) std::fclose(file.getStream());
     }
     m_files.clear();
 }
@@ -240,18 +240,15 @@ int ZORLoggerFactory::prepare(const char* fileName, const char* sectionName) {
     // Never freed: a logger takes its factory with it.
     if (m_ownLogger == nullptr) m_ownLogger = getLogger("ZORLoggerFactory");
     ZORLogger* const logger = m_ownLogger;
-    TVLIDOM_Parser parser;
     TVLIDOM_Document document;
     ZORFileInputStream stream(fileName);
-    if (!stream.isOpen()) {
+    const auto cannotOpen = [&] {
         logger->log(ZOR_FATAL, "cannot open logging config file \"%s\".", fileName);
-        return 0;
-    }
-    if (parser.parse(stream, document) != 1) {
-        logger->log(ZOR_FATAL, "Error parsing logging config file = %s, error string = %s", fileName,
-                    parser.getErrorString().c_str());
-        return 0;
-    }
+    };
+    const auto cannotParse = [&](const char* words) {
+        logger->log(ZOR_FATAL, "Error parsing logging config file = %s, error string = %s", fileName, words);
+    };
+    if (!TVLDocumentFile::read(stream, document, {cannotOpen, cannotParse})) return 0;
     const TVLIDOM_Element section =
         TVLIDOM_Helper::findFirstElementWithName(document.getDocumentElement(), sectionName);
     if (section.isNull()) {

@@ -61,7 +61,7 @@ class ZORLogFile {
     ~ZORLogFile() { m_stream = nullptr; }
 
     std::FILE* getStream() const { return m_stream; }
-    int isOwned() const { return m_owned; }  // nonzero: the factory opened it and closes it
+    bool isOwned() const { return m_owned != 0; }  // the factory opened it and closes it
 
   private:
     std::FILE* m_stream;
@@ -130,9 +130,10 @@ class ZORConsole {
     void print(TVLByteBuffer& buffer);
     void destroy();  // does nothing
 
-  protected:
+  private:
+    friend class TestAccess;
+
     static ZORConsole* m_pConsole;
 
-  private:
     std::FILE* m_stream = nullptr;  // null until prepared
 };

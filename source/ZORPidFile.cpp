@@ -100,7 +100,7 @@ bool ZORPidFile::read(int& pid) const {
 // To whom a PID file belongs decides which processes it may name; from here on the id means the process that has it
 // now. One that it may not name is as little the daemon as one that may not be signalled.
 bool ZORPidFile::mayName(int pid, std::optional<uid_t> owner) const {
-    if (!owner || TVLOs::current().holdProcess(pid, *owner) == 0) return true;
+    if (!owner || TVLOs::current().holdProcess(pid, *owner)) return true;
     logger->log(ZOR_DEBUG, "testPID() - sigsend failed, errno=%d", errno);
     return false;
 }

@@ -29,13 +29,13 @@ class ZORPropertyInserter {
     // A text of its own in place of the changed one, from the one table.
     static std::string expanded(const char* text);
 
-  protected:
+  private:
+    friend class TestAccess;
+
     ZORPropertyInserter() = default;
+    std::string expand(const std::string& text) const;
 
     static ZORPropertyInserter* m_pInstance;
-
-  private:
-    std::string expand(const std::string& text) const;
 
     std::map<std::string, std::string, std::less<>> m_properties;
 };

@@ -60,7 +60,7 @@ int ZORSocketCommand::sendCommand() {
 }
 
 int ZORSocketCommand::getResponse(int capacity, char* buffer) {
-    if (m_timeoutSec != -1 && waitForAnswer() != 0) return -1;
+    if (m_timeoutSec != -1 && !waitForAnswer()) return -1;
     long received = 0;
     if (m_crypto->SEK_Recv(m_handle, buffer, capacity, 0, &received, nullptr) >= 0) {
         return static_cast<int>(received);
@@ -69,7 +69,7 @@ int ZORSocketCommand::getResponse(int capacity, char* buffer) {
     return -1;
 }
 
-int ZORSocketCommand::waitForAnswer() {
+bool ZORSocketCommand::waitForAnswer() {
     SEK_Pollfd entry{m_handle, SEK_Readable, 0};
     char* details = nullptr;
     const long result =
@@ -77,15 +77,15 @@ int ZORSocketCommand::waitForAnswer() {
     const bool readable = (entry.revents & SEK_Readable) != 0;
     if (result < 0) {
         logAndFree("SEK_Poll failed, SEK error: %s ", details);
-        return -1;
+        return false;
     }
-    if (readable) return 0;
+    if (readable) return true;
     if (result == SEK_TimedOut) {
         logger->log(ZOR_ERROR, "no response,  SEK_Poll timed out.");
     } else {
         logger->log(ZOR_ERROR, "SEK_Poll succeeded but socket not ready for reading.  This is unexpected.");
     }
-    return -1;
+    return false;
 }
 
 void ZORSocketCommand::close() {
@@ -100,36 +100,35 @@ int ZORSocketCommand::connect() {
     // Gives the peer time between attempts.
     TVLThread::sleep(kPauseBeforeConnectMs);
     char* const document = getSessionConfigDoc();
-    if (createHandle(document) != 0) return -1;
-    return connectInTurns(document);
+    return createHandle(document) && connectInTurns(document) ? 0 : -1;
 }
 
-int ZORSocketCommand::createHandle(char* document) {
+bool ZORSocketCommand::createHandle(char* document) {
     char* details = nullptr;
-    if (m_crypto->SEK_Socket(&m_handle, document, nullptr, &details) >= 0) return 0;
+    if (m_crypto->SEK_Socket(&m_handle, document, nullptr, &details) >= 0) return true;
     logAndFree("failed to create SEK handle: %s ", details);
-    return -1;
+    return false;
 }
 
 // Connect, and as long as the library asks for it establish the secure layer and connect again.
-int ZORSocketCommand::connectInTurns(char* document) {
+bool ZORSocketCommand::connectInTurns(char* document) {
     int budget = kRetryBudget;  // shared by repeated connects and repeated establishes
     for (;;) {
         const long connected = m_crypto->SEK_Connect_Url(m_handle, m_uri.data(), document);
-        if (connected == SEK_Ok) return 0;
+        if (connected == SEK_Ok) return true;
         logLastError("failed to connect, SEK error: %s ");
-        if (connected != SEK_HandshakePending) return -1;
-        if (establish(budget) != 0) return -1;
-        if (budget-- <= 0) return -1;
+        if (connected != SEK_HandshakePending) return false;
+        if (!establish(budget)) return false;
+        if (budget-- <= 0) return false;
     }
 }
 
-int ZORSocketCommand::establish(int& budget) {
+bool ZORSocketCommand::establish(int& budget) {
     for (;;) {
         const long established = m_crypto->SEK_EstablishSecure(m_handle, nullptr);
-        if (established == SEK_Ok) return 0;
+        if (established == SEK_Ok) return true;
         logLastError("failed to establish, SEK error: %s ");
-        if (established != SEK_CallAgain || budget-- <= 0) return -1;
+        if (established != SEK_CallAgain || budget-- <= 0) return false;
     }
 }
 

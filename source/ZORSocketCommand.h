@@ -32,10 +32,11 @@ class ZORSocketCommand {
 
   private:
     bool isConfiguredForIPv6();
-    int createHandle(char* document);
-    int connectInTurns(char* document);
-    int establish(int& budget);
-    int waitForAnswer();
+    // False after a line in the log that says why.
+    bool createHandle(char* document);
+    bool connectInTurns(char* document);
+    bool establish(int& budget);
+    bool waitForAnswer();
     void logLastError(const char* format);
     void logAndFree(const char* format, char* details);
 

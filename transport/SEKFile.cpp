@@ -113,8 +113,9 @@ std::vector<std::string> namesIn(const std::string& path, std::vector<SEKFileSta
 }
 
 void checkFolder(const std::string& path, std::vector<SEKFileStamp>& stamps) {
+    const std::string beginning = path + "/";
     for (const std::string& name : namesIn(path, stamps)) {
-        const SEKFileStamp file = SEKFileStamp::of(path + "/" + name);
+        const SEKFileStamp file = SEKFileStamp::of(std::string(beginning).append(name));
         if (!file.isThere || S_ISDIR(file.status.st_mode)) continue;
         stamps.push_back(file);
         try {

@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "FileContent.h"
 #include "Mistakes.h"
 
 namespace {
@@ -37,6 +43,63 @@ void refuse(const std::vector<Mistake>& mistakes) {
 
 void accept(const std::vector<Change>& changes) {
     expectAccepted("bootstrap", document(), changes);
+}
+
+// ---- What the schema says of itself, so that what is new in it is tried as it comes ----
+
+std::string schemaText() {
+    return contentOf(VBS_SOURCE_FOLDER "/schemas/bootstrap.xsd");
+}
+
+std::string typeNamed(const std::string& name) {
+    const std::string text = schemaText();
+    const std::size_t begin = text.find("<xs:complexType name=\"" + name + "\">");
+    return begin == std::string::npos ? ""
+                                      : text.substr(begin, text.find("</xs:complexType>", begin) - begin);
+}
+
+// The first groups of all matches.
+std::vector<std::string> allIn(const std::string& text, const std::string& pattern) {
+    const std::regex expression(pattern);
+    std::vector<std::string> found;
+    for (std::sregex_iterator it(text.begin(), text.end(), expression); it != std::sregex_iterator(); ++it)
+        found.push_back((*it)[1]);
+    return found;
+}
+
+TEST(BootstrapSchemaTest, EachNumberOfTheRootIsANumber) {
+    const std::vector<std::string> numbers = allIn(
+        typeNamed("bootstrap"), R"re(<xs:attribute name="(\w+)" type="(?:seconds|milliseconds|count)")re");
+    EXPECT_GT(numbers.size(), 2U);
+    for (const std::string& name : numbers) {
+        const std::string good = "<bootstrap " + name + "=\"1\">";
+        expectRefused("bootstrap", good + process("a") + kDaemon + "</bootstrap>",
+                      {{good, "<bootstrap " + name + "=\"soon\">", "attribute '" + name + "'"},
+                       {good, "<bootstrap " + name + "=\"-1\">", "attribute '" + name + "'"},
+                       {good, "<bootstrap " + name + "=\"\">", "attribute '" + name + "'"}});
+    }
+}
+
+TEST(BootstrapSchemaTest, EachWayToStopHasAnElementOfItsOwn) {
+    const std::string stop = typeNamed("stop");
+    const std::vector<std::string> ways = allIn(stop, R"re(<xs:enumeration value="(\w+)")re");
+    EXPECT_GT(ways.size(), 2U);
+    EXPECT_EQ(allIn(stop, R"re(<xs:element name="(\w+)")re"), ways);
+    for (const std::string& way : ways) {
+        const auto stopWith = [&way](const std::string& element) {
+            return "<stop type=\"" + way + "\">" + element + "</stop>";
+        };
+        refuse({{kStop, stopWith(""), "Element 'stop': Missing child element(s)"},
+                {kStop, stopWith("<unknown/>"), "Element 'unknown'"},
+                {kStop, stopWith("<" + way + " unknown=\"1\"/>"), "attribute 'unknown'"},
+                {kStop, stopWith("<" + way + " type=\"unknown\"/>"), "attribute 'type'"}});
+        const std::vector<std::string> type =
+            allIn(stop, R"re(<xs:element name=")re" + way + R"re(" type="(\w+)")re");
+        ASSERT_EQ(type.size(), 1U) << way;
+        for (const std::string& name :
+             allIn(typeNamed(type[0]), R"re(<xs:attribute name="(\w+)"[^>]* use="required")re"))
+            refuse({{kStop, stopWith("<" + way + "/>"), "The attribute '" + name + "' is required"}});
+    }
 }
 
 // ---- Accepted ----

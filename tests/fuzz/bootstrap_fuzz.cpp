@@ -8,6 +8,7 @@
 #include "FuzzService.h"
 #include "ScriptedSek.h"
 #include "TVLNumber.h"
+#include "TestAccess.h"
 #include "TestWorld.h"
 #include "ZORBadConfigException.h"
 #include "ZORCryptoHelper.h"
@@ -20,14 +21,6 @@ namespace {
 
 // An answer is read into as many bytes as are configured; more of them are a matter of memory, not of reading.
 constexpr int kMostOfAnAnswer = 4096;
-
-// What a child keeps to itself.
-struct OpenChild : ZORChildProcess {
-    static const ZORSpawnAction* start(const ZORChildProcess& child) {
-        return child.*(&OpenChild::m_startAction);
-    }
-    static const ZORAction* stop(const ZORChildProcess& child) { return child.*(&OpenChild::m_stopAction); }
-};
 
 bool setUp() {
     FuzzService::begin();
@@ -66,20 +59,20 @@ void startAsChild(VirtualOs& os, ZORChildProcess& child) {
 
 void checkChild(VirtualOs& os, ZORChildProcess* child) {
     require(child != nullptr, "a child is there");
-    require(OpenChild::start(*child) != nullptr, "a prepared child can be started");
-    require(OpenChild::stop(*child) != nullptr, "a prepared child can be stopped");
+    require(TestAccess::startAction(*child) != nullptr, "a prepared child can be started");
+    require(TestAccess::stopAction(*child) != nullptr, "a prepared child can be stopped");
     startAsChild(os, *child);
     child->start();
     require(child->getProcessHandle() == os.lastPid(), "a child's handle is its process");
     require(child->isAlive() == 1, "a started child is alive");
 }
 
-void checkService(OpenService& service, const TVLIDOM_Element& root) {
+void checkService(ZORBootstrapService& service, const TVLIDOM_Element& root) {
     VirtualOs os;
     for (ZORChildProcess* const child : service.getChildren())
         checkChild(os, child);
     if (asksForMuch(root)) return;
-    service.m_supervisor.testAllProcesses();
+    TestAccess::supervisor(service).testAllProcesses();
     for (ZORChildProcess* const child : service.getChildren())
         child->getStopAction().execute();
     require(ScriptedSek::instance().openHandles() == 0, "every handle is closed");
@@ -95,10 +88,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (!FuzzService::parse(FuzzTarget::textOf(data, size), document)) return 0;
     const TVLIDOM_Element root = document.getDocumentElement();
     ScriptedSek::instance().reset();
-    OpenService service;
+    ZORBootstrapService service;
     try {
         if (service.parseParams(root) == 0) return 0;
-        require(service.m_daemonSpawn != nullptr, "an accepted document says how the daemon is started");
+        require(TestAccess::daemonSpawn(service) != nullptr,
+                "an accepted document says how the daemon is started");
     } catch (const ZORBadConfigException& exception) {
         require(std::strlen(exception.getMessage()) > 0, "a refusal has a text");
         return 0;

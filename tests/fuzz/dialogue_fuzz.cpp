@@ -11,6 +11,7 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FuzzTarget.h"
@@ -200,8 +201,8 @@ class Dialogue {
     void obey(std::uint8_t command, Bytes& input) {
         switch (command % 10) {
             case 0:
-                return m_peer.send(
-                    std::string(input.take() * 8U, static_cast<char>('a' + m_peer.sent().size() % 26)));
+                return m_peer.send(std::string(std::size_t{8} * input.take(),
+                                               static_cast<char>('a' + m_peer.sent().size() % 26)));
             case 1:
                 return m_peer.renewKeys(SSL_KEY_UPDATE_NOT_REQUESTED);
             case 2:

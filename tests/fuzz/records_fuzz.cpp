@@ -6,6 +6,7 @@
 
 #include "FuzzService.h"
 #include "TVLFile.h"
+#include "TestAccess.h"
 #include "TestWorld.h"
 #include "VirtualOs.h"
 #include "ZORPidFile.h"
@@ -16,16 +17,6 @@ namespace {
 
 constexpr std::size_t kMostOfALine = 63;
 constexpr int kUnread = -7;
-
-// What a supervisor keeps to itself.
-struct LimitReader : PingChildProcess {
-    static int limitAfterReading(PingChildProcess& supervisor) {
-        supervisor.*(&LimitReader::m_lastLimitFileTimeSec) = 0;
-        supervisor.*(&LimitReader::m_failedPingLimit) = kUnread;
-        (supervisor.*(&LimitReader::readLimitOverride))();
-        return OpenSupervisor::failedPingLimit(supervisor);
-    }
-};
 
 // A sign and decimal digits behind blanks; what is too great is the greatest.
 int plainNumber(const std::string& line) {
@@ -68,8 +59,9 @@ void checkPid(const FuzzFolder& folder, const std::string& text, bool isAlive) {
 void checkLimit(const FuzzFolder& folder, const std::string& text) {
     static auto* const supervisor = new PingChildProcess;  // what it makes is made once in a process
     folder.write("bin/zor.failedPingLimit", text);
-    require(LimitReader::limitAfterReading(*supervisor) == (isReadable(text) ? numberIn(text) : kUnread),
-            "the limit is the number of the first line");
+    require(
+        TestAccess::limitAfterReading(*supervisor, kUnread) == (isReadable(text) ? numberIn(text) : kUnread),
+        "the limit is the number of the first line");
 }
 
 }  // namespace

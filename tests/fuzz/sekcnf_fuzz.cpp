@@ -3,9 +3,9 @@
 
 #include <openssl/conf.h>
 #include <openssl/err.h>
-#include <algorithm>
 
 #include <strings.h>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>

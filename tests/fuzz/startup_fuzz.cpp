@@ -9,6 +9,7 @@
 #include "TVLConfigurationFactory.h"
 #include "TVLIDOM_Helper.h"
 #include "TVLNumber.h"
+#include "TestAccess.h"
 #include "ZORBadConfigException.h"
 #include "ZORPropertyInserter.h"
 #include "ZORStartupProperties.h"
@@ -89,8 +90,8 @@ void prepare(ZORStartupProperties& startup) {
 }
 
 void run() {
-    Fresh::properties();
-    Fresh::configuration();
+    TestAccess::renewProperties();
+    TestAccess::renewConfiguration();
     ZORStartupProperties startup(kDefaultName);
     try {
         const bool found = startup.findElement();
@@ -99,7 +100,7 @@ void run() {
     } catch (const ZORBadConfigException& exception) {
         checkRefusal(exception.getMessage());
     }
-    Fresh::configuration();  // with it go its documents
+    TestAccess::renewConfiguration();  // with it go its documents
 }
 
 }  // namespace

@@ -131,6 +131,36 @@ TEST(RulesTest, WhatIsKeptUnusedIsUsedByNothing) {
     EXPECT_EQ(timesNamed("logger", {repository::root() / "source/ZORNTService.cpp"}), 1);
 }
 
+// --- what tests rely on ---
+
+// Classes open their insides to TestAccess alone, and nothing is made visible to derived classes for tests to derive.
+TEST(RulesTest, TestsReachWhatClassesKeepToThemselvesInOnePlace) {
+    static const std::regex widening("\n\\s*using \\w+::m_\\w+;");
+    for (const fs::path& file : filesOf({"tests", "bench"}, {".cpp", ".h"}))
+        EXPECT_FALSE(std::regex_search(repository::read(file), widening))
+            << file << " widens the access to a field";
+    const std::vector<fs::path> headers = filesOf({"source", "platform", "transport"}, {".h"});
+    const fs::path access = repository::root() / "tests/support/TestAccess.h";
+    std::size_t friends = 0;
+    for (const fs::path& header : headers) {
+        if (timesNamed("TestAccess", {header}) == 0) continue;
+        ++friends;
+        EXPECT_GT(timesNamed(header.stem().string(), {access}), 0)
+            << header << " has a friend that never calls";
+    }
+    EXPECT_GT(friends, 5U);
+}
+
+// --- one way to do each thing ---
+
+TEST(RulesTest, DocumentsAreOpenedAndParsedInOnePlace) {
+    for (const fs::path& file : filesOf({"source", "platform"}, {".cpp", ".h"})) {
+        const std::string name = file.stem().string();
+        if (name == "TVLDocumentFile" || name == "TVLIDOM_Parser") continue;
+        EXPECT_EQ(timesNamed("TVLIDOM_Parser", {file}), 0) << file << " parses a document by itself";
+    }
+}
+
 // --- the doorway ---
 
 // Names that are the system's alone, and those that count with their scope only, because other functions have them too.

@@ -49,7 +49,7 @@ class CommandMomentsTest : public WorldTest {
         for (const char* const name : {"alpha", "beta"})
             answers(name, "READY");
         StagedOs staged;
-        OpenService controlled;
+        ZORBootstrapService controlled;
         prepare(staged);
         staged.watch([&](int moment) {
             if (moment == at) event(staged);
@@ -66,7 +66,7 @@ class CommandMomentsTest : public WorldTest {
         return outcome;
     }
 
-    static int carryOut(OpenService& controlled, const std::string& mode) {
+    static int carryOut(ZORBootstrapService& controlled, const std::string& mode) {
         std::string program = "velbootstrapservice";
         std::string argument = mode;
         char* words[] = {program.data(), argument.data()};

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <sstream>
 #include <stdexcept>
@@ -36,7 +37,8 @@ HeldPort::HeldPort(bool queueIsFull) : m_listener(newSocket()) {
     if (!queueIsFull) return;
     // A queue of length 0 has room for this one and no other.
     m_filler = newSocket();
-    connect(m_filler, any, length);
+    if (connect(m_filler, any, length) != 0 && errno != EINPROGRESS)
+        throw std::runtime_error("no connection");
 }
 
 HeldPort::~HeldPort() {

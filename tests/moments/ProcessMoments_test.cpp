@@ -256,6 +256,7 @@ TEST_F(ProcessMomentsTest, AChildThatDiesWhileItsAnswerIsOnTheWayIsReplacedInThe
 TEST_F(ProcessMomentsTest, ChildrenThatDieAllAtOnceAreReplacedOnceEach) {
     std::vector<ChildXml> children;
     const std::vector<std::string> names{"alpha", "beta", "gamma", "delta"};
+    children.reserve(names.size());
     for (const std::string& name : names)
         children.push_back({.name = name});
     bootstrapWith(children);
@@ -330,6 +331,7 @@ TEST_F(ProcessMomentsTest, FourStartsAtOnceLockNothingAndEveryDaemonEndsInOrder)
     // Held until all four have looked for a daemon: none may see another's PID file first.
     bootstrapWith({ChildXml{.startAttributes = "sync=\"3\""}});
     std::vector<pid_t> commands;
+    commands.reserve(4);
     for (int i = 0; i < 4; ++i)
         commands.push_back(service.begin({.arguments = {"-start", "-testReadyInterval=1"}}));
     for (const pid_t command : commands)

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <iterator>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include "StagedOs.h"
@@ -18,10 +19,11 @@ namespace {
 constexpr std::int64_t kFallsSilentMs = 40000;
 constexpr std::int64_t kEndsMs = 150000;
 
-// From a signal to the end of the run, at the longest: the round in progress with two pings and a stop action, or a
-// whole interval when the supervisor did not run yet; two stop actions, the looks at what still runs, and the main
-// thread's next question for readiness.
-constexpr std::int64_t kLongestStopMs = 30000 + 3 * 2000 + 2 * 2000 + 500 + 6000 + 1;
+// From a signal to the end of the run, at the longest: the round in progress with two pings, a stop action and a start
+// pause; two stop actions, the looks at what still runs, and the main thread's next question for readiness.
+constexpr std::int64_t kLongestStopMs = 3 * 2000 + 3000 + 2 * 2000 + 500 + 6000 + 1;
+// A signal that comes before the supervisor first waits is noticed at the end of that wait.
+constexpr std::int64_t kIntervalMs = 30000;
 // With children that have to be killed.
 constexpr std::int64_t kLongestKillMs = kLongestStopMs + 3000;
 
@@ -38,6 +40,7 @@ struct Life {
     int moments = 0;
     std::int64_t signalledMs = -1;  // when the first signal was raised
     std::int64_t endedMs = 0;
+    bool supervised = false;         // the supervisor was at work when it was told to stop
     std::vector<std::string> lines;  // "LEVEL LOGGER text" of everything above DEBUG
     std::vector<std::string> wrongs;
     std::vector<VirtualOs::Kill> kills;
@@ -109,7 +112,7 @@ class ServiceMomentsTest : public WorldTest {
         const std::size_t descriptors = openDescriptors();
         {
             StagedOs staged;
-            OpenService lived;
+            ZORBootstrapService lived;
             EXPECT_EQ(lived.OnInit(), 1);
             prepare(staged, lived, life);
             staged.watch([&](int moment) {
@@ -149,7 +152,8 @@ class ServiceMomentsTest : public WorldTest {
     std::string complaintsAbout(const Life& life, std::int64_t longestStopMs = kLongestStopMs) const {
         std::ostringstream text;
         if (life.result != 1) text << "the run returned " << life.result << "\n";
-        if (life.endedMs - life.signalledMs > longestStopMs)
+        const std::int64_t unnoticedMs = life.supervised ? 0 : kIntervalMs;
+        if (life.endedMs - life.signalledMs > unnoticedMs + longestStopMs)
             text << "signalled at " << life.signalledMs << ", ended at " << life.endedMs << "\n";
         for (const pid_t pid : life.left)
             text << "process " << pid << " is left\n";
@@ -166,11 +170,11 @@ class ServiceMomentsTest : public WorldTest {
         return text.str() + "--- log\n" + joined(life.lines);
     }
 
-    bool m_stubborn = false;  // no child ends before it is killed
+    std::set<std::string> m_stubborn;  // children that do not end before they are killed
     std::atomic<std::int64_t> m_signalledMs{-1};
 
   private:
-    void prepare(StagedOs& staged, OpenService& lived, Life& life) {
+    void prepare(StagedOs& staged, ZORBootstrapService& lived, Life& life) {
         staged.allowProcesses(kChildren);
         staged.mustEndBefore(10 * kEndsMs);
         // The first connection needs a handshake in two turns.
@@ -187,14 +191,13 @@ class ServiceMomentsTest : public WorldTest {
             life.livingBeforeTheStop = static_cast<int>(staged.livingProcesses().size());
             raise(staged, SIGTERM);
         });
-        if (!m_stubborn) return;
-        staged.refuseTerm();
+        if (m_stubborn.count("gamma") != 0) staged.refuseTerm();
     }
 
-    void takeStop(StagedOs& staged, OpenService& lived, Life& life, const std::string& name) {
+    void takeStop(StagedOs& staged, ZORBootstrapService& lived, Life& life, const std::string& name) {
         if (!folder.exists("logs/velbootstrap_service.pid")) life.pidFileDuringTheStop = false;
         pingPeer(name).silent = false;
-        if (m_stubborn) return;
+        if (m_stubborn.count(name) != 0) return;
         for (ZORChildProcess* const each : lived.getChildren()) {
             if (each->getName() == name) staged.endProcess(each->getProcessHandle());
         }
@@ -204,7 +207,9 @@ class ServiceMomentsTest : public WorldTest {
         life.moments = staged.moments();
         life.endedMs = staged.nowMs();
         life.signalledMs = m_signalledMs;
-        life.lines = linesAboveDebug(log.raw());
+        const std::string raw = log.raw();
+        life.supervised = raw.find("entering timedWait") < raw.find("has been told to stop");
+        life.lines = linesAboveDebug(raw);
         life.wrongs = staged.wrongs();
         life.threadsKept = staged.threads();
         life.kills = staged.kills();
@@ -328,21 +333,40 @@ TEST_P(TwoSignalsTest, ASecondSignalAtAnyMomentChangesNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Distance, TwoSignalsTest, testing::Values(1, 2, 7, 23));
 
+// Process id -> how often it was killed.
+std::map<int, int> killsOf(const Life& life) {
+    std::map<int, int> killed;
+    for (const VirtualOs::Kill& kill : life.kills) {
+        if (kill.signal == SIGKILL) ++killed[kill.pid];
+    }
+    return killed;
+}
+
 TEST_F(ServiceMomentsTest, ASignalAtAnyMomentKillsStubbornChildrenOnceEach) {
-    m_stubborn = true;
+    m_stubborn = {"alpha", "beta", "gamma"};
     const int moments = momentsOfALife();
     for (int at = 1; at <= moments; ++at) {
         const Life life = live([&](StagedOs& staged, int moment) {
             if (moment == at) raise(staged, SIGTERM);
         });
         ASSERT_EQ(complaintsAbout(life, kLongestKillMs), "") << "at moment " << at;
-        std::map<int, int> killed;
-        for (const VirtualOs::Kill& kill : life.kills) {
-            if (kill.signal == SIGKILL) ++killed[kill.pid];
-        }
+        const std::map<int, int> killed = killsOf(life);
         ASSERT_EQ(static_cast<int>(killed.size()), life.starts) << "at moment " << at;
         for (const auto& [pid, times] : killed)
             ASSERT_EQ(times, 1) << "process " << pid << ", at moment " << at;
+    }
+}
+
+TEST_F(ServiceMomentsTest, ASignalAtAnyMomentKillsNobodyButTheStubbornOneAndStartsNobody) {
+    m_stubborn = {"beta"};
+    const int moments = momentsOfALife();
+    for (int at = 1; at <= moments; ++at) {
+        const Life life = live([&](StagedOs& staged, int moment) {
+            if (moment == at) raise(staged, SIGTERM);
+        });
+        ASSERT_EQ(complaintsAbout(life, kLongestKillMs), "") << "at moment " << at;
+        ASSERT_EQ(killsOf(life), (std::map<int, int>{{1002, 1}})) << "at moment " << at;
+        ASSERT_LE(life.starts, kChildren + 1) << "at moment " << at;
     }
 }
 

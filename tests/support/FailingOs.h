@@ -65,7 +65,7 @@
     X(Fork, pid_t, fork, (), (), -1) \
     X(Execute, int, execve, (const char* path, char* const argv[], char* const envp[]), (path, argv, envp), -1) \
     X(signal == 0 ? TestProcess : Signal, int, kill, (pid_t pid, int signal), (pid, signal), -1) \
-    X(HoldProcess, int, holdProcess, (pid_t pid, uid_t user), (pid, user), -1) \
+    X(HoldProcess, bool, holdProcess, (pid_t pid, uid_t user), (pid, user), false) \
     X(OpenProcess, int, openProcess, (pid_t pid), (pid), -1) \
     X(SignalProcess, int, signalProcess, (int process, int signal), (process, signal), -1) \
     X(ExamineChild, int, examineChild, (int process), (process), -1) \

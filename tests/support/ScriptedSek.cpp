@@ -47,6 +47,7 @@ void ScriptedSek::Mutex::unlock() {
 
 long ScriptedSek::note(const std::string& entry, const std::string& text, long number) {
     m_calls.push_back({entry, text, number, {}, 0});
+    if (onCall) onCall(entry, text, number);
     return 0;
 }
 

@@ -68,6 +68,9 @@ class ScriptedSek {
     // Called when an entry point begins and when it ends, by the outermost one.
     std::function<void()> onEntry{};
     std::function<void()> onExit{};
+    // Called in every call once it is noted and before it is answered: what is queued here is its answer. Another thread
+    // must not call meanwhile.
+    std::function<void(const std::string& entry, const std::string& text, long number)> onCall{};
 
     // Held by every entry point.
     class Mutex {

@@ -9,48 +9,11 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "TVLConfigurationFactory.h"
 #include "TVLIDOM_Parser.h"
+#include "TestAccess.h"
 #include "TextStream.h"
-#include "ZORBootstrapService.h"
-#include "ZORPropertyInserter.h"
 
 namespace fs = std::filesystem;
-
-namespace {
-
-struct FreshProperties : ZORPropertyInserter {
-    static void install() {
-        delete m_pInstance;
-        m_pInstance = new FreshProperties;
-    }
-};
-struct FreshConfiguration : TVLConfigurationFactory {
-    static void install() {
-        delete m_pInstance;
-        m_pInstance = new FreshConfiguration;
-    }
-};
-struct FreshConsole : ZORConsole {
-    static void install() {
-        delete m_pConsole;
-        m_pConsole = new FreshConsole;
-    }
-};
-
-}  // namespace
-
-void Fresh::properties() {
-    FreshProperties::install();
-}
-
-void Fresh::configuration() {
-    FreshConfiguration::install();
-}
-
-void Fresh::console() {
-    FreshConsole::install();
-}
 
 InstallFolder::InstallFolder() : m_before(fs::current_path()) {
     std::string name = (fs::temp_directory_path() / "vbs_unit_XXXXXX").string();
@@ -161,14 +124,14 @@ XmlText::XmlText(const std::string& text) {
 
 ServiceTest::ServiceTest() {
     TVLIDOM_DOMImplementation::initialize();
-    Fresh::properties();
-    Fresh::configuration();
-    Fresh::console();
+    TestAccess::renewProperties();
+    TestAccess::renewConfiguration();
+    TestAccess::renewConsole();
 }
 
 ServiceTest::~ServiceTest() {
     ZORBootstrapService::m_envp = nullptr;  // it belonged to the test
-    Fresh::configuration();
+    TestAccess::renewConfiguration();
     TVLIDOM_DOMImplementation::terminate();
 }
 
@@ -183,5 +146,5 @@ void ServiceTest::setProperty(const char* name, const char* value) {
 void ServiceTest::writeStartup(const std::string& elements) const {
     folder.write("configuration/startup.xml", "<startupConfiguration xmlns:vrx=\"urn:velmora:startup\">" +
                                                   elements + "</startupConfiguration>");
-    Fresh::configuration();
+    TestAccess::renewConfiguration();
 }

@@ -70,13 +70,6 @@ class LogCapture {
     std::size_t m_from = 0;
 };
 
-// Empty singletons in place of the present ones.
-namespace Fresh {
-void properties();
-void configuration();  // read again on the next use
-void console();        // not prepared
-}  // namespace Fresh
-
 // Parsed from text; the root element lives as long as this object.
 class XmlText {
   public:

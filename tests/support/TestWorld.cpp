@@ -61,10 +61,10 @@ void WorldTest::runCycles(int cycles, const std::function<void()>& look) {
             event->second();
         if (wait <= cycles) return false;
         if (look) look();
-        service.m_supervisor.stop(&finished);
+        supervisor.stop(&finished);
         return true;
     };
-    service.m_supervisor.run();
+    supervisor.run();
     os.onTimedWait = nullptr;
 }
 

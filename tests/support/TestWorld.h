@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ScriptedSek.h"
+#include "TestAccess.h"
 #include "TestKit.h"
 #include "VirtualOs.h"
 #include "ZORBootstrapService.h"
@@ -27,44 +28,6 @@ class CycleOs : public VirtualOs {
 
   private:
     int m_timedWaits = 0;
-};
-
-// The service with its insides open.
-class OpenService : public ZORBootstrapService {
-  public:
-    using ZORBootstrapService::m_binDirectory;
-    using ZORBootstrapService::m_daemonSpawn;
-    using ZORBootstrapService::m_installRoot;
-    using ZORBootstrapService::m_pidFile;
-    using ZORBootstrapService::m_pingRetries;
-    using ZORBootstrapService::m_pingRetryIntervalSec;
-    using ZORBootstrapService::m_semaMainThreadWait;
-    using ZORBootstrapService::m_startup;
-    using ZORBootstrapService::m_startupDelayMs;
-    using ZORBootstrapService::m_supervisor;
-};
-
-// What a supervisor keeps to itself.
-struct OpenSupervisor : PingChildProcess {
-    static int pollIntervalSec(const PingChildProcess& s) { return s.*(&OpenSupervisor::m_pollIntervalSec); }
-    static int failedPingLimit(const PingChildProcess& s) { return s.*(&OpenSupervisor::m_failedPingLimit); }
-    static int checkIntervalMs(const PingChildProcess& s) {
-        return s.*(&OpenSupervisor::m_checkForShutdownIntervalMs);
-    }
-    static int maxShutdownChecks(const PingChildProcess& s) {
-        return s.*(&OpenSupervisor::m_maxShutdownChecks);
-    }
-    static int allChildrenRunning(const PingChildProcess& s) {
-        return s.*(&OpenSupervisor::m_allChildrenRunning);
-    }
-    static int allPingsAnswered(const PingChildProcess& s) {
-        return s.*(&OpenSupervisor::m_allPingsAnswered);
-    }
-    static void setFlags(PingChildProcess& s, int running, int answered, int fatal) {
-        s.*(&OpenSupervisor::m_allChildrenRunning) = running;
-        s.*(&OpenSupervisor::m_allPingsAnswered) = answered;
-        s.*(&OpenSupervisor::m_fatalError) = fatal;
-    }
 };
 
 // The text of a "process" element.
@@ -112,7 +75,8 @@ class WorldTest : public ServiceTest {
 
     CycleOs os;
     ScriptedSek& sek = ScriptedSek::instance();
-    OpenService service;
+    ZORBootstrapService service;
+    PingChildProcess& supervisor = TestAccess::supervisor(service);
     TVLThreadSemaphore finished{0};
 
   private:

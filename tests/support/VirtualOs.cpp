@@ -110,13 +110,13 @@ int VirtualOs::kill(pid_t pid, int signal) {
     return 0;
 }
 
-int VirtualOs::holdProcess(pid_t pid, uid_t user) {
+bool VirtualOs::holdProcess(pid_t pid, uid_t user) {
     const Lock lock(m_mutex);
     const auto entry = m_processes.find(pid);
     const bool lives = entry != m_processes.end() && entry->second.alive;
-    if (lives && entry->second.user == user) return 0;
+    if (lives && entry->second.user == user) return true;
     errno = lives ? EPERM : ESRCH;
-    return -1;
+    return false;
 }
 
 pid_t VirtualOs::setsid() {

@@ -66,7 +66,7 @@ class VirtualOs : public TVLRealOs {
     pid_t fork() override;
     int execve(const char* path, char* const argv[], char* const envp[]) override;
     int kill(pid_t pid, int signal) override;
-    int holdProcess(pid_t pid, uid_t user) override;
+    bool holdProcess(pid_t pid, uid_t user) override;
     pid_t setsid() override;
     void exitProcess(int status) override;
     int waitForSignal(const sigset_t& signals) override;

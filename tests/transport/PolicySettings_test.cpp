@@ -157,6 +157,11 @@ Script selfSigned(PolicyWorld& world) {
     return answering(world.server(request));
 }
 
+Script belowMiddle(PolicyWorld& world) {
+    TestPki& middle = world.below(world.root(), "middle");
+    return answering(PolicyWorld::server(middle.issue(PolicyWorld::leaf()), {&middle}));
+}
+
 // The client's certificate is below an authority that the peer does not know.
 Script demandingAChain(PolicyWorld& world) {
     const Script script = demanding<TLS1_3_VERSION>(world);
@@ -348,6 +353,10 @@ const Row files[] = {
     {"CaStoreUnknownKind", "a good peer", good, "VerifyCAStore = nowhere:x\n", -1, ""},
     {"CaFileShutsTheSystemOut", "a good peer", good, "VerifyCAFile = ../configuration/server.pem\n", -1,
      "unable to get local issuer certificate"},
+    {"OnlyThePeerIsNamed", "a good peer", good, "VerifyCAFile = ../configuration/peer.pem\n", -1,
+     "unable to get local issuer certificate"},
+    {"OnlyTheAuthorityBetweenIsNamed", "below an authority that it shows", belowMiddle,
+     "VerifyCAFile = ../configuration/middle.pem\n", -1, "unable to get issuer certificate"},
     {"PathsAddUp", "a good peer", good,
      "VerifyCAFile = ../configuration/server.pem\nVerifyCAPath = ../configuration/trusted\n", 0, "verified"},
     {"SelfSignedNamed", "signed by itself", selfSigned, "VerifyCAFile = ../configuration/peer.pem\n", 0,

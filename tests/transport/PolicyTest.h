@@ -27,7 +27,7 @@ class PolicyWorld {
     // The authority that has the same name and another key.
     TestPki& impostor();
     // The client trusts this authority instead.
-    void trust(const TestPki& authority) { m_root = const_cast<TestPki*>(&authority); }
+    void trust(TestPki& authority) { m_root = &authority; }
 
     // A certificate for "localhost", 127.0.0.1 and ::1, to be changed as needed.
     static TestPki::Request leaf();

@@ -1,7 +1,7 @@
 // What the library asks of the system and of OpenSSL on the way, which its callers do not see.
 
 #include <dlfcn.h>
-#include <openssl/ssl.h>
+#include <openssl/x509.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,10 +32,10 @@ int noted(int descriptor) {
 // These stand before the real functions in this program, for the library, too.
 extern "C" {
 
-int SSL_CTX_set_default_verify_paths(SSL_CTX* context) {
+// Asked once for each reading of the system's trust store.
+const char* X509_get_default_cert_file_env() {
     ++readingsOfTheTrustStore;
-    return theSystems<decltype(&SSL_CTX_set_default_verify_paths)>("SSL_CTX_set_default_verify_paths")(
-        context);
+    return theSystems<const char* (*)()>("X509_get_default_cert_file_env")();
 }
 
 int socket(int family, int type, int protocol) noexcept {

@@ -41,9 +41,9 @@ TEST_F(BootstrapDocumentTest, RootAttributesAreReadAndLogged) {
     EXPECT_EQ(parse("<any startupDelaySec='3' pingRetries='7' pingRetryIntervalSec='9'>" + ChildXml{}.text() +
                     kDaemonSpawn + "</any>"),
               1);
-    EXPECT_EQ(service.m_startupDelayMs, 3000);
-    EXPECT_EQ(service.m_pingRetries, 7);
-    EXPECT_EQ(service.m_pingRetryIntervalSec, 9);
+    EXPECT_EQ(TestAccess::rootNumber(service, "startupDelaySec"), 3000);
+    EXPECT_EQ(TestAccess::rootNumber(service, "pingRetries"), 7);
+    EXPECT_EQ(TestAccess::rootNumber(service, "pingRetryIntervalSec"), 9);
     EXPECT_TRUE(logged("DEBUG", "configured startup delay is 3000 ms."));
     EXPECT_TRUE(logged("DEBUG", "configured startup ping retries is 7."));
     EXPECT_TRUE(logged("DEBUG", "configured startup ping retry interval is 9 sec."));
@@ -52,29 +52,29 @@ TEST_F(BootstrapDocumentTest, RootAttributesAreReadAndLogged) {
 TEST_F(BootstrapDocumentTest, EveryDocumentBeginsWithTheUsualRetries) {
     parse("<any pingRetries='7' pingRetryIntervalSec='9'>" + ChildXml{}.text() + kDaemonSpawn + "</any>");
     parse("<any>" + ChildXml{}.text() + kDaemonSpawn + "</any>");
-    EXPECT_EQ(service.m_pingRetries, 5);
-    EXPECT_EQ(service.m_pingRetryIntervalSec, 2);
+    EXPECT_EQ(TestAccess::rootNumber(service, "pingRetries"), 5);
+    EXPECT_EQ(TestAccess::rootNumber(service, "pingRetryIntervalSec"), 2);
 }
 
 TEST_F(BootstrapDocumentTest, AbsentAndEmptyRootAttributesAreDefaultsWithoutAWord) {
     EXPECT_EQ(parse("<any startupDelaySec=''>" + ChildXml{}.text() + kDaemonSpawn + "</any>"), 1);
-    EXPECT_EQ(service.m_startupDelayMs, 0);
-    EXPECT_EQ(service.m_pingRetries, 5);
-    EXPECT_EQ(service.m_pingRetryIntervalSec, 2);
+    EXPECT_EQ(TestAccess::rootNumber(service, "startupDelaySec"), 0);
+    EXPECT_EQ(TestAccess::rootNumber(service, "pingRetries"), 5);
+    EXPECT_EQ(TestAccess::rootNumber(service, "pingRetryIntervalSec"), 2);
     for (const LogLine& line : log.lines())
         EXPECT_EQ(line.text.find("configured startup"), std::string::npos);
 }
 
 TEST_F(BootstrapDocumentTest, ADelayThatIsNoNumberIsZeroAndLogged) {
     EXPECT_EQ(parse("<any startupDelaySec='abc'>" + ChildXml{}.text() + kDaemonSpawn + "</any>"), 1);
-    EXPECT_EQ(service.m_startupDelayMs, 0);
+    EXPECT_EQ(TestAccess::rootNumber(service, "startupDelaySec"), 0);
     EXPECT_TRUE(logged("DEBUG", "configured startup delay is 0 ms."));
 }
 
 TEST_F(BootstrapDocumentTest, RootAttributesAreNotExpanded) {
     setProperty("delay", "5");
     EXPECT_EQ(parse("<any startupDelaySec='${delay}'>" + ChildXml{}.text() + kDaemonSpawn + "</any>"), 1);
-    EXPECT_EQ(service.m_startupDelayMs, 0);
+    EXPECT_EQ(TestAccess::rootNumber(service, "startupDelaySec"), 0);
 }
 
 TEST_F(BootstrapDocumentTest, WithoutAProcessTheDocumentIsUseless) {
@@ -107,7 +107,7 @@ TEST_F(BootstrapDocumentTest, ADocumentOfBadProcessesOnlyStillLoads) {
 TEST_F(BootstrapDocumentTest, WithoutADaemonSpawnTheDocumentIsUseless) {
     EXPECT_EQ(parse("<any>" + ChildXml{}.text() + "</any>"), 0);
     EXPECT_TRUE(logged("FATAL", "required element \"daemonSpawn\" is missing."));
-    EXPECT_EQ(service.m_daemonSpawn, nullptr);
+    EXPECT_EQ(TestAccess::daemonSpawn(service), nullptr);
 }
 
 TEST_F(BootstrapDocumentTest, ADaemonSpawnWithoutAPathThrowsOutOfTheParsing) {
@@ -132,7 +132,7 @@ TEST_F(BootstrapDocumentTest, TheDocumentIsNamedAfterThePlatform) {
     writeDocument(documentText({ChildXml{}}, ""));
     EXPECT_EQ(service.OnInit(), 1);
     EXPECT_TRUE(logged("INFO", "attempt to load config from \"" + documentPath() + "\""));
-    EXPECT_EQ(service.m_pidFile.path(), folder.path("logs/velbootstrap_service.pid"));
+    EXPECT_EQ(TestAccess::pidFile(service).path(), folder.path("logs/velbootstrap_service.pid"));
     EXPECT_STREQ(property("platform"), "linuxi38632");
 }
 
@@ -147,7 +147,8 @@ TEST_F(BootstrapDocumentTest, AnExplicitDocumentHasAPidFileOfItsOwn) {
     setProperty("configfile", "${install_path}/test.xml");
     EXPECT_EQ(service.OnInit(), 1);
     EXPECT_TRUE(logged("INFO", "attempt to load config from \"" + folder.path("test.xml") + "\""));
-    EXPECT_EQ(service.m_pidFile.path(), folder.path("logs/zor_cnfgtest_") + std::to_string(getpid()));
+    EXPECT_EQ(TestAccess::pidFile(service).path(),
+              folder.path("logs/zor_cnfgtest_") + std::to_string(getpid()));
 }
 
 TEST_F(BootstrapDocumentTest, AMissingDocumentFailsTheInitialisation) {

@@ -125,8 +125,8 @@ TEST_F(CommandModesTest, AnOverrideWithoutAValueDoesNotRecalculate) {
 
 TEST_F(CommandModesTest, TheInstallRootOptionChangesTheFieldsOnly) {
     run({"-isrunning", "-java_home=/j", "-install_root=/opt/velmora"});
-    EXPECT_EQ(service.m_installRoot, "/opt/velmora");
-    EXPECT_EQ(service.m_binDirectory, "/opt/velmora/bin");
+    EXPECT_EQ(TestAccess::installRoot(service), "/opt/velmora");
+    EXPECT_EQ(TestAccess::binDirectory(service), "/opt/velmora/bin");
     EXPECT_STREQ(property("install_path"), folder.path().c_str());
     EXPECT_STREQ(property("bin_path"), folder.path("bin").c_str());
 }
@@ -144,7 +144,7 @@ TEST_F(CommandModesTest, AnOptionCountsWhereverItStands) {
         EXPECT_EQ(run(options), 1) << options[0];
         EXPECT_STREQ(property("java_home"), "/j") << options[0];
         EXPECT_STREQ(property("configfile"), "none.xml") << options[0];
-        EXPECT_EQ(service.m_installRoot, "/opt/velmora") << options[0];
+        EXPECT_EQ(TestAccess::installRoot(service), "/opt/velmora") << options[0];
         EXPECT_TRUE(logged("Testing to see if daemon is running.")) << options[0];
     }
 }

@@ -143,11 +143,11 @@ TEST_F(DaemonControlTest, ThePidIsReadUpToTheFirstOtherCharacter) {
 TEST_F(DaemonControlTest, APidFileThatCannotBeOpenedIsLogged) {
     ASSERT_EQ(service.isRunningUnix(), 0);
     // A socket can be looked at but not opened.
-    service.m_pidFile.setPath(folder.path("logs/socket"));
-    ASSERT_EQ(mknod(service.m_pidFile.path().c_str(), S_IFSOCK | 0600, 0), 0);
+    TestAccess::pidFile(service).setPath(folder.path("logs/socket"));
+    ASSERT_EQ(mknod(TestAccess::pidFile(service).path().c_str(), S_IFSOCK | 0600, 0), 0);
     int pid = 5;
     EXPECT_EQ(service.getPid(&pid), 0);
-    EXPECT_TRUE(logged("DEBUG", "getPID() - couldn't open \"" + service.m_pidFile.path() + "\"."));
+    EXPECT_TRUE(logged("DEBUG", "getPID() - couldn't open \"" + TestAccess::pidFile(service).path() + "\"."));
 }
 
 // ---- Whose PID file it is ----
@@ -479,20 +479,20 @@ TEST_F(DaemonControlTest, AskingTheSupervisorWithoutTriesGivesUp) {
 }
 
 TEST_F(DaemonControlTest, BothReadinessFlagsAreNeeded) {
-    OpenSupervisor::setFlags(service.m_supervisor, 1, 0, 0);
+    TestAccess::setFlags(supervisor, 1, 0, 0);
     EXPECT_EQ(service.askPCPifReady(2, 6), 0);
-    OpenSupervisor::setFlags(service.m_supervisor, 0, 1, 0);
+    TestAccess::setFlags(supervisor, 0, 1, 0);
     EXPECT_EQ(service.askPCPifReady(2, 6), 0);
     EXPECT_EQ(log.count("DEBUG", kLogger,
                         "askPCPifReady() - PCP reports some child processes not yet ready so sleep a bit"),
               4U);
-    OpenSupervisor::setFlags(service.m_supervisor, 1, 1, 1);
+    TestAccess::setFlags(supervisor, 1, 1, 1);
     EXPECT_EQ(service.askPCPifReady(2, 6), 1);
     EXPECT_TRUE(logged("DEBUG", "askPCPifReady() - PCP reports all children are OK."));
 }
 
 TEST_F(DaemonControlTest, AFatalSupervisorEndsTheAsking) {
-    OpenSupervisor::setFlags(service.m_supervisor, 1, 0, 1);
+    TestAccess::setFlags(supervisor, 1, 0, 1);
     EXPECT_EQ(service.askPCPifReady(5, 6), -1);
     EXPECT_TRUE(logged("ERROR", "askPCPifReady() - some child processes got fatal errors, return -1."));
     EXPECT_EQ(os.nowMs(), 0);

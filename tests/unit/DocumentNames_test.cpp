@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <set>
 #include <string>
-#include <utility>
 
 #include "AskedNames.h"
 #include "FileContent.h"
@@ -33,9 +32,26 @@ class Schema {
             const bool isRoot = element.getParentNode() == m_document.root();
             const std::string name = m_prefix + valueOf(element, "name");
             if (!isRoot) elements.insert(name);
-            for (const std::string& attribute : attributesOf(element))
+            for (const std::string& attribute : attributesOf(element, true))
                 attributes.insert((isRoot ? "root" : name) + " " + attribute);
         }
+    }
+
+    // How an element begins that has all of its attributes, or those only that must be there.
+    std::string beginOf(const std::string& name, const TVLIDOM_Element& element, bool full) const {
+        std::string text = "<" + name;
+        for (const std::string& attribute : attributesOf(element, full))
+            text += " " + attribute + "='1'";
+        return text + ">";
+    }
+    TVLIDOM_Element root() const {
+        return TVLIDOM_Helper::findFirstElementWithName(m_document.root(), "xs:element");
+    }
+    // The elements in the type of that name.
+    TVLIDOM_NodeList elementsIn(const std::string& type) const {
+        return all(
+            TVLIDOM_Helper::findFirstElementWithAttribute(m_document.root(), "xs:complexType", "name", type),
+            "xs:element");
     }
 
   private:
@@ -46,33 +62,34 @@ class Schema {
         return element.getAttribute(attribute).str();
     }
 
-    Names attributesOf(const TVLIDOM_Element& element) const {
+    Names attributesOf(const TVLIDOM_Element& element, bool full) const {
         Names names;
         const TVLIDOM_NodeList children = element.getChildNodes();
         for (std::size_t i = 0; i < children.getLength(); ++i)
-            collectAttributes(TVLIDOM_Element(children.item(i)), names);
-        collectType(valueOf(element, "type"), names);
+            collectAttributes(TVLIDOM_Element(children.item(i)), full, names);
+        collectType(valueOf(element, "type"), full, names);
         return names;
     }
     // Of a type, and of the types and groups that it refers to, but not of the elements in it.
-    void collectAttributes(const TVLIDOM_Element& part, Names& names) const {
+    void collectAttributes(const TVLIDOM_Element& part, bool full, Names& names) const {
         if (part.isNull() || isNamed(part, "xs:element")) return;
         // A fixed one only lets the schema compare; nobody writes it.
-        if (isNamed(part, "xs:attribute") && valueOf(part, "fixed").empty())
+        const bool isWanted = full || valueOf(part, "use") == "required";
+        if (isNamed(part, "xs:attribute") && isWanted && valueOf(part, "fixed").empty())
             names.insert(valueOf(part, "name"));
-        if (isNamed(part, "xs:attributeGroup")) collectType(valueOf(part, "ref"), names);
-        if (isNamed(part, "xs:extension")) collectType(valueOf(part, "base"), names);
+        if (isNamed(part, "xs:attributeGroup")) collectType(valueOf(part, "ref"), full, names);
+        if (isNamed(part, "xs:extension")) collectType(valueOf(part, "base"), full, names);
         const TVLIDOM_NodeList children = part.getChildNodes();
         for (std::size_t i = 0; i < children.getLength(); ++i)
-            collectAttributes(TVLIDOM_Element(children.item(i)), names);
+            collectAttributes(TVLIDOM_Element(children.item(i)), full, names);
     }
-    void collectType(const std::string& type, Names& names) const {
+    void collectType(const std::string& type, bool full, Names& names) const {
         const std::string local = type.substr(type.find(':') + 1);
         for (const char* const kind : {"xs:complexType", "xs:attributeGroup"}) {
             const TVLIDOM_NodeList types = all(m_document.root(), kind);
             for (std::size_t i = 0; i < types.getLength(); ++i) {
                 const TVLIDOM_Element each(types.item(i));
-                if (!type.empty() && valueOf(each, "name") == local) collectAttributes(each, names);
+                if (!type.empty() && valueOf(each, "name") == local) collectAttributes(each, full, names);
             }
         }
     }
@@ -93,33 +110,36 @@ class DocumentNamesTest : public WorldTest {
         service.prepareProperties();
     }
     // Every element and, with `full`, every attribute that a document can hold; without, only those that must be there.
-    static std::string bootstrapText(bool full) {
+    // The root and the ways to stop are written as the schema has them, a process for each way.
+    static std::string bootstrapText(bool full, const Schema& schema) {
         const auto also = [full](const char* attributes) { return std::string(full ? attributes : ""); };
-        const std::string spawn = "<spawn" + also(" sync='0' wait_time='0'") + "><path" +
-                                  also(" quoteAsParam='true'") + ">p</path><param" +
-                                  also(" condName='${java_vendor}' condValue='b'") + ">c</param></spawn>";
+        const std::string program = "<path" + also(" quoteAsParam='true'") + ">p</path><param" +
+                                    also(" condName='${java_vendor}' condValue='b'") + ">c</param>";
+        const std::string spawn = "<spawn" + also(" sync='0' wait_time='0'") + ">" + program + "</spawn>";
         const std::string send = "<socketSend URI='tcp://a:1' commandString='b'" +
                                  also(
                                      " sockIOTimeoutSec='1' responseSize='9' responseOK='o' responseFatal='f'"
                                      " responseRetry='r' dependency='server' wait_time='0'") +
                                  "/>";
-        const std::string signal = "<signal signal='15'" + also(" wait_time='0'") + "/>";
         std::string children;
-        for (const auto& [type, action] : {std::pair<std::string, std::string>{"spawn", spawn},
-                                           {"socketSend", send},
-                                           {"signal", signal}}) {
+        const TVLIDOM_NodeList waysToStop = schema.elementsIn("stop");
+        for (std::size_t i = 0; i < waysToStop.getLength(); ++i) {
+            const TVLIDOM_Element way(waysToStop.item(i));
+            const std::string type = way.getAttribute("name").str();
+            // A program means something to one of them only, and does not hurt the others.
             children += "<process" + also(" name='n'") + "><start>" + spawn + "</start><stop type='" + type +
-                        "'>" + action + "</stop><ping>" + send + "</ping></process>";
+                        "'>" + schema.beginOf(type, way, full) + program + "</" + type + "></stop><ping>" +
+                        send + "</ping></process>";
         }
-        return "<root" + also(" startupDelaySec='0' pingRetries='1' pingRetryIntervalSec='1'") +
-               "><processManager" + also(" pollIntervalsec='1' checkForShutdownIntervalms='1'") + "/>" +
-               children + "<daemonSpawn><path>d</path></daemonSpawn></root>";
+        return schema.beginOf("root", schema.root(), full) + "<processManager" +
+               also(" pollIntervalsec='1' checkForShutdownIntervalms='1'") + "/>" + children +
+               "<daemonSpawn><path>d</path></daemonSpawn></root>";
     }
-    void readBootstrap(bool full) {
+    void readBootstrap(const std::string& text, std::size_t children) {
         const std::size_t before = service.getChildren().size();
-        const XmlText document(bootstrapText(full));
+        const XmlText document(text);
         ASSERT_EQ(service.parseParams(document.root()), 1);
-        ASSERT_EQ(service.getChildren().size(), before + 3);
+        ASSERT_EQ(service.getChildren().size(), before + children);
     }
     void readLogging() const {
         const std::string files = "<logFiles><file name='../logs/a'/><stdout/><stderr/></logFiles>";
@@ -142,10 +162,14 @@ TEST_F(DocumentNamesTest, WhatIsAskedForIsWhatTheSchemasDescribe) {
     // Each schema has it without a word, and the text of the value's annotation tells of it.
     attributes.insert("vrx:value xsi:type");
 
+    const Schema schema("bootstrap.xsd");
+    const std::size_t children = schema.elementsIn("stop").getLength();
+    const std::string sparse = bootstrapText(false, schema);
+    const std::string full = bootstrapText(true, schema);
     const AskedNames asked;
     readStartup();
-    readBootstrap(false);
-    readBootstrap(true);
+    readBootstrap(sparse, children);
+    readBootstrap(full, children);
     readLogging();
     EXPECT_EQ(asked.elements(), elements);
     // A spawn that starts the service is written like any other.

@@ -5,6 +5,7 @@
 #include "LinkSeam.h"
 #include "TVLConfigurationFactory.h"
 #include "TVLThrowable.h"
+#include "TestAccess.h"
 #include "TestKit.h"
 #include "ZORBootstrapService.h"
 #include "ZORCmdLine.h"
@@ -143,8 +144,8 @@ TEST_F(EnvironmentTest, WithoutAWorkingDirectoryThereIsNoInstallRoot) {
 // A configuration that cannot tell the working directory.
 class Nowhere : public TVLConfigurationFactory {
   public:
-    Nowhere() : m_before(m_pInstance) { m_pInstance = this; }
-    ~Nowhere() override { m_pInstance = m_before; }
+    Nowhere() : m_before(TestAccess::configuration()) { TestAccess::configuration() = this; }
+    ~Nowhere() override { TestAccess::configuration() = m_before; }
     void getFullPath(std::string& path) override { path = path == "." ? "" : "/opt/product"; }
 
   private:

@@ -16,12 +16,12 @@ class PingLoopTest : public WorldTest {
   protected:
     void prepare(const std::string& manager) {
         const XmlText document("<root>" + manager + "</root>");
-        service.m_supervisor.prepare(document.root());
+        supervisor.prepare(document.root());
     }
-    int limit() const { return OpenSupervisor::failedPingLimit(service.m_supervisor); }
-    int running() const { return OpenSupervisor::allChildrenRunning(service.m_supervisor); }
-    int answered() const { return OpenSupervisor::allPingsAnswered(service.m_supervisor); }
-    int fatal() const { return service.m_supervisor.hasFatalError(); }
+    int limit() const { return TestAccess::failedPingLimit(supervisor); }
+    int running() const { return TestAccess::allChildrenRunning(supervisor); }
+    int answered() const { return TestAccess::allPingsAnswered(supervisor); }
+    int fatal() const { return supervisor.hasFatalError(); }
 
     void writeLimit(const std::string& content, std::time_t modified) const {
         folder.write("bin/zor.failedPingLimit", content);
@@ -40,18 +40,18 @@ TEST_F(PingLoopTest, WithoutAProcessManagerEverythingIsDefault) {
     prepare("");
     EXPECT_TRUE(
         supervisorLogged("WARN", "no procManager element in config, using default poll interval, etc."));
-    EXPECT_EQ(OpenSupervisor::pollIntervalSec(service.m_supervisor), 30);
+    EXPECT_EQ(TestAccess::pollIntervalSec(supervisor), 30);
     EXPECT_EQ(limit(), 2);
-    EXPECT_EQ(OpenSupervisor::checkIntervalMs(service.m_supervisor), 500);
-    EXPECT_EQ(OpenSupervisor::maxShutdownChecks(service.m_supervisor), 30);
+    EXPECT_EQ(TestAccess::checkIntervalMs(supervisor), 500);
+    EXPECT_EQ(TestAccess::maxShutdownChecks(supervisor), 30);
 }
 
 TEST_F(PingLoopTest, AnEmptyProcessManagerComputesFromItsDefaults) {
     prepare("<processManager/>");
-    EXPECT_EQ(OpenSupervisor::pollIntervalSec(service.m_supervisor), 30);
+    EXPECT_EQ(TestAccess::pollIntervalSec(supervisor), 30);
     EXPECT_EQ(limit(), 2);
-    EXPECT_EQ(OpenSupervisor::checkIntervalMs(service.m_supervisor), 500);
-    EXPECT_EQ(OpenSupervisor::maxShutdownChecks(service.m_supervisor), 120);
+    EXPECT_EQ(TestAccess::checkIntervalMs(supervisor), 500);
+    EXPECT_EQ(TestAccess::maxShutdownChecks(supervisor), 120);
     EXPECT_TRUE(supervisorLogged("DEBUG", "failed ping limit is 2"));
     EXPECT_TRUE(supervisorLogged("DEBUG", "max checks for child process shutdown = 120"));
     EXPECT_FALSE(supervisorLogged("DEBUG", "poll interval is 30 seconds"));
@@ -79,7 +79,7 @@ TEST_F(PingLoopTest, APingTimeoutThatIsNotPositiveIsSixtySeconds) {
 TEST_F(PingLoopTest, AShutdownIntervalThatIsNotPositiveIsFiveHundredMilliseconds) {
     for (const char* const value : {"-5", "0", "x"}) {
         prepare(std::string("<processManager checkForShutdownIntervalms='") + value + "'/>");
-        EXPECT_EQ(OpenSupervisor::checkIntervalMs(service.m_supervisor), 500) << value;
+        EXPECT_EQ(TestAccess::checkIntervalMs(supervisor), 500) << value;
     }
     EXPECT_EQ(log.count("DEBUG", "PingChildProcess", "check for child processes shutdown interval is 500 ms"),
               3U);
@@ -88,15 +88,15 @@ TEST_F(PingLoopTest, AShutdownIntervalThatIsNotPositiveIsFiveHundredMilliseconds
 TEST_F(PingLoopTest, TheShutdownChecksCoverTheStopWaitTimeRoundedUp) {
     setProperty("dispatcherStopWaitTime", "10");
     prepare("<processManager checkForShutdownIntervalms='300'/>");
-    EXPECT_EQ(OpenSupervisor::maxShutdownChecks(service.m_supervisor), 34);
+    EXPECT_EQ(TestAccess::maxShutdownChecks(supervisor), 34);
     setProperty("dispatcherStopWaitTime", "-1");
     prepare("<processManager checkForShutdownIntervalms='300'/>");
-    EXPECT_EQ(OpenSupervisor::maxShutdownChecks(service.m_supervisor), 200);
+    EXPECT_EQ(TestAccess::maxShutdownChecks(supervisor), 200);
 }
 
 TEST_F(PingLoopTest, TheProcessManagerIsFoundAtAnyDepth) {
     prepare("<deep><deeper><processManager pollIntervalsec='7'/></deeper></deep>");
-    EXPECT_EQ(OpenSupervisor::pollIntervalSec(service.m_supervisor), 7);
+    EXPECT_EQ(TestAccess::pollIntervalSec(supervisor), 7);
 }
 
 TEST_F(PingLoopTest, APollIntervalOfZeroIsAConfigurationError) {
@@ -113,8 +113,8 @@ TEST_F(PingLoopTest, APollIntervalOfZeroIsAConfigurationError) {
 
 TEST_F(PingLoopTest, ANegativePollIntervalEndsTheSupervisionAtOnce) {
     begin({ChildXml{}}, "<processManager pollIntervalsec='-3'/>");
-    service.m_supervisor.stop(&finished);
-    service.m_supervisor.run();
+    supervisor.stop(&finished);
+    supervisor.run();
     EXPECT_FALSE(supervisorLogged("INFO", "stopping child process(es)."));
     EXPECT_EQ(finished.timedWait(0), 0);
     EXPECT_EQ(fatal(), 0);
@@ -125,12 +125,12 @@ TEST_F(PingLoopTest, HugeConfiguredNumbersDoNotOverflow) {
     setProperty("dispatcherPingTimeout", "99999999999");
     prepare("<processManager pollIntervalsec='1' checkForShutdownIntervalms='99999999999'/>");
     EXPECT_EQ(limit(), 2147483647);
-    EXPECT_EQ(OpenSupervisor::checkIntervalMs(service.m_supervisor), 2147483647);
-    EXPECT_EQ(OpenSupervisor::maxShutdownChecks(service.m_supervisor), 1);
+    EXPECT_EQ(TestAccess::checkIntervalMs(supervisor), 2147483647);
+    EXPECT_EQ(TestAccess::maxShutdownChecks(supervisor), 1);
     // More milliseconds than a number of this size holds.
     setProperty("dispatcherStopWaitTime", "2147484");
     prepare("<processManager checkForShutdownIntervalms='1000'/>");
-    EXPECT_EQ(OpenSupervisor::maxShutdownChecks(service.m_supervisor), 2147484);
+    EXPECT_EQ(TestAccess::maxShutdownChecks(supervisor), 2147484);
 }
 
 // ---- Waiting ----
@@ -146,8 +146,8 @@ TEST_F(PingLoopTest, ACycleFollowsEveryPollInterval) {
 TEST_F(PingLoopTest, AStopRequestCutsTheWaitShort) {
     begin({ChildXml{}});
     diesWhenStopped("alpha");
-    os.at(10000, [&] { service.m_supervisor.stop(&finished); });
-    service.m_supervisor.run();
+    os.at(10000, [&] { supervisor.stop(&finished); });
+    supervisor.run();
     EXPECT_EQ(pingPeer("alpha").connects, 0);
     // Two seconds before the stop command is sent, half a second until the first check.
     EXPECT_EQ(os.nowMs(), 10000 + 2000 + 500);
@@ -156,8 +156,8 @@ TEST_F(PingLoopTest, AStopRequestCutsTheWaitShort) {
 TEST_F(PingLoopTest, AStopRequestedBeforeTheLoopTakesEffectAfterOneWait) {
     begin({ChildXml{}});
     diesWhenStopped("alpha");
-    service.m_supervisor.stop(&finished);
-    service.m_supervisor.run();
+    supervisor.stop(&finished);
+    supervisor.run();
     EXPECT_EQ(pingPeer("alpha").connects, 0);
     EXPECT_EQ(os.nowMs(), 30000 + 2000 + 500);
     EXPECT_EQ(finished.timedWait(0), 1);
@@ -165,8 +165,8 @@ TEST_F(PingLoopTest, AStopRequestedBeforeTheLoopTakesEffectAfterOneWait) {
 
 TEST_F(PingLoopTest, AStopRequestedWithinACycleLetsTheCycleFinish) {
     begin({ChildXml{"alpha"}, ChildXml{"beta"}});
-    pingPeer("alpha").onCommand = [&](const std::string&) { service.m_supervisor.stop(&finished); };
-    service.m_supervisor.run();
+    pingPeer("alpha").onCommand = [&](const std::string&) { supervisor.stop(&finished); };
+    supervisor.run();
     EXPECT_EQ(pingPeer("beta").connects, 1);
     EXPECT_EQ(finished.timedWait(0), 1);
 }
@@ -613,8 +613,8 @@ TEST_F(PingLoopTest, ASecondStopRequestIsRefused) {
     begin({ChildXml{}});
     TVLThreadSemaphore second(0);
     runCycles(0, [&] {
-        service.m_supervisor.stop(&finished);
-        service.m_supervisor.stop(&second);
+        supervisor.stop(&finished);
+        supervisor.stop(&second);
     });
     // One from the test above and one from the loop's own request.
     EXPECT_EQ(log.count("ERROR", "PingChildProcess",
@@ -663,29 +663,29 @@ TEST_F(PingLoopTest, AYearOfQuietSupervisionLeavesNothingBehind) {
 TEST_F(PingLoopTest, TestingAllCountsTheFailedPings) {
     begin({ChildXml{"alpha"}, ChildXml{"beta"}, ChildXml{.name = "gamma", .ping = false}});
     answers("alpha", "something else entirely");
-    EXPECT_EQ(service.m_supervisor.testAllProcesses(), 1);
+    EXPECT_EQ(supervisor.testAllProcesses(), 1);
     EXPECT_TRUE(supervisorLogged("DEBUG", "ping of process alpha failed."));
     EXPECT_TRUE(supervisorLogged("DEBUG", "process beta pinged successfully."));
     pingPeer("beta").refuses = true;
-    EXPECT_EQ(service.m_supervisor.testAllProcesses(), 2);
+    EXPECT_EQ(supervisor.testAllProcesses(), 2);
 }
 
 TEST_F(PingLoopTest, TestingAllIsZeroWhenEveryPingAnswers) {
     begin({ChildXml{"alpha"}, ChildXml{"beta"}});
-    EXPECT_EQ(service.m_supervisor.testAllProcesses(), 0);
+    EXPECT_EQ(supervisor.testAllProcesses(), 0);
 }
 
 TEST_F(PingLoopTest, TestingAllIsZeroWithoutPingsAndWithoutChildren) {
-    EXPECT_EQ(service.m_supervisor.testAllProcesses(), 0);
+    EXPECT_EQ(supervisor.testAllProcesses(), 0);
     begin({ChildXml{.name = "alpha", .ping = false}});
-    EXPECT_EQ(service.m_supervisor.testAllProcesses(), 0);
+    EXPECT_EQ(supervisor.testAllProcesses(), 0);
 }
 
 TEST_F(PingLoopTest, TestingAllEndsAtARetryAnswerWithoutALine) {
     begin({ChildXml{"alpha"}, ChildXml{"beta"}});
     answers("alpha", "come LATER");
     log.clear();
-    EXPECT_EQ(service.m_supervisor.testAllProcesses(), -4);
+    EXPECT_EQ(supervisor.testAllProcesses(), -4);
     EXPECT_EQ(pingPeer("beta").connects, 0);
     for (const LogLine& line : log.lines())
         EXPECT_NE(line.logger, "PingChildProcess");
@@ -694,7 +694,7 @@ TEST_F(PingLoopTest, TestingAllEndsAtARetryAnswerWithoutALine) {
 TEST_F(PingLoopTest, TestingAllEndsAtAFatalAnswer) {
     begin({ChildXml{"alpha"}, ChildXml{"beta"}});
     answers("alpha", "it is BROKEN");
-    EXPECT_EQ(service.m_supervisor.testAllProcesses(), -1);
+    EXPECT_EQ(supervisor.testAllProcesses(), -1);
     EXPECT_EQ(pingPeer("beta").connects, 0);
     EXPECT_TRUE(supervisorLogged("DEBUG", "ping of process alpha failed, fatal error happened."));
 }
@@ -703,11 +703,11 @@ TEST_F(PingLoopTest, TestingAllEndsAtAFatalAnswer) {
 
 TEST_F(PingLoopTest, ItRunsAsAThreadUntilItIsStopped) {
     begin({ChildXml{}});
-    os.at(100000, [&] { service.m_supervisor.stop(&finished); });
-    service.m_supervisor.start();
+    os.at(100000, [&] { supervisor.stop(&finished); });
+    supervisor.start();
     finished.wait();
-    service.m_supervisor.join();
-    EXPECT_FALSE(service.m_supervisor.isAlive());
+    supervisor.join();
+    EXPECT_FALSE(supervisor.isAlive());
     EXPECT_EQ(pingPeer("alpha").connects, 3);
     EXPECT_EQ(fatal(), 1);
 }
@@ -716,9 +716,9 @@ TEST_F(PingLoopTest, FinishingStopsTheChildrenAndWaitsForTheThread) {
     begin({ChildXml{}});
     diesWhenStopped("alpha");
     const int pid = child("alpha").getProcessHandle();
-    service.m_supervisor.start();
-    service.m_supervisor.finish();
-    EXPECT_FALSE(service.m_supervisor.isAlive());
+    supervisor.start();
+    supervisor.finish();
+    EXPECT_FALSE(supervisor.isAlive());
     EXPECT_FALSE(os.process(pid).alive);
     EXPECT_EQ(log.count("INFO", "PingChildProcess", "Child process supervisor has been told to stop"), 1U);
 }
@@ -726,10 +726,10 @@ TEST_F(PingLoopTest, FinishingStopsTheChildrenAndWaitsForTheThread) {
 TEST_F(PingLoopTest, FinishingWhatIsAlreadyStoppingOnlyWaits) {
     begin({ChildXml{}});
     diesWhenStopped("alpha");
-    service.m_supervisor.start();
-    service.m_supervisor.stop(&finished);
-    service.m_supervisor.finish();
-    EXPECT_FALSE(service.m_supervisor.isAlive());
+    supervisor.start();
+    supervisor.stop(&finished);
+    supervisor.finish();
+    EXPECT_FALSE(supervisor.isAlive());
     EXPECT_EQ(finished.timedWait(0), 1);
     EXPECT_EQ(log.count("INFO", "PingChildProcess", "Child process supervisor has been told to stop"), 1U);
     EXPECT_FALSE(
@@ -739,10 +739,10 @@ TEST_F(PingLoopTest, FinishingWhatIsAlreadyStoppingOnlyWaits) {
 TEST_F(PingLoopTest, FinishingWhatNeverRanDoesNothing) {
     begin({ChildXml{}});
     log.clear();
-    service.m_supervisor.finish();
+    supervisor.finish();
     EXPECT_EQ(log.raw(), "");
     EXPECT_TRUE(processOf("alpha").alive);
-    service.m_supervisor.stop(&finished);
+    supervisor.stop(&finished);
     EXPECT_TRUE(supervisorLogged("INFO", "Child process supervisor has been told to stop"))
         << "a later request is the first";
 }
@@ -750,13 +750,12 @@ TEST_F(PingLoopTest, FinishingWhatNeverRanDoesNothing) {
 TEST_F(PingLoopTest, AnExceptionEndsTheSupervisionWithALine) {
     begin({ChildXml{}});
     pingPeer("alpha").onConnect = [] { throw std::runtime_error("no reason to go on"); };
-    service.m_supervisor.start();
-    service.m_supervisor.join();
+    supervisor.start();
+    supervisor.join();
     EXPECT_TRUE(supervisorLogged(
         "FATAL", "the supervision has ended by an exception, the children are on their own."));
-    EXPECT_FALSE(service.m_supervisor.isAlive());
-    EXPECT_THROW(service.m_supervisor.run(), std::runtime_error)
-        << "what ends it is not kept from the thread";
+    EXPECT_FALSE(supervisor.isAlive());
+    EXPECT_THROW(supervisor.run(), std::runtime_error) << "what ends it is not kept from the thread";
 }
 
 }  // namespace

@@ -215,7 +215,7 @@ TEST_F(RefusedCallTest, APathWhoseFolderCannotBeEnteredResolvesToNothing) {
 
 TEST_F(RefusedCallTest, WithoutAWorkingDirectoryThereAreNoInstallPaths) {
     os.failFrom(OsKind::WorkingFolder, 1, EIO);
-    OpenService service;
+    ZORBootstrapService service;
     EXPECT_EQ(service.findHome(), 0);
     EXPECT_TRUE(log.has("FATAL", kLogger, "Install home directory has not been specified"));
 }
@@ -492,11 +492,11 @@ TEST_F(RefusedProcessTest, AProcessWhoseUserCannotBeToldIsNotHeld) {
     const pid_t child = forked();
     for (const OsKind kind : {OsKind::Open, OsKind::Read}) {
         os.failNth(kind, 1, EIO);
-        EXPECT_EQ(table.hold(child, getuid()), -1) << nameOf(kind);
+        EXPECT_FALSE(table.hold(child, getuid())) << nameOf(kind);
         EXPECT_EQ(errno, EPERM) << nameOf(kind);
     }
     os.reset();
-    EXPECT_EQ(table.hold(child, getuid()), 0);
+    EXPECT_TRUE(table.hold(child, getuid()));
     EXPECT_EQ(table.kill(child, 0), 0);
     end(child);
 }
@@ -556,7 +556,7 @@ class RefusedRunTest : public WorldTest {
 };
 
 TEST_F(RefusedRunTest, AWaitForSignalsThatEndsWithoutOneIsRepeated) {
-    service.m_semaMainThreadWait = &finished;
+    TestAccess::mainThreadWait(service) = &finished;
     failing.failNth(OsKind::WaitForSignal, 1, EINTR);
     {
         ZORSignalHandlerThread thread(&service);

@@ -109,7 +109,7 @@ TEST_F(ServiceRunTest, ACleanLifeIsNothingToComplainAbout) {
 
 TEST_F(ServiceRunTest, EveryTerminationSignalStops) {
     for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
-        OpenService another;
+        ZORBootstrapService another;
         folder.write("bin/bootstrap_linuxi38632.xml",
                      documentText({ChildXml{.name = "alpha", .stopType = "signal"}}, ""));
         answers("alpha", "READY");
@@ -326,7 +326,7 @@ TEST_F(ThreadlessRunTest, WithoutASupervisorAChildThatCannotBeToldIsKilledAtOnce
 TEST_F(ServiceRunTest, ADismissedSignalThreadStopsNothing) {
     configure({ChildXml{}}, "");
     // As in Run(): a stop would find somebody to tell.
-    service.m_semaMainThreadWait = &finished;
+    TestAccess::mainThreadWait(service) = &finished;
     {
         ZORSignalHandlerThread thread(&service);
         thread.start();
@@ -340,24 +340,24 @@ TEST_F(ServiceRunTest, ADismissedSignalThreadStopsNothing) {
 }
 
 TEST_F(ServiceRunTest, TheEndOfTheServiceIsTheEndOfItsSupervisor) {
-    auto another = std::make_unique<OpenService>();
-    OpenService* const inside = another.get();
+    auto another = std::make_unique<ZORBootstrapService>();
+    ZORBootstrapService* const inside = another.get();
     // Were the supervisor not told, only this would end it.
-    os.at(100000, [&] { inside->m_supervisor.stop(&finished); });
-    another->m_supervisor.start();
+    os.at(100000, [&] { TestAccess::supervisor(*inside).stop(&finished); });
+    TestAccess::supervisor(*another).start();
     another.reset();
     EXPECT_TRUE(log.has("INFO", "PingChildProcess", "no processes are alive."));
     EXPECT_LT(os.nowMs(), 100000);
 }
 
 TEST_F(ServiceRunTest, TheEndOfTheServiceStopsItsChildren) {
-    auto another = std::make_unique<OpenService>();
+    auto another = std::make_unique<ZORBootstrapService>();
     const XmlText document(documentText({ChildXml{}}, ""));
     ASSERT_EQ(another->parseParams(document.root()), 1);
     another->getChildren().front()->start();
     const int pid = another->getChildren().front()->getProcessHandle();
     stopPeer("alpha").onCommand = [&](const std::string&) { os.process(pid).alive = false; };
-    another->m_supervisor.start();
+    TestAccess::supervisor(*another).start();
     another.reset();
     EXPECT_EQ(stopPeer("alpha").commands, std::vector<std::string>{"STOP"});
     EXPECT_FALSE(os.process(pid).alive);
@@ -383,12 +383,12 @@ TEST_F(ServiceRunTest, TheDaemonWaitMarkerStaysOpenAndIsNotInherited) {
 TEST_F(ServiceRunTest, TheOtherWayToStopWaitsForTheChildrenAndWakesTheMainThread) {
     configure({ChildXml{}}, "");
     struct Stopper : TVLThreadRunnable {
-        explicit Stopper(OpenService& s) : stopped(s) {}
+        explicit Stopper(ZORBootstrapService& s) : stopped(s) {}
         void run() override {
             TVLThread::sleep(100000);
             stopped.OnStop();
         }
-        OpenService& stopped;
+        ZORBootstrapService& stopped;
     } stopper(service);
     TVLThread thread(&stopper, 1 << 20);
     thread.start();
@@ -449,7 +449,8 @@ TEST_F(ServiceRunTest, ThePidFileIsForAllToReadWhateverTheUmask) {
     const mode_t before = umask(0077);
     service.WritePIDFile();
     EXPECT_EQ(umask(before), 0077U) << "the umask is the children's, too";
-    EXPECT_EQ(std::filesystem::status(service.m_pidFile.path()).permissions(), std::filesystem::perms{0644});
+    EXPECT_EQ(std::filesystem::status(TestAccess::pidFile(service).path()).permissions(),
+              std::filesystem::perms{0644});
     EXPECT_EQ(log.raw().find("belongs to the user"), std::string::npos);
 }
 
@@ -459,7 +460,7 @@ TEST_F(ServiceRunTest, APidFileThatBecomesAnotherUsersIsAWarning) {
     ASSERT_EQ(chown(folder.path("logs").c_str(), 12345, 12345), 0);
     service.WritePIDFile();
     EXPECT_TRUE(
-        logged("WARN", "PID file \"" + service.m_pidFile.path() +
+        logged("WARN", "PID file \"" + TestAccess::pidFile(service).path() +
                            "\" belongs to the user with id 12345, so commands will not find this process. "
                            "Run the service and its commands as that user."));
 }
@@ -618,6 +619,11 @@ TEST(ZORNTServiceTest, AFailedInitialisationLeavesTheExitCodeAlone) {
     EXPECT_EQ(service.RunAsApplication(), 0);
     EXPECT_EQ(service.getExitCode(), 5);
     EXPECT_EQ(service.runs, 0);
+}
+
+TEST(ZORNTServiceTest, TheBaseClassHasNothingToRun) {
+    ZORNTService service("x");
+    EXPECT_EQ(service.Run(), 0);
 }
 
 TEST(ZORNTServiceTest, TheBaseClassInitialisesNothingAndDoesNothing) {

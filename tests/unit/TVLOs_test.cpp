@@ -7,6 +7,10 @@
 
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#include "TVLThread.h"
 
 #include "FailingOs.h"
 
@@ -93,6 +97,30 @@ TEST_F(TVLOsTest, APendingSignalIsTaken) {
     os.signalThread(pthread_self(), SIGUSR2);
     EXPECT_EQ(os.waitForSignal(signals), SIGUSR2);
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+TEST_F(TVLOsTest, AWaitWithoutLimitIsNeverOver) {
+    std::mutex mutex;
+    std::condition_variable condition;
+    std::unique_lock<std::mutex> lock(mutex);
+    class Waking : public TVLThread {
+      public:
+        Waking(std::mutex& m, std::condition_variable& c)
+            : TVLThread(nullptr, 0), m_mutex(m), m_condition(c) {
+            start();
+        }
+        ~Waking() override { Waking::join(); }
+        void run() override {
+            const std::lock_guard<std::mutex> guard(m_mutex);
+            TVLOs::current().wakeAll(m_condition);
+        }
+
+      private:
+        std::mutex& m_mutex;
+        std::condition_variable& m_condition;
+    } const waking(mutex, condition);
+    EXPECT_TRUE(os.waitUntil(condition, lock, TVLOs::kForever));
+    lock.unlock();
 }
 
 // Many times: what would end up to a millisecond early does so every other time.

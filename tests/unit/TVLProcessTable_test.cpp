@@ -52,6 +52,10 @@ bool refused(int result, int error) {
     return result == -1 && errno == error;
 }
 
+bool notHeld(bool held, int error) {
+    return !held && errno == error;
+}
+
 std::set<int> openDescriptors() {
     std::set<int> numbers;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
@@ -276,24 +280,24 @@ TEST_F(TVLProcessTableTest, AForkedChildFindsTheLockFree) {
 TEST_F(TVLProcessTableTest, HoldsAProcessOfTheUser) {
     const pid_t other = fork();
     if (other == 0) stay();
-    EXPECT_EQ(table.hold(other, getuid()), 0);
-    EXPECT_EQ(table.hold(other, getuid()), 0) << "again";
+    EXPECT_TRUE(table.hold(other, getuid()));
+    EXPECT_TRUE(table.hold(other, getuid())) << "again";
     EXPECT_EQ(table.kill(other, 0), 0);
     EXPECT_EQ(table.kill(other, SIGKILL), 0);
     waitUntilGone(other);
     EXPECT_TRUE(refused(table.kill(other, SIGTERM), ESRCH));
-    EXPECT_TRUE(refused(table.hold(other, getuid()), ESRCH));
+    EXPECT_TRUE(notHeld(table.hold(other, getuid()), ESRCH));
 }
 
 TEST_F(TVLProcessTableTest, HoldsNobodyElsesProcess) {
     const std::set<int> opened =
-        openedBy([&] { EXPECT_TRUE(refused(table.hold(getpid(), kSomebodyElse), EPERM)); });
+        openedBy([&] { EXPECT_TRUE(notHeld(table.hold(getpid(), kSomebodyElse), EPERM)); });
     EXPECT_TRUE(opened.empty());
 }
 
 TEST_F(TVLProcessTableTest, HoldsNoGroupAndNoThread) {
     for (const pid_t pid : {0, -1, -getpid()})
-        EXPECT_TRUE(refused(table.hold(pid, getuid()), ESRCH)) << pid;
+        EXPECT_TRUE(notHeld(table.hold(pid, getuid()), ESRCH)) << pid;
     class Thread : public TVLThread {
       public:
         Thread() : TVLThread(nullptr, 0) { start(); }
@@ -303,18 +307,18 @@ TEST_F(TVLProcessTableTest, HoldsNoGroupAndNoThread) {
     };
     Thread ended;
     ended.join();
-    EXPECT_TRUE(refused(table.hold(ended.id, getuid()), ESRCH));
+    EXPECT_TRUE(notHeld(table.hold(ended.id, getuid()), ESRCH));
 }
 
 TEST_F(TVLProcessTableTest, WithoutDescriptorsTheUserIsCheckedAllTheSame) {
     const NoDescriptors os;
     const pid_t other = fork();
     if (other == 0) stay();
-    EXPECT_EQ(table.hold(other, getuid()), 0);
-    EXPECT_TRUE(refused(table.hold(other, kSomebodyElse), EPERM));
+    EXPECT_TRUE(table.hold(other, getuid()));
+    EXPECT_TRUE(notHeld(table.hold(other, kSomebodyElse), EPERM));
     EXPECT_EQ(table.kill(other, SIGKILL), 0);
     waitUntilGone(other);
-    EXPECT_TRUE(refused(table.hold(other, getuid()), ESRCH));
+    EXPECT_TRUE(notHeld(table.hold(other, getuid()), ESRCH));
 }
 
 // ---- Ids that are given again ----
@@ -449,7 +453,7 @@ TEST_F(ReusedIdTest, AStrangerWithTheIdOfAHeldProcessIsLeftAlone) {
     inANamespace([this] {
         const pid_t daemon = ::fork();
         if (daemon == 0) stay();
-        if (table.hold(daemon, getuid()) != 0) return false;
+        if (!table.hold(daemon, getuid())) return false;
         end(daemon);
         if (strangerWithId(daemon) != daemon) return false;
         return refused(table.kill(daemon, SIGTERM), ESRCH) && ::kill(daemon, 0) == 0;

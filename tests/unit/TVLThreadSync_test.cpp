@@ -1,10 +1,13 @@
 #include "TVLThreadSync.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <functional>
 #include <list>
+#include <memory>
 
 #include "FailingOs.h"
 #include "TVLOs.h"
@@ -37,6 +40,24 @@ TEST(TVLThreadSyncTest, AGuardHoldsItsMutexUntilTheEndOfItsScope) {
     for (TVLThread& thread : threads)
         thread.join();
     EXPECT_EQ(counter, 80000);
+}
+
+// In a process of its own: there is one such mutex, and here it is the log's. The alarm ends a fork that waits for what
+// has been freed.
+TEST(TVLThreadSyncTest, AMutexThatHasGoneIsNotHeldAcrossForks) {
+    const pid_t process = fork();
+    if (process == 0) {
+        alarm(20);
+        auto mutex = std::make_unique<TVLThreadMutex>();
+        mutex->holdAcrossFork();
+        mutex.reset();
+        const pid_t child = fork();
+        if (child == 0) ::_exit(0);
+        ::_exit(waitpid(child, nullptr, 0) == child ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(process, &status, 0), process);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(TVLThreadSyncTest, ASemaphoreLetsThroughAsManyAsItCounts) {

@@ -1,5 +1,6 @@
 #include "ZORAction.h"
 
+#include "TestAccess.h"
 #include "TestKit.h"
 #include "VirtualOs.h"
 
@@ -13,10 +14,6 @@ class NotingAction : public ZORAction {
         return result;
     }
     void prepare(TVLIDOM_Element element) override { ZORAction::prepare(element); }
-
-    using ZORAction::m_processHandle;
-    using ZORAction::m_signal;
-    using ZORAction::m_waitTimeMs;
 
     std::vector<std::int64_t> executedAtMs;
     int result = 7;
@@ -36,16 +33,16 @@ class ZORActionTest : public ServiceTest {
 };
 
 TEST_F(ZORActionTest, StartsWithoutPauseTargetAndSignal) {
-    EXPECT_EQ(action.m_waitTimeMs, -1);
-    EXPECT_EQ(action.m_processHandle, 0);
-    EXPECT_EQ(action.m_signal, 0);
+    EXPECT_EQ(TestAccess::waitTimeMs(action), -1);
+    EXPECT_EQ(TestAccess::processHandle(action), 0);
+    EXPECT_EQ(TestAccess::signal(action), 0);
 }
 
 TEST_F(ZORActionTest, WithoutAWaitTimeItReturnsAtOnceAndLogsNothing) {
     for (const char* const attributes : {"", "wait_time=''"}) {
         prepare(attributes);
         EXPECT_EQ(action.execute(), 7);
-        EXPECT_EQ(action.m_waitTimeMs, -1);
+        EXPECT_EQ(TestAccess::waitTimeMs(action), -1);
     }
     EXPECT_EQ(os.nowMs(), 0);
     EXPECT_EQ(log.raw(), "");
@@ -53,7 +50,7 @@ TEST_F(ZORActionTest, WithoutAWaitTimeItReturnsAtOnceAndLogsNothing) {
 
 TEST_F(ZORActionTest, TheWaitTimeIsPausedAfterEveryExecution) {
     prepare("wait_time='3'");
-    EXPECT_EQ(action.m_waitTimeMs, 3000);
+    EXPECT_EQ(TestAccess::waitTimeMs(action), 3000);
     EXPECT_EQ(log.lines(),
               (std::vector<LogLine>{{"DEBUG", "ZORAction", "configured wait_time is 3000 ms.", {}}}));
     EXPECT_EQ(action.execute(), 7);
@@ -72,7 +69,7 @@ TEST_F(ZORActionTest, AFailedExecutionIsFollowedByTheSamePause) {
 
 TEST_F(ZORActionTest, AWaitTimeWithoutANumberIsZeroAndStillLogged) {
     prepare("wait_time='soon'");
-    EXPECT_EQ(action.m_waitTimeMs, 0);
+    EXPECT_EQ(TestAccess::waitTimeMs(action), 0);
     EXPECT_TRUE(log.has("DEBUG", "ZORAction", "configured wait_time is 0 ms."));
     EXPECT_EQ(action.execute(), 7);
     EXPECT_EQ(action.execute(), 7);
@@ -82,18 +79,18 @@ TEST_F(ZORActionTest, AWaitTimeWithoutANumberIsZeroAndStillLogged) {
 
 TEST_F(ZORActionTest, TheWaitTimeIsReadAsFarAsItsDigitsGo) {
     prepare("wait_time=' 12s'");
-    EXPECT_EQ(action.m_waitTimeMs, 12000);
+    EXPECT_EQ(TestAccess::waitTimeMs(action), 12000);
 }
 
 TEST_F(ZORActionTest, AnAbsentWaitTimeLeavesTheOneBefore) {
     prepare("wait_time='2'");
     prepare("");
-    EXPECT_EQ(action.m_waitTimeMs, 2000);
+    EXPECT_EQ(TestAccess::waitTimeMs(action), 2000);
 }
 
 TEST_F(ZORActionTest, TheTargetIsTheHandleThatWasSet) {
     action.setProcessHandle(4711);
-    EXPECT_EQ(action.m_processHandle, 4711);
+    EXPECT_EQ(TestAccess::processHandle(action), 4711);
 }
 
 }  // namespace

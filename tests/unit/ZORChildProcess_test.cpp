@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "ScriptedTransport.h"
+#include "TestAccess.h"
 #include "TestKit.h"
 #include "VirtualOs.h"
 #include "ZORBadConfigException.h"
@@ -18,14 +19,6 @@ namespace {
 constexpr const char* kStart = "<start><spawn><path>/bin/server</path></spawn></start>";
 constexpr const char* kStop = "<stop type='signal'><signal signal='15'/></stop>";
 constexpr const char* kSocketSend = "URI='https://peer.example:9300/' commandString='PING'";
-
-class ChildUnderTest : public ZORChildProcess {
-  public:
-    using ZORChildProcess::m_handle;
-    using ZORChildProcess::m_pingAction;
-    using ZORChildProcess::m_startAction;
-    using ZORChildProcess::m_stopAction;
-};
 
 class ZORChildProcessTest : public ServiceTest {
   protected:
@@ -58,15 +51,15 @@ class ZORChildProcessTest : public ServiceTest {
     }
 
     VirtualOs os;
-    ChildUnderTest child;
+    ZORChildProcess child;
 };
 
 // Preparing.
 
 TEST_F(ZORChildProcessTest, IsConstructedEmpty) {
-    EXPECT_EQ(child.m_startAction, nullptr);
-    EXPECT_EQ(child.m_stopAction, nullptr);
-    EXPECT_EQ(child.m_pingAction, nullptr);
+    EXPECT_EQ(TestAccess::startAction(child), nullptr);
+    EXPECT_EQ(TestAccess::stopAction(child), nullptr);
+    EXPECT_EQ(TestAccess::pingAction(child), nullptr);
     EXPECT_EQ(child.getProcessHandle(), -1);
     EXPECT_STREQ(child.getName(), "");
     EXPECT_EQ(child.m_pingCounter, 0);
@@ -76,7 +69,7 @@ TEST_F(ZORChildProcessTest, IsConstructedEmpty) {
 TEST_F(ZORChildProcessTest, PreparesItsThreeActions) {
     prepare(std::string(kStart) + kStop + "<ping><socketSend " + kSocketSend + "/></ping>");
     EXPECT_STREQ(child.getName(), "alpha");
-    ASSERT_NE(child.m_startAction, nullptr);
+    ASSERT_NE(TestAccess::startAction(child), nullptr);
     EXPECT_NE(dynamic_cast<ZORSignalAction*>(&child.getStopAction()), nullptr);
     ASSERT_NE(child.getPingAction(), nullptr);
     EXPECT_TRUE(
@@ -90,15 +83,15 @@ TEST_F(ZORChildProcessTest, PreparesItsThreeActions) {
 
 TEST_F(ZORChildProcessTest, ElementsAreFoundAtAnyDepth) {
     prepare(std::string("<group>") + kStart + "<inner>" + kStop + "</inner></group>");
-    EXPECT_NE(child.m_startAction, nullptr);
-    EXPECT_NE(child.m_stopAction, nullptr);
+    EXPECT_NE(TestAccess::startAction(child), nullptr);
+    EXPECT_NE(TestAccess::stopAction(child), nullptr);
 }
 
 TEST_F(ZORChildProcessTest, WithoutAStartItIsABadConfiguration) {
     const std::string text = R"(required element "start" is missing.)";
     EXPECT_EQ(failureOf(kStop), text);
     EXPECT_TRUE(hasLine("FATAL", text));
-    EXPECT_EQ(child.m_startAction, nullptr);
+    EXPECT_EQ(TestAccess::startAction(child), nullptr);
 }
 
 TEST_F(ZORChildProcessTest, WithoutASpawnInItsStartItIsABadConfiguration) {
@@ -135,7 +128,7 @@ TEST_F(ZORChildProcessTest, ASignalStopIsLoggedAsASocketSend) {
 
 TEST_F(ZORChildProcessTest, AnyOtherTypeOfStopIsABadConfiguration) {
     for (const std::string type : {"Signal", "SPAWN", "socketsend", "kill", "", "spawn "}) {
-        ChildUnderTest another;
+        ZORChildProcess another;
         const XmlText document("<process name='alpha'>" + std::string(kStart) + "<stop type='" + type +
                                "'><signal signal='15'/></stop></process>");
         try {
@@ -145,7 +138,7 @@ TEST_F(ZORChildProcessTest, AnyOtherTypeOfStopIsABadConfiguration) {
             EXPECT_STREQ(exception.getMessage(), "unexpected type for stop command");
         }
         EXPECT_TRUE(hasLine("FATAL", "unexpected type for stop command \"" + type + "\"")) << type;
-        EXPECT_EQ(another.m_stopAction, nullptr) << type;
+        EXPECT_EQ(TestAccess::stopAction(another), nullptr) << type;
     }
 }
 
@@ -157,13 +150,13 @@ TEST_F(ZORChildProcessTest, AMissingStopHasAnEmptyType) {
 
 TEST_F(ZORChildProcessTest, TheErrorOfAnActionPassesUnchanged) {
     EXPECT_EQ(failureOf("<start><spawn/></start>"), R"(ZORSpawnAction required attribute "path" is missing)");
-    EXPECT_NE(child.m_startAction, nullptr) << "freed with the child";
+    EXPECT_NE(TestAccess::startAction(child), nullptr) << "freed with the child";
 }
 
 TEST_F(ZORChildProcessTest, AStopWithoutTheElementOfItsTypeIsTheErrorOfTheAction) {
     EXPECT_EQ(failureOf(std::string(kStart) + "<stop type='signal'/>"),
               R"(required element "signal" is missing.)");
-    EXPECT_NE(child.m_stopAction, nullptr) << "freed with the child";
+    EXPECT_NE(TestAccess::stopAction(child), nullptr) << "freed with the child";
 }
 
 TEST_F(ZORChildProcessTest, TheErrorOfAPingPassesUnchanged) {
@@ -188,7 +181,7 @@ TEST_F(ZORChildProcessTest, APingWithoutASocketSendIsNoPing) {
 
 TEST_F(ZORChildProcessTest, APingWithoutADependencyIsAlwaysUsed) {
     for (const char* const dependency : {"", "dependency=''"}) {
-        ChildUnderTest another;
+        ZORChildProcess another;
         log.clear();
         const XmlText document(std::string("<process>") + kStart + kStop + "<ping><socketSend " +
                                kSocketSend + " " + dependency + "/></ping></process>");
@@ -216,7 +209,7 @@ TEST_F(ZORChildProcessDependencyTest, AnInstalledDependencyKeepsThePing) {
 TEST_F(ZORChildProcessDependencyTest, ADependencyThatIsNotInstalledDropsThePingSilently) {
     for (const char* const components : {"", "<components><component name='other' version='1'/></components>",
                                          "<components><component name='servletContainer'/></components>"}) {
-        ChildUnderTest another;
+        ZORChildProcess another;
         writeStartup(components);
         log.clear();
         const XmlText ping(std::string("<ping><socketSend dependency='servletContainer' ") + kSocketSend +
@@ -314,7 +307,7 @@ TEST_F(ZORChildProcessTest, AProcessThatHasGoneIsForgotten) {
 TEST_F(ZORChildProcessTest, AHandleBelowOneIsNeverTested) {
     preparePing("");
     for (const int handle : {0, -1, -1234}) {
-        child.m_handle = handle;
+        TestAccess::handle(child) = handle;
         log.clear();
         EXPECT_EQ(child.isAlive(), 0);
         EXPECT_EQ(log.lines(), debugLines({R"(Testing if process "alpha" is still active.)",
@@ -366,7 +359,7 @@ TEST_F(ZORChildProcessTest, AKillThatFailsGivesMinusOne) {
 TEST_F(ZORChildProcessTest, AHandleBelowOneIsNeverKilled) {
     preparePing("");
     for (const int handle : {0, -1, -1234}) {
-        child.m_handle = handle;
+        TestAccess::handle(child) = handle;
         EXPECT_EQ(child.kill(), handle);
         EXPECT_TRUE(hasLine("DEBUG", "Process ID used is " + std::to_string(handle)));
     }
@@ -393,10 +386,10 @@ class FailingAction : public Action {
 TEST_F(ZORChildProcessTest, ActionsThatFailToEndKeepNoOtherFromEnding) {
     std::vector<std::string> destroyed;
     {
-        ChildUnderTest another;
-        another.m_startAction = new FailingAction<ZORSpawnAction>(destroyed, "start");
-        another.m_stopAction = new FailingAction<ZORSignalAction>(destroyed, "stop");
-        another.m_pingAction = new FailingAction<ZORSockSendAction>(destroyed, "ping");
+        ZORChildProcess another;
+        TestAccess::startAction(another) = new FailingAction<ZORSpawnAction>(destroyed, "start");
+        TestAccess::stopAction(another) = new FailingAction<ZORSignalAction>(destroyed, "stop");
+        TestAccess::pingAction(another) = new FailingAction<ZORSockSendAction>(destroyed, "ping");
     }
     EXPECT_EQ(destroyed, (std::vector<std::string>{"start", "ping", "stop"}));
 }

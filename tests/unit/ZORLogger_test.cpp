@@ -450,7 +450,7 @@ TEST_F(ZORLoggerTest, ADestroyedLogFileLeavesItsStreamOpen) {
         ZORLogFile copy(nullptr, 0);
         copy = file;
         EXPECT_EQ(copy.getStream(), stream);
-        EXPECT_EQ(copy.isOwned(), 1);
+        EXPECT_TRUE(copy.isOwned());
     }
     EXPECT_EQ(openDescriptors(folder.path("logs/a")), 1);
     std::fclose(stream);
@@ -863,8 +863,12 @@ TEST_F(ZORLoggerTest, AForkedChildCanLogWhileAnotherThreadLogs) {
     stop = true;
     threads.join();
     EXPECT_EQ(logged, kForks);
-    const Texts lines = messages("logs/a");
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "from a child"), kForks);
+    // The threads have written as much as the machine could: the fewer words about each line, the better.
+    int written = 0;
+    std::istringstream lines(folder.read("logs/a"));
+    for (std::string line; std::getline(lines, line);)
+        written += line.ends_with(" from a child") ? 1 : 0;
+    EXPECT_EQ(written, kForks);
 }
 
 }  // namespace

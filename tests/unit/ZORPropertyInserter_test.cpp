@@ -8,6 +8,7 @@
 #include <random>
 
 #include "PlainExpansion.h"
+#include "TestAccess.h"
 #include "TestKit.h"
 
 namespace {
@@ -30,6 +31,12 @@ class ZORPropertyInserterTest : public ServiceTest {
 
 TEST_F(ZORPropertyInserterTest, ThereIsOneInstance) {
     EXPECT_EQ(ZORPropertyInserter::getInstance(), ZORPropertyInserter::getInstance());
+}
+
+TEST_F(ZORPropertyInserterTest, WhoeverAsksFirstMakesTheInstance) {
+    TestAccess::dropProperties();
+    ASSERT_NE(ZORPropertyInserter::getInstance(), nullptr);
+    EXPECT_EQ(property("a"), nullptr);
 }
 
 TEST_F(ZORPropertyInserterTest, AnAbsentNameIsNullAnEmptyValueIsNot) {

@@ -2,16 +2,12 @@
 
 #include <csignal>
 
+#include "TestAccess.h"
 #include "TestKit.h"
 #include "VirtualOs.h"
 #include "ZORBadConfigException.h"
 
 namespace {
-
-class SignalActionUnderTest : public ZORSignalAction {
-  public:
-    using ZORAction::m_signal;
-};
 
 class ZORSignalActionTest : public ServiceTest {
   protected:
@@ -23,7 +19,7 @@ class ZORSignalActionTest : public ServiceTest {
     }
 
     VirtualOs os;
-    SignalActionUnderTest action;
+    ZORSignalAction action;
 };
 
 TEST_F(ZORSignalActionTest, SendsTheSignalToTheTargetAndPauses) {
@@ -51,13 +47,13 @@ TEST_F(ZORSignalActionTest, SignalNineKillsOutright) {
 TEST_F(ZORSignalActionTest, TheSignalMayBeAPropertyReference) {
     setProperty("stopSignal", "2");
     prepare("signal='${stopSignal}'");
-    EXPECT_EQ(action.m_signal, 2);
+    EXPECT_EQ(TestAccess::signal(action), 2);
     EXPECT_TRUE(log.has("DEBUG", "ZORSignalAction", "signal is 2"));
 }
 
 TEST_F(ZORSignalActionTest, NamesOfSignalsAreNotUnderstood) {
     prepare("signal='SIGTERM'");
-    EXPECT_EQ(action.m_signal, 0);
+    EXPECT_EQ(TestAccess::signal(action), 0);
     os.process(1234);
     action.setProcessHandle(1234);
     EXPECT_EQ(action.execute(), 0);

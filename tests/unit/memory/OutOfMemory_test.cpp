@@ -87,6 +87,7 @@ class World : public WorldTest {
     using WorldTest::service;
     using WorldTest::setProperty;
     using WorldTest::stopPeer;
+    using WorldTest::supervisor;
     using WorldTest::writeStartup;
 
     // Another service with a child in the same folder: folders are what takes the time.
@@ -120,7 +121,7 @@ int failInEveryCycle(World& world, const std::function<void()>& provoke, const s
             if (wait == 1) return false;
             EXPECT_EQ(AllocationSeam::outstanding(), before) << "after failure " << failures;
             if (failed && ++failures < kEnough) return false;
-            world.service.m_supervisor.stop(&world.finished);
+            world.supervisor.stop(&world.finished);
             return true;
         }
         if (wait > 2) check();
@@ -129,7 +130,7 @@ int failInEveryCycle(World& world, const std::function<void()>& provoke, const s
         AllocationSeam::failNth(wait / 2);
         return false;
     };
-    world.service.m_supervisor.run();
+    world.supervisor.run();
     AllocationSeam::stop();
     world.os.onTimedWait = nullptr;
     EXPECT_EQ(world.finished.timedWait(0), 1) << "the stop request was obeyed";
@@ -200,10 +201,10 @@ class StopTest : public testing::TestWithParam<const char*> {
         world.ample.onFork = [this] { endChild(); };
         const long before = AllocationSeam::outstanding();
         world.os.at(world.os.nowMs() + 10000, [&] {
-            world.service.m_supervisor.stop(&world.finished);
+            world.supervisor.stop(&world.finished);
             AllocationSeam::failNth(number);
         });
-        world.service.m_supervisor.run();
+        world.supervisor.run();
         const bool failed = AllocationSeam::stop();
         world.ample.onFork = nullptr;
         EXPECT_EQ(world.finished.timedWait(0), 1) << "allocation " << number;
@@ -236,11 +237,11 @@ TEST(OutOfMemoryTest, TheSupervisorNeedsNoMemoryToBegin) {
         world.os.onTimedWait = [&](int /*wait*/) {
             if (++waits == 1) return false;
             failed = AllocationSeam::stop();
-            world.service.m_supervisor.stop(&world.finished);
+            world.supervisor.stop(&world.finished);
             return true;
         };
         AllocationSeam::failNth(number);
-        world.service.m_supervisor.run();
+        world.supervisor.run();
         ASSERT_EQ(world.finished.timedWait(0), 1) << "allocation " << number;
     }
     EXPECT_GT(number, 5);
@@ -252,8 +253,8 @@ TEST(OutOfMemoryTest, ASignalStopsTheService) {
     int number = 1;
     for (bool failed = true; failed; ++number) {
         world.beginAnew(ChildXml{});
-        world.service.m_semaMainThreadWait = &world.finished;
-        world.service.m_pidFile.setPath("../logs/a-name-longer-than-a-short-string.pid");
+        TestAccess::mainThreadWait(world.service) = &world.finished;
+        TestAccess::pidFile(world.service).setPath("../logs/a-name-longer-than-a-short-string.pid");
         world.os.raiseSignal(SIGTERM);
         {
             ZORSignalHandlerThread thread(&world.service);
@@ -261,9 +262,9 @@ TEST(OutOfMemoryTest, ASignalStopsTheService) {
             thread.run();
             failed = AllocationSeam::stop();
         }
-        world.service.m_supervisor.run();
+        world.supervisor.run();
         ASSERT_EQ(world.finished.timedWait(0), 1) << "allocation " << number;
-        world.service.m_semaMainThreadWait = nullptr;
+        TestAccess::mainThreadWait(world.service) = nullptr;
     }
     EXPECT_GT(number, 3);
 }
@@ -278,18 +279,18 @@ TEST(OutOfMemoryTest, AStepThatRunsOutOfMemoryIsLeftOut) {
     int pings = 0;
     world.os.onTimedWait = [&](int wait) {
         if (wait == 2) {
-            EXPECT_EQ(world.service.m_supervisor.isReady(), 1);
+            EXPECT_EQ(world.supervisor.isReady(), 1);
             throws = true;
             pings = world.pingPeer("beta").connects;
         }
         if (wait < 3) return false;
-        EXPECT_EQ(world.service.m_supervisor.isReady(), 0) << "alpha was not looked at";
+        EXPECT_EQ(world.supervisor.isReady(), 0) << "alpha was not looked at";
         EXPECT_EQ(world.pingPeer("beta").connects, pings + 1) << "the others were";
         throws = true;
-        world.service.m_supervisor.stop(&world.finished);
+        world.supervisor.stop(&world.finished);
         return true;
     };
-    world.service.m_supervisor.run();
+    world.supervisor.run();
     EXPECT_EQ(world.finished.timedWait(0), 1);
     EXPECT_TRUE(world.log.has("ERROR", "PingChildProcess",
                               "no memory for a step of the supervision, so it is left out."));

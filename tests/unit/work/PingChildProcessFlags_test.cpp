@@ -14,8 +14,7 @@ class PingChildProcessFlagsTest : public WorldTest {
     ~PingChildProcessFlagsTest() override { WorkCounter::lookBetweenSteps({}); }
 
     Flags flags() const {
-        return {OpenSupervisor::allChildrenRunning(service.m_supervisor),
-                OpenSupervisor::allPingsAnswered(service.m_supervisor)};
+        return {TestAccess::allChildrenRunning(supervisor), TestAccess::allPingsAnswered(supervisor)};
     }
     // What there was to see from the end of the cycle before that one to its own end.
     void lookDuring(int cycle) {
@@ -69,12 +68,12 @@ TEST_F(PingChildProcessFlagsTest, ACycleThatEndsWhileTheFlagsAreReadIsNeverReadi
     for (const auto& [first, then] : {std::pair{wrongAnswer, noAnswer}, {noAnswer, wrongAnswer}}) {
         int steps = 0;
         for (int at = 1; at <= steps + 1; ++at) {
-            OpenSupervisor::setFlags(service.m_supervisor, first.first, first.second, 0);
+            TestAccess::setFlags(supervisor, first.first, first.second, 0);
             steps = 0;
             WorkCounter::lookBetweenSteps([&, next = then] {
-                if (++steps == at) OpenSupervisor::setFlags(service.m_supervisor, next.first, next.second, 0);
+                if (++steps == at) TestAccess::setFlags(supervisor, next.first, next.second, 0);
             });
-            EXPECT_EQ(service.m_supervisor.isReady(), 0)
+            EXPECT_EQ(supervisor.isReady(), 0)
                 << "from " << first.first << first.second << " before step " << at;
             WorkCounter::lookBetweenSteps({});
         }
