@@ -6,6 +6,10 @@
 // Errors: a refused call gives what its last column says, as the function's own failure does.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+
 // One line for each function, however long. The build reads the first words of a line: SYSTEM(name on 64 bits, name on
 // 32 bits or TLS(name.
 // clang-format off

@@ -6,6 +6,7 @@
 // Units: milliseconds of virtual time.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <set>
