@@ -184,6 +184,7 @@ std::string SEKConfiguration::expanded(const std::string& written, const Origin&
     const std::unique_ptr<STACK_OF(OPENSSL_CSTRING), void (*)(STACK_OF(OPENSSL_CSTRING)*)> sections(
         NCONF_get_section_names(conf.get()),
         [](STACK_OF(OPENSSL_CSTRING) * all) { sk_OPENSSL_CSTRING_free(all); });
+    if (sections == nullptr) throw SEKFailure("cannot read " + place(origin) + ": " + SEKErrors::tlsReason());
     for (int i = 0; i < sk_OPENSSL_CSTRING_num(sections.get()); ++i) {
         const char* const section = sk_OPENSSL_CSTRING_value(sections.get(), i);
         // A look-up would fall back to the default section, which is harmless: the name is nobody else's.

@@ -78,7 +78,8 @@ class SEKDocumentReader {
         const XML_Parser parser = m_parser.get();
         const std::string place = placeIn(parser);
         if (!m_refusal.empty()) return "document refused, " + place + m_refusal;
-        return "document not well-formed, " + place + XML_ErrorString(XML_GetErrorCode(parser));
+        const char* const words = XML_ErrorString(XML_GetErrorCode(parser));
+        return "document not well-formed, " + place + (words != nullptr ? words : "unknown error");
     }
 
     void refuse(const char* why) {

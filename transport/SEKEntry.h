@@ -46,7 +46,7 @@ long guarded(std::string& details, Work&& work) noexcept {
         keep(details, failure.what());
         return failure.code();
     } catch (const std::exception& error) {
-        keep(details, error.what());
+        keep(details, SEKErrors::reasonOf(error));
         return SEK_Failed;
     }
 }

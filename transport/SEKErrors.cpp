@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace SEKErrors {
 
@@ -33,6 +34,10 @@ std::string tlsReason() {
         code == 0 ? "unknown error" : describe(code, (flags & ERR_TXT_STRING) != 0 ? data : nullptr);
     ERR_clear_error();
     return text;
+}
+
+const char* reasonOf(const std::exception& error) noexcept {
+    return dynamic_cast<const std::bad_alloc*>(&error) != nullptr ? "no memory" : error.what();
 }
 
 char* copyText(const std::string& text) noexcept {

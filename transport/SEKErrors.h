@@ -8,6 +8,7 @@
 // Errors: copyText returns null when there is no memory; nothing else here fails.
 #pragma once
 
+#include <exception>
 #include <stdexcept>
 #include <string>
 
@@ -29,6 +30,9 @@ std::string systemReason(int error);
 // OpenSSL's words for the first cause in this thread's error queue, which is empty afterwards. "unknown
 // error" when there is none.
 std::string tlsReason();
+
+// What an exception says, in a user's words.
+const char* reasonOf(const std::exception& error) noexcept;
 
 // A heap copy for the caller of an entry point.
 char* copyText(const std::string& text) noexcept;

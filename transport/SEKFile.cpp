@@ -51,7 +51,13 @@ SEKFileStamp SEKFileStamp::of(const std::string& path) {
     SEKFileStamp stamp;
     stamp.path = path;
     stamp.isThere = stat(path.c_str(), &stamp.status) == 0;
+    stamp.error = stamp.isThere ? 0 : errno;
     return stamp;
+}
+
+// Also a link that leads nowhere.
+bool SEKFileStamp::isMissing() const {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
 bool SEKFileStamp::isCurrent() const {
@@ -95,11 +101,15 @@ std::vector<std::string> namesIn(const std::string& path, std::vector<SEKFileSta
     const FolderPtr folder(opendir(path.c_str()));
     if (folder == nullptr) refuse(errno);
     std::vector<std::string> names;
-    while (const dirent* entry = readdir(folder.get())) {
+    while (true) {
+        // Only errno tells the end of the folder from a failure.
+        errno = 0;
+        const dirent* const entry = readdir(folder.get());
+        if (entry == nullptr && errno != 0) refuse(errno);
+        if (entry == nullptr) return names;
         if (names.size() == folderLimit) throw SEKFailure("too many files in the folder");
         names.emplace_back(entry->d_name);
     }
-    return names;
 }
 
 void checkFolder(const std::string& path, std::vector<SEKFileStamp>& stamps) {

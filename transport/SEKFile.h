@@ -22,9 +22,12 @@ struct SEKFileStamp {
     std::string path;
     struct stat status {};
     bool isThere = false;
+    int error = 0;  // why it is not there, as errno says
 
     static SEKFileStamp of(const std::string& path);
     bool isCurrent() const;
+    // There is none, which is not the same as none that could be looked at.
+    bool isMissing() const;
 };
 
 namespace SEKFile {

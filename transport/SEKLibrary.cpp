@@ -40,7 +40,7 @@ SEKContextPtr SEKLibrary::contextFor(const std::string& serviceID, SEKRole role)
     else if (!found->second.areCurrent())
         found->second.renew(serviceID, role);
     SSL_CTX* const context = found->second.context.get();
-    SSL_CTX_up_ref(context);
+    if (SSL_CTX_up_ref(context) != 1) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
     return SEKContextPtr(context);
 }
 

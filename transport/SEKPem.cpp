@@ -4,6 +4,8 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
+#include <utility>
+
 #include "SEKErrors.h"
 
 namespace {
@@ -24,8 +26,9 @@ Many allIn(const std::string& text, Read read) {
     const std::unique_ptr<BIO, BioFreer> input(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
     if (input == nullptr) throw SEKFailure(SEKErrors::tlsReason());
     Many all;
-    while (auto* const one = read(input.get(), nullptr, nullptr, nullptr))
-        all.emplace_back(one);
+    // Owned before it is appended, which takes memory.
+    while (typename Many::value_type one{read(input.get(), nullptr, nullptr, nullptr)})
+        all.push_back(std::move(one));
     if (!isAtEnd()) throw SEKFailure(SEKErrors::tlsReason());
     ERR_clear_error();
     return all;

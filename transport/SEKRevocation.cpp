@@ -23,5 +23,6 @@ void SEKRevocation::setExtent(const std::string& value) {
 
 void SEKRevocation::enforce(SSL_CTX& context) const {
     const unsigned long all = m_extent == Extent::Leaf ? 0 : X509_V_FLAG_CRL_CHECK_ALL;
-    X509_VERIFY_PARAM_set_flags(SSL_CTX_get0_param(&context), X509_V_FLAG_CRL_CHECK | all);
+    if (X509_VERIFY_PARAM_set_flags(SSL_CTX_get0_param(&context), X509_V_FLAG_CRL_CHECK | all) != 1)
+        throw SEKFailure("cannot have revocation checked: " + SEKErrors::tlsReason());
 }

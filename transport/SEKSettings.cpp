@@ -93,7 +93,8 @@ class SEKSettingsBuilder {
         m_settings.context.reset(
             SSL_CTX_new(m_role == SEKRole::Client ? TLS_client_method() : TLS_server_method()));
         if (context() == nullptr) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
-        SSL_CTX_set_min_proto_version(context(), TLS1_2_VERSION);
+        if (SSL_CTX_set_min_proto_version(context(), TLS1_2_VERSION) != 1)
+            throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
         SSL_CTX_set_verify(context(), m_role == SEKRole::Client ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, nullptr);
         SSL_CTX_set_default_passwd_cb(context(), refusePassphrase);
         SSL_CTX_set_default_passwd_cb_userdata(context(), &m_passphraseAsked);
@@ -206,8 +207,9 @@ class SEKSettingsBuilder {
     X509_STORE& storeFor(Authorities purpose) const {
         const bool isTrust = purpose == Authorities::ToVerify;
         X509_STORE* store = nullptr;
-        SSL_CTX_ctrl(context(), isTrust ? SSL_CTRL_GET_VERIFY_CERT_STORE : SSL_CTRL_GET_CHAIN_CERT_STORE, 0,
-                     static_cast<void*>(&store));
+        if (SSL_CTX_ctrl(context(), isTrust ? SSL_CTRL_GET_VERIFY_CERT_STORE : SSL_CTRL_GET_CHAIN_CERT_STORE,
+                         0, static_cast<void*>(&store)) <= 0)
+            throw SEKFailure(SEKErrors::tlsReason());
         if (store != nullptr) return *store;
         std::unique_ptr<X509_STORE, StoreFreer> made(X509_STORE_new());
         if (made == nullptr ||
@@ -237,8 +239,11 @@ class SEKSettingsBuilder {
 
     void checkKeyFile(const std::string& command, const std::string& path) const {
         const SEKFileStamp file = SEKFileStamp::of(path);
+        if (!file.isThere)
+            throw SEKFailure(place() + " " + command + ": private key file " + path + ": " +
+                             SEKErrors::systemReason(file.error));
         const mode_t mode = file.status.st_mode;
-        if (!file.isThere || (mode & (S_IRWXG | S_IRWXO)) == 0) return;
+        if ((mode & (S_IRWXG | S_IRWXO)) == 0) return;
         throw SEKFailure(place() + " " + command + ": private key file " + path +
                          " can be read by others (mode " + octal(mode) + "): chmod 600 it");
     }
@@ -286,6 +291,7 @@ class SEKSettingsBuilder {
         const std::unique_ptr<STACK_OF(SSL_CIPHER), CiphersFreer> ciphers(
             SSL_get1_supported_ciphers(probe.get()));
         ERR_clear_error();
+        // There may be none: no protocol is left, or there is no memory. The one that a handshake comes to is judged then.
         for (int i = 0; i < sk_SSL_CIPHER_num(ciphers.get()); ++i)
             requireSound(*sk_SSL_CIPHER_value(ciphers.get(), i));
     }
@@ -305,7 +311,7 @@ class SEKSettingsBuilder {
 
     X509_STORE* trustStore() const {
         X509_STORE* given = nullptr;
-        SSL_CTX_get0_verify_cert_store(context(), &given);
+        if (SSL_CTX_get0_verify_cert_store(context(), &given) <= 0) throw SEKFailure(SEKErrors::tlsReason());
         return given != nullptr ? given : SSL_CTX_get_cert_store(context());
     }
 
@@ -343,8 +349,9 @@ class SEKSettingsBuilder {
         SSL_CTX_clear_mode(context(), SSL_MODE_AUTO_RETRY);
         SSL_CTX_set_session_cache_mode(context(), SSL_SESS_CACHE_OFF);
         const std::string id = m_section.substr(0, SSL_MAX_SSL_SESSION_ID_LENGTH);
-        SSL_CTX_set_session_id_context(context(), reinterpret_cast<const unsigned char*>(id.data()),
-                                       static_cast<unsigned>(id.size()));
+        if (SSL_CTX_set_session_id_context(context(), reinterpret_cast<const unsigned char*>(id.data()),
+                                           static_cast<unsigned>(id.size())) != 1)
+            throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
         const bool isSparing = m_revocation.extent() == SEKRevocation::Extent::Available;
         SSL_CTX_set_verify(context(), SSL_CTX_get_verify_mode(context()),
                            isSparing ? SEKVerification::sparing : SEKVerification::strict);
@@ -376,7 +383,7 @@ void SEKSettings::renew(const std::string& serviceID, SEKRole role) {
     try {
         SEKSettings fresh = build(serviceID, role);
         if (fresh.hasFile || !hasFile) *this = std::move(fresh);
-    } catch (const SEKFailure&) {
+    } catch (const std::exception&) {
         // A file in the midst of a change, or a slip of the pen, must not cut off what works. Whoever starts
         // anew with the file is told what is wrong with it.
         ERR_clear_error();

@@ -145,10 +145,10 @@ bool SEKSocket::shakeHands() {
             if (step != Step::Done && !waitForStep(step, deadline)) return false;
         }
         return true;
-    } catch (const SEKFailure& reason) {
-        const std::string text = "TLS handshake with " + m_peerText + " failed: " + reason.what();
+    } catch (const std::exception& reason) {
+        // First of all: a stream that was left half made would go on without what it lacks.
         disconnect();
-        throw SEKFailure(text);
+        throw SEKFailure("TLS handshake with " + m_peerText + " failed: " + SEKErrors::reasonOf(reason));
     }
 }
 
@@ -176,10 +176,10 @@ void SEKSocket::send(const char* data, std::size_t length, std::size_t& sent) {
                                                              : "the peer takes no data");
             hasTaken = true;
         }
-    } catch (const SEKFailure& reason) {
+    } catch (const std::exception& reason) {
         // A record that was cut off cannot be taken up again.
-        if (m_stream.has_value()) m_stream->breakOff(reason.what());
-        throw SEKFailure("cannot send to " + m_peerText + ": " + reason.what());
+        if (m_stream.has_value()) m_stream->breakOff(SEKErrors::reasonOf(reason));
+        throw SEKFailure("cannot send to " + m_peerText + ": " + SEKErrors::reasonOf(reason));
     }
 }
 
@@ -212,8 +212,8 @@ std::size_t SEKSocket::receive(char* buffer, std::size_t capacity) {
             if (!waitForStep(step, deadline)) throw SEKFailure("no data in time");
         }
         return received;
-    } catch (const SEKFailure& reason) {
-        throw SEKFailure("cannot receive from " + m_peerText + ": " + reason.what());
+    } catch (const std::exception& reason) {
+        throw SEKFailure("cannot receive from " + m_peerText + ": " + SEKErrors::reasonOf(reason));
     }
 }
 

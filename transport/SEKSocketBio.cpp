@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <new>
+#include <memory>
 
 #include "SEKErrors.h"
 
@@ -80,14 +80,27 @@ int destroy(BIO* bio) {
     return 1;
 }
 
+struct BioFreer {
+    void operator()(BIO* bio) const { BIO_free(bio); }
+};
+struct MethodFreer {
+    void operator()(BIO_METHOD* method) const { BIO_meth_free(method); }
+};
+
+[[noreturn]] void refuse() {
+    throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
+}
+
 BIO_METHOD* makeMethod() {
-    BIO_METHOD* method = BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "socket without signals");
-    if (method == nullptr) throw std::bad_alloc();
-    BIO_meth_set_write(method, writeBytes);
-    BIO_meth_set_read(method, readBytes);
-    BIO_meth_set_ctrl(method, control);
-    BIO_meth_set_destroy(method, destroy);
-    return method;
+    const int index = BIO_get_new_index();
+    if (index < 0) refuse();
+    std::unique_ptr<BIO_METHOD, MethodFreer> method(
+        BIO_meth_new(index | BIO_TYPE_SOURCE_SINK, "socket without signals"));
+    if (method == nullptr || BIO_meth_set_write(method.get(), writeBytes) != 1 ||
+        BIO_meth_set_read(method.get(), readBytes) != 1 || BIO_meth_set_ctrl(method.get(), control) != 1 ||
+        BIO_meth_set_destroy(method.get(), destroy) != 1)
+        refuse();
+    return method.release();
 }
 
 // Lives as long as the process: a connection may outlast the library's termination.
@@ -101,11 +114,11 @@ const BIO_METHOD* method() {
 namespace SEKSocketBio {
 
 BIO* create(int descriptor) {
-    BIO* bio = BIO_new(method());
-    if (bio == nullptr) throw SEKFailure("cannot set up TLS: " + SEKErrors::tlsReason());
-    BIO_set_data(bio, new State{descriptor});
-    BIO_set_init(bio, 1);
-    return bio;
+    std::unique_ptr<BIO, BioFreer> bio(BIO_new(method()));
+    if (bio == nullptr) refuse();
+    BIO_set_data(bio.get(), new State{descriptor});
+    BIO_set_init(bio.get(), 1);
+    return bio.release();
 }
 
 void beginStep(BIO* bio) {

@@ -73,7 +73,7 @@ void SEKTlsStream::expectPeer(const std::string& host) {
 }
 
 void SEKTlsStream::begin() const {
-    if (!m_broken.empty()) throw SEKFailure(m_broken);
+    if (m_isBroken) throw SEKFailure(m_broken.empty() ? "no memory" : m_broken);
     ERR_clear_error();
     SEKSocketBio::beginStep(SSL_get_rbio(m_ssl.get()));
 }
@@ -81,23 +81,42 @@ void SEKTlsStream::begin() const {
 SEKTlsStream::Step SEKTlsStream::handshake() {
     begin();
     const Step step = outcome(SSL_do_handshake(m_ssl.get()));
-    if (step == Step::EndOfStream) {
-        m_broken = "the peer ended the connection during the handshake";
-        throw SEKFailure(m_broken);
+    if (step == Step::EndOfStream) fail("the peer ended the connection during the handshake");
+    if (step == Step::Done) {
+        requireEncryption();
+        requireVerifiedPeer();
     }
-    if (step == Step::Done) requireVerifiedPeer();
     m_established = step == Step::Done;
     if (m_established) SEKSocketBio::noteProgress(SSL_get_rbio(m_ssl.get()));
     return step;
+}
+
+void SEKTlsStream::requireEncryption() {
+    const SSL_CIPHER* const cipher = SSL_get_current_cipher(m_ssl.get());
+    if (cipher == nullptr || SSL_CIPHER_get_cipher_nid(cipher) == NID_undef)
+        fail("nothing would be encrypted");
 }
 
 void SEKTlsStream::requireVerifiedPeer() {
     try {
         SEKVerification::requireVerifiedPeer(m_ssl.get());
     } catch (const SEKFailure& reason) {
-        m_broken = reason.what();
-        throw;
+        fail(reason.what());
     }
+}
+
+void SEKTlsStream::breakOff(const char* reason) noexcept {
+    m_isBroken = true;
+    try {
+        m_broken = reason;
+    } catch (const std::exception&) {
+        m_broken.clear();  // it is broken all the same
+    }
+}
+
+void SEKTlsStream::fail(const std::string& reason) {
+    breakOff(reason.c_str());
+    throw SEKFailure(reason);
 }
 
 SEKTlsStream::Step SEKTlsStream::read(void* buffer, std::size_t capacity, std::size_t& received) {
@@ -128,8 +147,8 @@ SEKTlsStream::Step SEKTlsStream::outcome(int result) {
     if (error == SSL_ERROR_WANT_READ) return Step::WantRead;
     if (error == SSL_ERROR_WANT_WRITE) return Step::WantWrite;
     if (error == SSL_ERROR_ZERO_RETURN) return Step::EndOfStream;
-    m_broken = reasonFor(error);
-    throw SEKFailure(m_broken);
+    m_isBroken = true;  // even if there should be no memory for the reason
+    fail(reasonFor(error));
 }
 
 std::string SEKTlsStream::reasonFor(int error) const {
@@ -157,7 +176,7 @@ std::string SEKTlsStream::surfeitReason() const {
 
 void SEKTlsStream::sayGoodbye() noexcept {
     // After a failure OpenSSL forbids the call, and before the handshake there is nothing to end.
-    if (!m_broken.empty() || !m_established) return;
+    if (m_isBroken || !m_established) return;
     ERR_clear_error();
     SSL_shutdown(m_ssl.get());
     ERR_clear_error();

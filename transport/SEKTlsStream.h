@@ -38,7 +38,7 @@ class SEKTlsStream {
     Step write(const void* data, std::size_t length, std::size_t& sent);
 
     // Later steps fail with this reason: records that were cut off in the middle cannot be continued.
-    void breakOff(const std::string& reason) { m_broken = reason; }
+    void breakOff(const char* reason) noexcept;
 
     // Tells the peer the end, if that is possible at once.
     void sayGoodbye() noexcept;
@@ -51,10 +51,13 @@ class SEKTlsStream {
     Step outcome(int result);
     Step inputOutcome(int result);  // of a call that looks for data of the application
     std::string reasonFor(int error) const;
+    void requireEncryption();
     void requireVerifiedPeer();
     std::string surfeitReason() const;
+    [[noreturn]] void fail(const std::string& reason);
 
     std::unique_ptr<SSL, SslFreer> m_ssl;
     bool m_established = false;
-    std::string m_broken;  // the reason of the first failure; empty while there was none
+    bool m_isBroken = false;  // since the first failure
+    std::string m_broken;     // its reason, unless there was no memory for it
 };

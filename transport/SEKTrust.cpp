@@ -44,6 +44,14 @@ void require(bool isDone) {
     if (!isDone) throw SEKFailure(SEKErrors::tlsReason());
 }
 
+unsigned long hashOfSubject(const X509* certificate) {
+    int isGood = 0;
+    const unsigned long hash =
+        X509_NAME_hash_ex(X509_get_subject_name(certificate), nullptr, nullptr, &isGood);
+    require(isGood != 0);
+    return hash;
+}
+
 }  // namespace
 
 // The files of one hash and kind in a folder.
@@ -99,8 +107,7 @@ void SEKTrust::addSeries(const Series& series, const std::vector<std::string>& n
         const std::string name = series.beginning + std::to_string(number);
         if (!std::binary_search(names.begin(), names.end(), name)) return;
         m_sources.push_back(SEKFileStamp::of(series.folder + "/" + name));
-        // A link that leads nowhere.
-        if (!m_sources.back().isThere) return;
+        if (m_sources.back().isMissing()) return;
         try {
             addHashed(series, m_sources.back().path);
         } catch (const SEKFailure& reason) {
@@ -122,7 +129,7 @@ void SEKTrust::addHashed(const Series& series, const std::string& path) {
     const SEKPem::Certificates certificates = SEKPem::certificatesIn(text);
     if (certificates.empty()) throw SEKFailure("no certificate in it");
     const bool isLookedFor = std::any_of(certificates.begin(), certificates.end(), [&](const auto& one) {
-        return X509_subject_name_hash(one.get()) == series.hash();
+        return hashOfSubject(one.get()) == series.hash();
     });
     for (const auto& certificate : certificates)
         if (isLookedFor) add(certificate.get());
@@ -172,7 +179,10 @@ void SEKTrust::addAnyForm(const std::string& path) {
     bool isEmpty = true;
     while (OSSL_STORE_eof(store.get()) == 0) {
         const std::unique_ptr<OSSL_STORE_INFO, InfoFreer> info(OSSL_STORE_load(store.get()));
-        if (info == nullptr) break;
+        if (info == nullptr) {
+            require(OSSL_STORE_eof(store.get()) != 0);
+            break;
+        }
         X509* const certificate = OSSL_STORE_INFO_get0_CERT(info.get());
         X509_CRL* const list = OSSL_STORE_INFO_get0_CRL(info.get());
         if (certificate != nullptr) add(certificate);
@@ -212,5 +222,5 @@ void SEKTrust::addHalf(const char* variable, const char* builtIn, Add&& addAt) {
 bool SEKTrust::isAbsent(const std::string& path) {
     const SEKFileStamp stamp = SEKFileStamp::of(path);
     if (!stamp.isThere) m_sources.push_back(stamp);
-    return !stamp.isThere;
+    return stamp.isMissing();
 }

@@ -2,6 +2,7 @@
 
 #include <openssl/x509_vfy.h>
 
+#include <atomic>
 #include <exception>
 #include <memory>
 
@@ -14,9 +15,14 @@ void freeText(void*, void* text, CRYPTO_EX_DATA*, int, long, void*) {
     delete static_cast<std::string*>(text);
 }
 
+// Negative, which is nobody's place, when OpenSSL gives none; the next who asks tries again.
 int textIndex() {
-    static const int index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, freeText);
-    return index;
+    static std::atomic<int> index{-1};
+    int known = index;
+    if (known >= 0) return known;
+    const int made = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, freeText);
+    // Another thread may have been first.
+    return made >= 0 && index.compare_exchange_strong(known, made) ? made : index.load();
 }
 
 std::string expectedHost(X509_VERIFY_PARAM* parameters) {
