@@ -171,15 +171,15 @@ const TransportLife::Step* TransportLife::failure() const {
 }
 
 const char* nameOf(Way way) {
-    static constexpr std::array names{"by name",         "by address", "to a stranger",
-                                      "to another host", "to revoked", "to a bare one",
-                                      "plain",           "serving",    "serving a stranger"};
+    static constexpr std::array names{
+        "by name",    "by address",    "to a stranger", "to another host", "to another name",
+        "to revoked", "to a bare one", "plain",         "serving",         "serving a stranger"};
     return names[static_cast<std::size_t>(way)];
 }
 
 bool isWrong(Way way) {
-    return way == Way::ToStranger || way == Way::ToOther || way == Way::ToRevoked || way == Way::ToBare ||
-           way == Way::ServingStranger;
+    return way == Way::ToStranger || way == Way::ToOther || way == Way::ToOtherName ||
+           way == Way::ToRevoked || way == Way::ToBare || way == Way::ServingStranger;
 }
 
 TransportWorld::TransportWorld() {
@@ -284,15 +284,17 @@ TransportLife TransportWorld::live(Way way) {
 
 void TransportWorld::connect(TransportLife& life, Way way) {
     Caller caller(life, way == Way::ByAddress ? "system" : way == Way::ToBare ? "bare" : "gateway");
-    const TestPeer& peer = way == Way::ToStranger  ? *m_stranger
-                           : way == Way::ToOther   ? *m_other
-                           : way == Way::ToRevoked ? *m_revoked
-                           : way == Way::ToBare    ? *m_bare
-                           : way == Way::Plain     ? *m_plain
-                                                   : *m_right;
+    const TestPeer& peer = way == Way::ToStranger                           ? *m_stranger
+                           : way == Way::ToOther || way == Way::ToOtherName ? *m_other
+                           : way == Way::ToRevoked                          ? *m_revoked
+                           : way == Way::ToBare                             ? *m_bare
+                           : way == Way::Plain                              ? *m_plain
+                                                                            : *m_right;
     const bool isByAddress = way == Way::ByAddress || way == Way::ToOther || way == Way::Plain;
-    const std::string url =
-        peer.url(way == Way::Plain ? "tcp" : "https", isByAddress ? "127.0.0.1" : "localhost");
+    const std::string url = peer.url(way == Way::Plain ? "tcp" : "https",
+                                     isByAddress               ? "127.0.0.1"
+                                     : way == Way::ToOtherName ? "a.name.without.a.certificate.localhost"
+                                                               : "localhost");
     const auto connectUrl = [&] {
         return caller.onHandle("connect", [&] { return SEK_Connect_Url(caller.handle, text(url), nullptr); });
     };

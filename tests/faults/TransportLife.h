@@ -35,6 +35,7 @@ enum class Way {
     ByAddress,       // the right peer, whose address is expected, with the system's trust store
     ToStranger,      // a peer whose certificate another authority has issued
     ToOther,         // a peer whose certificate is for another host
+    ToOtherName,     // the same, asked for by a name that takes memory of its own
     ToRevoked,       // a peer whose certificate has been revoked
     ToBare,          // a peer that encrypts nothing, with settings that would let it
     Plain,           // without TLS
@@ -42,9 +43,9 @@ enum class Way {
     ServingStranger  // the server's side, a client whose certificate another authority has issued
 };
 const char* nameOf(Way way);
-inline constexpr Way kWays[] = {Way::ByName,  Way::ByAddress, Way::ToStranger,
-                                Way::ToOther, Way::ToRevoked, Way::ToBare,
-                                Way::Plain,   Way::Serving,   Way::ServingStranger};
+inline constexpr Way kWays[] = {Way::ByName,      Way::ByAddress,      Way::ToStranger, Way::ToOther,
+                                Way::ToOtherName, Way::ToRevoked,      Way::ToBare,     Way::Plain,
+                                Way::Serving,     Way::ServingStranger};
 bool isWrong(Way way);
 
 class TransportWorld {
