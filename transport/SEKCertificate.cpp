@@ -39,7 +39,10 @@ std::string escaped(const unsigned char* bytes, std::size_t length) {
     for (std::size_t i = 0; i < length && text.size() <= SEKCertificate::textLimit; ++i) {
         const unsigned char byte = bytes[i];
         const bool isPlain = byte > ' ' && byte < 0x7F && byte != ',' && byte != '\\';
-        text += isPlain ? std::string(1, static_cast<char>(byte)) : "\\" + hexadecimal(byte);
+        if (isPlain)
+            text += static_cast<char>(byte);
+        else
+            text.append("\\").append(hexadecimal(byte));
     }
     return cut(text);
 }
@@ -138,7 +141,7 @@ std::string SEKCertificate::fingerprint() const {
     if (X509_digest(m_certificate, EVP_sha256(), digest.data(), &length) != 1) return unreadable;
     std::string text;
     for (unsigned i = 0; i < length; ++i)
-        text += (i == 0 ? "" : ":") + hexadecimal(digest[i]);
+        text.append(i == 0 ? "" : ":").append(hexadecimal(digest[i]));
     return text;
 }
 

@@ -316,7 +316,9 @@ bool isTheLanguages(const std::string& name) {
     for (const char* const beginning :
          {"__cxa_", "__dynamic_cast", "__gxx_", "__gcc_", "__gcov", "__llvm", "__asan", "__ubsan", "__tsan",
           "__sanitizer", "__stack_chk", "__dso_handle", "__tls_get_addr", "___tls_get_addr",
-          "__errno_location", "__libc_single_threaded", "__once_proxy", "__x86."}) {
+          "__errno_location", "__libc_single_threaded", "__once_proxy", "__x86.",
+          // Numbers wider than the processor's, and counters without a lock.
+          "__div", "__udiv", "__mod", "__umod", "__aarch64_"}) {
         if (name.rfind(beginning, 0) == 0) return true;
     }
     return false;
