@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "TVLOs.h"
+#include "TVLThread.h"
 
 TVLThreadMutex* TVLThreadMutex::m_heldAcrossFork = nullptr;
 
@@ -55,7 +56,22 @@ void TVLThreadSemaphore::wait() {
 
 int TVLThreadSemaphore::timedWait(int timeoutMs) {
     constexpr std::int64_t kPast = 0;
-    return takeBefore(timeoutMs > 0 ? TVLOs::current().nowMs() + timeoutMs : kPast) ? 1 : 0;
+    TVLOs& os = TVLOs::current();
+    const std::int64_t deadlineMs = timeoutMs > 0 ? os.nowMs() + timeoutMs : kPast;
+    try {
+        return takeBefore(deadlineMs) ? 1 : 0;
+    } catch (const TVLThreadResourceError&) {
+        // Whoever waits for so long at most goes on in any case; with a post it comes late.
+        if (deadlineMs != kPast) os.sleepMs(deadlineMs - os.nowMs());
+        return take() ? 1 : 0;
+    }
+}
+
+bool TVLThreadSemaphore::take() {
+    const TVLThreadGuard guard(m_mutex);
+    if (m_count == 0) return false;
+    --m_count;
+    return true;
 }
 
 bool TVLThreadSemaphore::takeBefore(std::int64_t deadlineMs) {

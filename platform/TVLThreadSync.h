@@ -83,10 +83,12 @@ class TVLThreadSemaphore {
 
     void post();
     void wait();
-    // 1 when it was posted, 0 when `timeoutMs` passed without a post. A limit of 0 or less tests once.
+    // 1 when it was posted, 0 when `timeoutMs` passed without a post. A limit of 0 or less tests once. A wait that
+    // the system refuses is slept in place of it: a post that comes meanwhile is seen when the time has passed.
     int timedWait(int timeoutMs);
 
   private:
+    bool take();
     bool takeBefore(std::int64_t deadlineMs);
 
     TVLThreadMutex m_mutex;

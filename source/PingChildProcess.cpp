@@ -131,21 +131,9 @@ void PingChildProcess::supervise() {
 bool PingChildProcess::waitForNextCycle() {
     const int intervalMs = TVLNumber::secondsToMs(m_pollIntervalSec);
     logger->log(ZOR_DEBUG, "entering timedWait, interval = %d", intervalMs);
-    const int posted = timedWaitOrSleep(intervalMs);
+    const int posted = m_semaWakeup.load()->timedWait(intervalMs);
     logger->log(ZOR_DEBUG, "end of timedWait");
     return posted != 1 && m_stopRequested == 0;
-}
-
-// A wait that the system refuses must not end the supervision: nobody would obey a stop request any more.
-int PingChildProcess::timedWaitOrSleep(int intervalMs) {
-    try {
-        return m_semaWakeup.load()->timedWait(intervalMs);
-    } catch (const TVLThreadResourceError&) {
-        logger->log(ZOR_ERROR,
-                    "timedWait() threw a TVLThreadResourceError Exception, so the interval is slept.");
-        TVLThread::sleep(intervalMs);
-        return 0;
-    }
 }
 
 void PingChildProcess::readLimitOverride() {

@@ -84,7 +84,6 @@ class PingChildProcess : public TVLThread {
     void prepareShutdown(const I18NString& checkInterval);
     void supervise();
     bool waitForNextCycle();  // false when a stop was requested
-    int timedWaitOrSleep(int intervalMs);
     void readLimitOverride();
     void runCycle();
     void examine(ZORChildProcess& child, Cycle& cycle);

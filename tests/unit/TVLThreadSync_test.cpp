@@ -174,6 +174,19 @@ TEST(TVLThreadSyncTest, AWaitThatTheSystemRefusesIsAnException) {
     EXPECT_THROW(semaphore.wait(), TVLThreadResourceError);
 }
 
+TEST(TVLThreadSyncTest, ATimedWaitThatTheSystemRefusesIsSlept) {
+    VirtualOs time;
+    FailingOs os;
+    os.failFrom(OsKind::Wait, 1, EAGAIN);
+    TVLThreadSemaphore semaphore(0);
+    EXPECT_EQ(semaphore.timedWait(300), 0);
+    EXPECT_EQ(time.nowMs(), 300);
+    time.at(400, [&] { semaphore.post(); });
+    EXPECT_EQ(semaphore.timedWait(300), 1);
+    EXPECT_EQ(time.nowMs(), 600);
+    EXPECT_EQ(os.refusals(OsKind::Wait), 2);
+}
+
 TEST(TVLThreadSyncTest, ImmortalSemaphoresAreSemaphoresOfTheirOwn) {
     TVLThreadSemaphore* const first = TVLThreadSemaphore::createImmortal(1);
     TVLThreadSemaphore* const second = TVLThreadSemaphore::createImmortal(0);
