@@ -2,10 +2,10 @@
 // holds then is in docs/faults.md.
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <map>
 #include <sstream>
 
+#include "ChosenUses.h"
 #include "ResultTable.h"
 #include "ServiceLife.h"
 
@@ -51,19 +51,6 @@ Effect effectOf(OsKind kind) {
         default:
             return {};
     }
-}
-
-bool tryAll() {
-    const char* const wanted = std::getenv("VBS_FAULTS");
-    return wanted != nullptr && std::string(wanted) == "all";
-}
-
-std::vector<int> numbers(int uses, int most) {
-    std::vector<int> chosen;
-    const int count = tryAll() ? uses : std::min(uses, most);
-    for (int i = 0; i < count; ++i)
-        chosen.push_back(1 + i * (uses - 1) / std::max(1, count - 1));
-    return chosen;
 }
 
 class RefusedServiceTest : public ServiceLifeTest, public testing::WithParamInterface<OsKind> {
@@ -133,10 +120,10 @@ TEST_P(RefusedServiceTest, TheServiceEndsInOrderAndKeepsNothing) {
     const int uses = usesInALife();
     EXPECT_GT(uses, 0) << "no life uses it";
     Tally tally;
-    for (const int number : numbers(std::max(0, uses - effectOf(GetParam()).spared), 12))
+    for (const int number : chosenUses(std::max(0, uses - effectOf(GetParam()).spared), 12))
         expectHarmless(number, false, tally);
     if (effectOf(GetParam()).isForEver) {
-        for (const int number : numbers(uses, 6))
+        for (const int number : chosenUses(uses, 6))
             expectHarmless(number, true, tally);
     }
     std::string outcomes;

@@ -4,17 +4,17 @@
 
 #include <gtest/gtest.h>
 
+#include "ChosenUses.h"
+
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
 #include <set>
 #include <thread>
-
 #include "ResultTable.h"
 #include "SEK_Crypto_Interface.h"
 #include "TransportLife.h"
@@ -24,21 +24,6 @@ using AllocationSeam::Source;
 using TransportFaults::Function;
 
 namespace {
-
-bool tryAll() {
-    const char* const wanted = std::getenv("VBS_FAULTS");
-    return wanted != nullptr && std::string(wanted) == "all";
-}
-
-// The numbers of the uses that are refused in their turn: all, or so many of them, the first and the last included.
-std::vector<int> numbers(int uses, int most) {
-    std::vector<int> chosen;
-    const int count = tryAll() ? uses : std::min(uses, most);
-    for (int i = 0; i < count; ++i)
-        chosen.push_back(
-            1 + static_cast<int>(static_cast<std::int64_t>(i) * (uses - 1) / std::max(1, count - 1)));
-    return chosen;
-}
 
 // What a life that goes on without goes on without.
 const std::set<std::string> kDispensable{
@@ -192,9 +177,9 @@ TEST_P(RefusedTransportCallTest, NothingIsKeptNobodyIsBelievedAndTheNextLifeIsAs
         world.live(way);
         const int uses = TransportFaults::uses(GetParam());
         tally.uses = std::max(tally.uses, uses);
-        for (const int number : numbers(uses, 3))
+        for (const int number : chosenUses(uses, 3))
             refuse(way, number, false, tally);
-        for (const int number : numbers(uses, 2))
+        for (const int number : chosenUses(uses, 2))
             refuse(way, number, true, tally);
         expectUndisturbed(way);
     }
@@ -244,13 +229,13 @@ class TransportMemoryTest : public TransportFaultsTest, public testing::WithPara
         AllocationSeam::stop();
         tally.uses = AllocationSeam::counted();
         ASSERT_GT(tally.uses, 10);
-        for (const int number : numbers(tally.uses, most)) {
+        for (const int number : chosenUses(tally.uses, most)) {
             run(
                 std::string(name) + " " + std::to_string(number), source,
                 [&] { AllocationSeam::failNth(number, source); }, tally);
             ++tally.once;
         }
-        for (const int number : numbers(tally.uses, 15)) {
+        for (const int number : chosenUses(tally.uses, 15)) {
             run(
                 std::string(name) + " from " + std::to_string(number), source,
                 [&] { AllocationSeam::failFrom(number, source); }, tally);
