@@ -159,7 +159,7 @@ check_removal() {
     expect_running 0 "after installing a second time"
     expect "removing" run_dpkg --remove velbootstrapservice
     expect_equal "processes after removing" "" "$(service_processes)"
-    expect_not "the program is there" test -e "$copy/usr/sbin/velbootstrapservice"
+    expect_not "the program is there" test -e "$copy/usr/lib/velbootstrapservice/velbootstrapservice"
     expect "the settings stay" test -f "$settings"
     expect "the logs stay" test -f "$copy$logs/velbootstrapservice.log"
     install_package
