@@ -26,6 +26,7 @@ check_places() {
     # Outside of an instance's bin/ it does nothing and says nothing: nobody is to find it there.
     expect_equal "the service in the search path" "" \
         "$(find "$tree"/usr/bin "$tree"/usr/sbin -name velbootstrapservice 2>/dev/null)"
+    expect_link usr/bin/velbootstrapctl ../lib/velbootstrapservice/velbootstrapctl
     expect_link usr/bin/velbootstrap-tomcat ../share/velbootstrapservice/tomcat/velbootstrap-tomcat
     expect_link var/lib/velbootstrapservice/configuration /etc/velbootstrapservice
     expect_link var/lib/velbootstrapservice/logs ../../log/velbootstrapservice
@@ -91,6 +92,7 @@ check_rights() {
     expect_equal "files that are not root's" "" "$(awk '$2 != "root/root" { print $6 }' "$listing")"
     expect_equal "files others can write" "" "$(awk '/^[^l]....w/ || /^[^l].......w/ { print $6 }' "$listing")"
     expect_equal "programs" "./usr/lib/velbootstrapservice/velbootstrap-unit
+./usr/lib/velbootstrapservice/velbootstrapctl
 ./usr/lib/velbootstrapservice/velbootstrapservice
 ./usr/share/velbootstrapservice/tomcat/bin/keep-output
 ./usr/share/velbootstrapservice/tomcat/make-certificates
