@@ -45,6 +45,14 @@ TEST_F(KeepOutputTest, WhatLeadsNowhereIsKeptInAFile) {
     EXPECT_EQ(kept(), "said\ncomplained\nagain");
 }
 
+TEST_F(KeepOutputTest, TheFileIsNobodyElsesWhateverTheUmask) {
+    runs("echo said", ">/dev/null 2>&1", "umask 0");
+    EXPECT_EQ(fs::status(service.path("logs/child.out")).permissions(), fs::perms{0640});
+    service.remove("logs/child.out");
+    runs("echo said", ">/dev/null 2>&1", "umask 077");
+    EXPECT_EQ(fs::status(service.path("logs/child.out")).permissions(), fs::perms{0600});
+}
+
 TEST_F(KeepOutputTest, TheFilesStaySmallAndHoldTheEnd) {
     EXPECT_EQ(runs("seq 2000000; echo the end").exitCode, 0);
     EXPECT_LE(fs::file_size(service.path("logs/child.out")), kGreatestFileBytes);
