@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
+#include <sstream>
 
 #include "ExternalProgram.h"
 #include "FileContent.h"
@@ -33,7 +35,7 @@ const char* nameOf(Place place) {
 
 // As cells of the page's table.
 std::vector<std::string> rowOf(const Mistake& mistake) {
-    std::string shown;
+    std::string shown = mistake.shown.empty() ? "nothing" : "";
     for (const Shown& one : mistake.shown)
         shown += (shown.empty() ? "" : "; ") + std::string(nameOf(one.place)) + ": `" + one.line + "`" +
                  (one.without.empty() ? "" : ", and no `" + one.without + "`");
@@ -134,6 +136,27 @@ TEST_P(MistakesTest, IsShown) {
 
 INSTANTIATE_TEST_SUITE_P(All, MistakesTest, testing::ValuesIn(mistakes()),
                          [](const auto& mistake) { return mistake.param.name; });
+
+// The rows of the page's table, as the tests write them.
+std::vector<std::string> rowsOfThePage() {
+    const std::string page = contentOf(VBS_SOURCE_FOLDER "/docs/operation.md");
+    const std::size_t begin = page.find("\n" + ResultTable::markdown(kColumns) + "\n");
+    if (begin == std::string::npos) return {};
+    std::istringstream table(page.substr(begin + 1, page.find("\n\n", begin) - begin));
+    std::vector<std::string> rows;
+    for (std::string line; std::getline(table, line);)
+        rows.push_back(line);
+    return rows;
+}
+
+TEST(MistakesPageTest, ThePageTellsWhatIsSeen) {
+    const std::vector<std::string> rows = rowsOfThePage();
+    EXPECT_EQ(rows.size(), mistakes().size() + 2);
+    for (const Mistake& mistake : mistakes()) {
+        const std::string row = ResultTable::markdown(rowOf(mistake));
+        EXPECT_EQ(std::count(rows.begin(), rows.end(), row), 1) << "not on the page:\n" << row;
+    }
+}
 
 TEST(MistakesPageTest, OneOfTheLinesNamesFileElementOrChild) {
     for (const Mistake& mistake : mistakes()) {

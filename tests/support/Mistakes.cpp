@@ -274,7 +274,7 @@ std::vector<Mistake> ofTheDocuments() {
           {Place::Log, "Failed to find parameter \"dispatcherPingTimeout\" in startup config ZOR element."}},
          {"dispatcherPingTime"}},
         {"TheDispatcherHasNoPort",
-         "`internalDispatcher` without a port",
+         "`internalDispatcher` without a port, and `-isrunning`",
          [](I& at) {
              const std::string text = at.service().read(I::startup);
              const std::size_t begin = text.find("https://localhost:") + 17;

@@ -1,6 +1,7 @@
 // What a child prints, where the daemon's own standard streams lead nowhere: the script that becomes the child, and a
 // JVM that was started by it.
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 
