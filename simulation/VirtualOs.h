@@ -1,11 +1,12 @@
-// The operating system of a unit test: virtual time, processes that are only noted down.
+// An operating system in which time is virtual and processes are only noted down.
 //
-// Purpose: stands in for TVLOs while it exists. Time moves when every thread waits: straight to the next
-// deadline
-//   or scripted event. Hours of supervision take milliseconds and go the same way each time.
+// Purpose: stands in for TVLOs while it exists, for tests and for whoever wants to see what the service would do. Time
+//   moves when every thread waits: straight to the next deadline or scripted event. Hours of supervision take
+//   milliseconds and go the same way each time.
 // Ownership: installs itself when constructed and takes itself out when destroyed; one at a time.
-// Threads: threads started through TVLThread meanwhile are part of the game; the creating thread is the
-// first. Units: milliseconds since the construction.
+// Threads: threads started through TVLThread meanwhile are part of the game; the creating thread is the first.
+// Units: milliseconds since the construction.
+// Errors: as TVLOs says, where a failure has been asked for.
 #pragma once
 
 #include <csignal>
@@ -20,7 +21,7 @@
 
 class VirtualOs : public TVLRealOs {
   public:
-    // Thrown by exitProcess() in place of ending the test.
+    // Thrown by exitProcess() in place of ending the process.
     struct ProcessExit {
         int status;
     };
