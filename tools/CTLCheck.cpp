@@ -49,6 +49,7 @@ std::map<std::string, std::string> valuesIn(const CTLDocument& startup, const CT
     const TVLIDOM_NodeList parameters = startup.root().getElementsByTagName("vrx:parameter");
     for (std::size_t i = 0; i < parameters.getLength(); ++i) {
         const TVLIDOM_Element parameter(parameters.item(i));
+        if (CTLReferences::ofTheService().count(parameter.getAttribute("name").str()) == 0) continue;
         values[parameter.getAttribute("name").str()] += parameter.getTextContent().str();
     }
     if (const char* const home = std::getenv("JAVA_HOME"); home != nullptr) values["java_home"] = home;

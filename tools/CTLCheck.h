@@ -30,6 +30,8 @@ class CTLCheck {
     CTLCheck& operator=(const CTLCheck&) = delete;
     ~CTLCheck();
 
+    // Before another user is taken on, who may not read what the installation has.
+    void loadSchemas() { m_schemas.load(); }
     // All of the instance. Afterwards the working folder is its bin/.
     void checkInstance(const CTLInstance& instance);
     // These files only, each by the name of its root. A bootstrap document is prepared as the instance's own would be,

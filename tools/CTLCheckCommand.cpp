@@ -87,6 +87,7 @@ int CTLCheckCommand::run(CTLContext& context) {
 
 void CTLCheckCommand::checkInstance(const std::string& named, CTLCheck& check) {
     const CTLInstance instance = CTLInstance::find(named);
+    check.loadSchemas();
     CTLServiceUser::become(instance);
     check.checkInstance(instance);
 }

@@ -1,8 +1,9 @@
 #include "CTLFolderCheck.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <pwd.h>
-#include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <array>
@@ -35,12 +36,19 @@ std::string user() {
     return entry == nullptr ? "the user with id " + std::to_string(geteuid()) : entry->pw_name;
 }
 
+// Root may write there, too, and nobody can make anything.
+bool isOfKernel(const fs::path& folder) {
+    struct statfs status {};
+    return statfs(folder.c_str(), &status) == 0 &&
+           (status.f_type == PROC_SUPER_MAGIC || status.f_type == SYSFS_MAGIC);
+}
+
 // Why nothing can be made in a folder; empty when it can.
 std::string complaintOfFolder(const fs::path& folder) {
     std::error_code error;
     if (!fs::exists(folder, error)) return "is not there";
     if (!fs::is_directory(folder, error)) return "is no folder";
-    return may(folder, W_OK | X_OK) ? "" : user() + " cannot write to it";
+    return may(folder, W_OK | X_OK) && !isOfKernel(folder) ? "" : user() + " cannot write to it";
 }
 
 fs::path nearestFolder(fs::path path) {

@@ -204,7 +204,8 @@ class Translation {
     void takeValue(const Complaint& complaint, const CTLDocument::Element& element) {
         const std::string value = quotedIn(complaint.words, 1);
         const std::string attribute = attributeWith(element, value);
-        const std::string what = attribute.empty() ? tag(element) : "attribute \"" + attribute + "\"";
+        const std::string what =
+            attribute.empty() ? tag(element) : "attribute \"" + attribute + "\" of " + tag(element);
         add(element, attribute, what + ": " + complaint.words + CTLNearest::question(value, m_words.values));
     }
 
@@ -227,6 +228,47 @@ std::string failureOf(CheckingParser& parser, const fs::path& file) {
     } catch (const xercesc::OutOfMemoryException&) {
         return "no memory";
     }
+}
+
+// The library matches a text with a pattern character by character, each on the stack.
+constexpr std::size_t kLongest = 4096;
+
+// Of an element with nothing but text; a "param" may have any, and is held against no pattern.
+std::size_t lengthOfText(const TVLIDOM_Element& element) {
+    if (element.hasNodeName("param")) return 0;
+    std::size_t length = 0;
+    for (TVLIDOM_Node child = element.getFirstChild(); !child.isNull(); child = child.getNextSibling()) {
+        const int type = child.getNodeType();
+        if (type == TVLIDOM_Node::ELEMENT_NODE) return 0;
+        const bool isText = type == TVLIDOM_Node::TEXT_NODE || type == TVLIDOM_Node::CDATA_SECTION_NODE;
+        if (isText) length += child.getNodeValue().length();
+    }
+    return length;
+}
+
+// The attribute or element that is longer, as words; empty when none is. A command has no pattern.
+std::string tooLongIn(const TVLIDOM_Element& element, const Words& words) {
+    std::set<std::string> names = words.attributes;
+    names.erase("commandString");
+    names.insert("xsi:type");
+    for (const std::string& name : names) {
+        if (element.getAttribute(name).length() > kLongest) return "attribute \"" + name + "\"";
+    }
+    return lengthOfText(element) > kLongest ? "<" + element.getTagName().str() + ">" : std::string();
+}
+
+// Whether any is; a document with one is held against no schema.
+bool hasTooLong(const CTLDocument& document, const Words& words, CTLFindings& findings) {
+    bool isAny = false;
+    for (const CTLDocument::Element& element : document.elements()) {
+        const std::string what = tooLongIn(element.handle, words);
+        if (what.empty()) continue;
+        isAny = true;
+        findings.add(document.at(Severity::Error, "schema", element.handle, "",
+                                 what + " has more than " + std::to_string(kLongest) +
+                                     " bytes: this document is not held against its schema"));
+    }
+    return isAny;
 }
 
 // The folder of this program.
@@ -270,10 +312,17 @@ CTLSchemas::Grammar& CTLSchemas::grammarOf(CTLDocument::Kind kind) {
     return *grammar;
 }
 
+void CTLSchemas::load() {
+    for (const auto kind :
+         {CTLDocument::Kind::Bootstrap, CTLDocument::Kind::Logging, CTLDocument::Kind::Startup})
+        grammarOf(kind);
+}
+
 void CTLSchemas::validate(const CTLDocument& document, CTLDocument::Kind kind, CTLFindings& findings) {
     Grammar& grammar = grammarOf(kind);
     CheckingParser parser(grammar.pool);
     parser.takeDocuments();
+    if (hasTooLong(document, grammar.words, findings)) return;
     const std::string& text = document.text();
     try {
         parser.parse(xercesc::MemBufInputSource(reinterpret_cast<const XMLByte*>(text.data()), text.size(),

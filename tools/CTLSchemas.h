@@ -3,7 +3,7 @@
 // Purpose: holds a document against the schema of its kind and says in an administrator's words what does not fit, with
 //   the place of the element or attribute. The schemas come from a folder of the installation and from nowhere else:
 //   what a document says of its schema is not heeded, and the network is not there.
-// Ownership: owns the grammars that it has read; each is read when the first document of its kind comes.
+// Ownership: owns the grammars that it has read; each is read once, when it is needed.
 // Threads: one thread at a time. The XML library must have been started and must not end before.
 // Units: none.
 // Errors: CTLError when a schema is not there or is none.
@@ -26,6 +26,8 @@ class CTLSchemas {
     CTLSchemas& operator=(const CTLSchemas&) = delete;
     ~CTLSchemas();
 
+    // Reads all of them: for whoever changes the user afterwards.
+    void load();
     // Held against the schema of that kind, whatever its root is. The document must have been parsed.
     void validate(const CTLDocument& document, CTLDocument::Kind kind, CTLFindings& findings);
 

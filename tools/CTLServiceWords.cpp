@@ -63,6 +63,8 @@ void CTLServiceWords::follow(const CTLLogLine& line) {
     const auto begins = [&](const char* words) { return line.text.starts_with(words); };
     if (line.logger == "ZORBootstrapService" && begins("processing config for process"))
         return beginProcess();
+    // A text of the document, which is logged as it stands, could begin like a line of the service's.
+    if (m_processes.empty()) return;
     if (line.logger == "ZORChildProcess" && begins("processing stop command")) return beginStop();
     if (line.logger == "ZORChildProcess" && begins("processing ping command")) {
         m_at = TVLIDOM_Helper::findFirstElementWithName(
@@ -106,8 +108,9 @@ void CTLServiceWords::tell(const CTLLogLine& line) {
         return endProcess(m_reason.empty() ? text : m_reason);
     }
     m_reason = text;
-    // Told with its place already.
+    // Told with its place already, and what comes after a line that has said why.
     if (isSaid("Error parsing bootstrap.xml") && !m_bootstrap.isParsed()) return;
+    if (isSaid("Error processing bootstrap.xml")) return;
     const Severity severity = line.level == "WARN" ? Severity::Warning : Severity::Error;
     if (line.logger == "ZORCryptoHelper") {
         return m_findings.add({severity, "library", "libSEK_Crypto_Interface.so", {}, "", text});
@@ -121,7 +124,8 @@ void CTLServiceWords::tell(const CTLLogLine& line) {
     if (attribute == "type") element = TVLIDOM_Helper::findFirstElementWithName(at, "stop");
     if (attribute == "pollIntervalsec")
         element = TVLIDOM_Helper::findFirstElementWithName(at, "processManager");
-    m_findings.add(m_bootstrap.at(severity, "service", element, attribute, text));
+    const std::string what = attribute.empty() ? attribute : attribute + ": ";
+    m_findings.add(m_bootstrap.at(severity, "service", element, attribute, what + text));
 }
 
 bool CTLServiceWords::isOfStartup(const std::string& text) const {

@@ -141,16 +141,14 @@ void CTLTlsCheck::checkSection(const std::string& section, SEKRole role) {
 }
 
 void CTLTlsCheck::addFailure(const std::string& words, const std::string& section) {
-    const std::size_t named = lineIn(words);
-    const std::size_t line = named != 0 ? named : lineOf(m_text, section, commandIn(words));
-    add(Severity::Error, "settings", SEKSettings::path, {line, line == 0 ? 0U : 1U},
-        words + hint(words, section));
-}
-
-std::string CTLTlsCheck::hint(const std::string& words, const std::string& section) const {
-    if (!words.ends_with("no such section")) return {};
-    const std::string meant = CTLNearest::to(section, sectionsIn(m_text));
-    return meant.empty() ? meant : ": is it [" + meant + "] that is meant?";
+    const bool isMissing = words.ends_with("no such section");
+    const std::string meant = isMissing ? CTLNearest::to(section, sectionsIn(m_text)) : std::string();
+    const std::string hint = meant.empty() ? meant : ": is it [" + meant + "] that is meant?";
+    std::size_t line = lineIn(words);
+    if (line == 0) line = lineOf(m_text, isMissing ? meant : section, commandIn(words));
+    // A text without the section has no line of it.
+    if (line == 0 && !m_text.empty()) line = 1;
+    add(Severity::Error, "settings", SEKSettings::path, {line, line == 0 ? 0U : 1U}, words + hint);
 }
 
 // Of the system's own list of authorities nobody here can renew one.

@@ -43,7 +43,6 @@ class CTLTlsCheck {
     void add(CTLFinding::Severity severity, const char* rule, const std::string& file, const CTLPlace& place,
              const std::string& text);
     void addFailure(const std::string& words, const std::string& section);
-    std::string hint(const std::string& words, const std::string& section) const;
 
     const CTLDocument& m_document;
     CTLFindings& m_findings;
