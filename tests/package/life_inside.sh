@@ -147,6 +147,19 @@ expect_refused() {
     expect "$1 is told: $words" grep -qE -- "$2" <<<"$words"
 }
 
+# Whoever reads a process's arguments waits for that process; one that lets the reader wait is none the less told of.
+check_held_reader() {
+    local code=0
+    mkdir "$copy/tmp/slow"
+    printf '#!/bin/sh\nexec sleep 600\n' >"$copy/tmp/slow/tr"
+    chmod 755 "$copy/tmp/slow" "$copy/tmp/slow/tr"
+    words=$(timeout 60 chroot "$copy" env -i PATH=/tmp/slow:/usr/sbin:/usr/bin:/sbin:/bin \
+        /usr/lib/velbootstrapservice/velbootstrap-unit guard 2>&1) || code=$?
+    expect_equal "the guard's exit code when a reader waits" 1 "$code"
+    expect "the process is told: $words" grep -qF "runs as process $1: stop it first" <<<"$words"
+    expect_equal "readers that still wait" "" "$(in_copy pgrep -f "sleep 600" || true)"
+}
+
 # What would hold up a start, or make it one that serves nobody, is refused before it.
 check_guards() {
     local settings=$copy/etc/velbootstrapservice pid
@@ -181,6 +194,7 @@ check_guards() {
     pid=$(cat "$copy$logs/velbootstrap_service.pid")
     expect_refused "a service that was started by hand" \
         "^a service that was started by hand runs as process $pid: stop it first\$" guard
+    check_held_reader "$pid"
     expect_equal "the PID file" "$pid" "$(cat "$copy$logs/velbootstrap_service.pid")"
     expect_running 0 "after the refusal"
     # The name that systemd used to take away: the service is found without it.
