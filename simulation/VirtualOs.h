@@ -55,6 +55,8 @@ class VirtualOs : public TVLRealOs {
     const std::vector<std::int64_t>& sleeps() const { return m_sleeps; }
     int threadsStarted() const { return m_threadsStarted; }
 
+    // For whoever stays for a year: sleeps and signals are not noted.
+    void keepNoNotes() { m_keepsNotes = false; }
     void refuseTerm() { m_born.ignoresTerm = true; }  // of every process made from now on
     void failForks(int count, int error);             // the next forks fail with that errno
     void failKills(int error);                        // from now on every kill but signal 0 fails; 0: no more
@@ -81,12 +83,18 @@ class VirtualOs : public TVLRealOs {
     void threadStarts() override;
     void threadEnds() override;
 
+  protected:
+    // Every thread waits for ever and no event is left. True: waits for a condition are refused; false: the process ends
+    // with a message.
+    virtual bool refusesEndlessWaits() { return false; }
+
   private:
     struct Waiter {
         const void* reason;
         std::int64_t deadlineMs;
         bool released = false;
         bool notified = false;
+        bool refused = false;
         std::condition_variable wakeup{};
     };
     using Lock = std::unique_lock<std::mutex>;
@@ -95,6 +103,7 @@ class VirtualOs : public TVLRealOs {
     void wait(Lock& lock, Waiter& waiter);
     void release(Waiter& waiter, bool notified);
     void moveTime(Lock& lock);
+    bool refuseWaits();
 
     TVLOs* m_before;
     std::mutex m_mutex;
@@ -117,5 +126,6 @@ class VirtualOs : public TVLRealOs {
     int m_execveError = 0;
     bool m_forkIntoChild = false;
     bool m_failNextWait = false;
+    bool m_keepsNotes = true;
     std::vector<std::vector<std::string>> m_executed;
 };

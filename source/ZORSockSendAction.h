@@ -29,6 +29,12 @@ class ZORSockSendAction : public ZORAction {
     int executeImpl() override;
     void prepare(TVLIDOM_Element element) override;
 
+    // As they were prepared; the command is not to be used while the action is executed.
+    ZORSocketCommand& getCommand() TVL_UNCHECKED { return *m_command; }
+    const std::string& getResponseOK() const { return m_responseOK; }
+    const std::string& getResponseFatal() const { return m_responseFatal; }
+    const std::string& getResponseRetry() const { return m_responseRetry; }
+
   private:
     void prepareMarkers(const TVLIDOM_Element& element);
     int exchange() TVL_REQUIRES(m_mutex);

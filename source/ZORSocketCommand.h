@@ -30,6 +30,9 @@ class ZORSocketCommand {
     // The session document for the URI's address family. The startup configuration is asked once, then remembered.
     char* getSessionConfigDoc();
 
+    const std::string& getCommand() const { return m_command; }
+    const std::string& getURI() const { return m_uri; }
+
   private:
     bool isConfiguredForIPv6();
     // False after a line in the log that says why.
