@@ -265,13 +265,15 @@ prove_sandbox() {
 
 # What comes with the package as an example is what velbootstrap-tomcat makes an installation of, for any user.
 prove_users_installation() {
-    inside useradd --create-home somebody
+    # A run that failed may have left one.
+    inside sh -c 'userdel --remove somebody 2>/dev/null; useradd --create-home somebody'
     show runuser -u somebody -- velbootstrap-tomcat --port=9500 --name=gate.example /home/somebody/own
     as_somebody './velbootstrapservice -start -testReadyTries=60 -testReadyInterval=1' || stop_here "no start"
     inside curl -sS -o /dev/null --cacert /home/somebody/own/configuration/ca.pem --resolve gate.example:9500:127.0.0.1 \
         https://gate.example:9500/dispatch/ || stop_here "no answer"
     as_somebody './velbootstrapservice -isrunning' || stop_here "it does not run"
     as_somebody './velbootstrapservice -stop -testDeadTries=60 -testDeadInterval=1' || stop_here "no stop"
+    inside userdel --remove somebody 2>/dev/null
     claim "an ordinary user has a Tomcat of their own, on another port and for another host name"
 }
 as_somebody() { inside runuser -u somebody -- sh -c "cd /home/somebody/own/bin && $1"; }
