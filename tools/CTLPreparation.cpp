@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -10,11 +11,36 @@
 #include "CTLError.h"
 #include "CTLInstance.h"
 #include "TVLIDOM_Document.h"
+#include "TVLRealOs.h"
 #include "ZORBadConfigException.h"
 #include "ZORCryptoHelper.h"
 #include "ZOREnvironment.h"
 #include "ZORLogger.h"
 #include "ZORPropertyInserter.h"
+
+namespace {
+
+// The system, in which nothing can be made: the service would make the folder for temporary files if it is missing.
+class UnchangedOs : public TVLRealOs {
+  public:
+    UnchangedOs() : m_before(install(this)) {}
+    ~UnchangedOs() override { install(m_before); }
+
+    int mkdirat(int /*folder*/, const char* /*path*/, mode_t /*mode*/) override { return refuse(); }
+    int makeFolders(const char* /*path*/) override { return refuse(); }
+    int unlinkat(int /*folder*/, const char* /*path*/, int /*flags*/) override { return refuse(); }
+    pid_t fork() override { return refuse(); }
+
+  private:
+    static int refuse() {
+        errno = EROFS;
+        return -1;
+    }
+
+    TVLOs* m_before;
+};
+
+}  // namespace
 
 CTLPreparation::CTLPreparation(const CTLInstance& instance) {
     std::error_code error;
@@ -39,6 +65,7 @@ CTLPreparation::~CTLPreparation() {
 }
 
 bool CTLPreparation::prepare() {
+    const UnchangedOs unchanged;
     ZORBootstrapService::setEnvironment();
     m_service->findHome();
     ZOREnvironment::keep(environ);

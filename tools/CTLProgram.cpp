@@ -4,6 +4,7 @@
 #include <exception>
 #include <ostream>
 
+#include "CTLCheckCommand.h"
 #include "CTLError.h"
 #include "CTLSimulateCommand.h"
 #include "CTLTerminal.h"
@@ -18,6 +19,7 @@ constexpr const char* kWhat =
 
 std::vector<std::unique_ptr<CTLCommand>> allCommands() {
     std::vector<std::unique_ptr<CTLCommand>> commands;
+    commands.push_back(std::make_unique<CTLCheckCommand>());
     commands.push_back(std::make_unique<CTLSimulateCommand>());
     return commands;
 }
