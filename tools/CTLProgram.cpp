@@ -6,6 +6,7 @@
 
 #include "CTLCheckCommand.h"
 #include "CTLError.h"
+#include "CTLSimulateCommand.h"
 #include "CTLTerminal.h"
 
 namespace {
@@ -19,6 +20,7 @@ constexpr const char* kWhat =
 std::vector<std::unique_ptr<CTLCommand>> allCommands() {
     std::vector<std::unique_ptr<CTLCommand>> commands;
     commands.push_back(std::make_unique<CTLCheckCommand>());
+    commands.push_back(std::make_unique<CTLSimulateCommand>());
     return commands;
 }
 
