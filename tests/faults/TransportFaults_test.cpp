@@ -49,7 +49,8 @@ std::size_t descriptorsInTheEnd(std::size_t expected) {
     return count;
 }
 
-constexpr long kLostByOpenSsl = 4;
+// OSSL_STORE_attach() forgets its loader, ten blocks, when there is no memory left for what holds it.
+constexpr long kLostByOpenSsl = 10;
 
 class TransportFaultsTest : public testing::Test {
   protected:
@@ -229,7 +230,7 @@ class TransportMemoryTest : public TransportFaultsTest, public testing::WithPara
         AllocationSeam::stop();
         tally.uses = AllocationSeam::counted();
         ASSERT_GT(tally.uses, 10);
-        for (const int number : chosenUses(tally.uses, most)) {
+        for (const int number : chosenOf(tally.uses, most)) {
             run(
                 std::string(name) + " " + std::to_string(number), source,
                 [&] { AllocationSeam::failNth(number, source); }, tally);
@@ -246,6 +247,16 @@ class TransportMemoryTest : public TransportFaultsTest, public testing::WithPara
     }
 
   private:
+    // A peer who is not believed is judged at the end of its life: there none is passed over.
+    static std::set<int> chosenOf(int uses, int most) {
+        constexpr int kJudging = 200;
+        const std::vector<int> spread = chosenUses(uses, most);
+        std::set<int> chosen(spread.begin(), spread.end());
+        for (int number = std::max(1, uses - kJudging); isWrong(GetParam()) && number <= uses; ++number)
+            chosen.insert(number);
+        return chosen;
+    }
+
     void run(const std::string& what, Source source, const std::function<void()>& refuse, Tally& tally) {
         // OpenSSL itself loses a block here and there when it gets none; an object of ours that is lost has dozens. What
         // it has begun to know it may keep, but not once more.
