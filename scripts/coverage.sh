@@ -12,7 +12,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 judged=
 if (($# == 0)); then
     judged=yes
-    set -- --label-regex '^(unit|transport|policy|model|moments|faults|system)$'
+    set -- --label-regex '^(unit|transport|policy|model|moments|faults|system|fuzz)$'
 fi
 build=$root/build/coverage
 
