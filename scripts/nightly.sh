@@ -83,10 +83,10 @@ model() {
 # A few uses of each are refused in every test run; here it is all of them.
 faults() {
     local name status=0
-    built release faults_tests transport_faults_test
+    built release faults_tests memory_faults_tests transport_faults_test
     rm -f "$folder/faults.md"
     [[ -n $short ]] || export VBS_FAULTS=all
-    for name in faults_tests transport_faults_test; do
+    for name in faults_tests memory_faults_tests transport_faults_test; do
         VBS_TABLES_DIR=$folder "$bin/$name" --gtest_brief=1 || status=$?
     done
     return "$status"
