@@ -77,6 +77,8 @@ class ExhaustedServiceTest : public ServiceLifeTest {
         };
     }
 
+    static bool hasBegun(const Life& life) { return life.initialized && (!life.thrown || life.starts > 0); }
+
     static std::string complaints(const Life& life) {
         std::ostringstream text;
         if (life.descriptorsKept != 0) text << life.descriptorsKept << " descriptors kept\n";
@@ -85,7 +87,7 @@ class ExhaustedServiceTest : public ServiceLifeTest {
         if (life.detailsKept != 0) text << life.detailsKept << " detail texts kept\n";
         if (!life.left.empty()) text << life.left.size() << " processes left\n";
         const bool isSignalled = life.signalledMs >= 0;
-        if (life.initialized && !isSignalled) text << "it has ended by itself\n";
+        if (!isSignalled && hasBegun(life)) text << "it has ended by itself\n";
         if (isSignalled && life.endedMs - life.signalledMs > kIntervalMs + kLongestKillMs)
             text << "signalled at " << life.signalledMs << ", ended at " << life.endedMs << "\n";
         if (text.str().empty()) return "";
@@ -93,7 +95,7 @@ class ExhaustedServiceTest : public ServiceLifeTest {
     }
 
     static std::string outcomeOf(const Life& life) {
-        if (!life.initialized) return life.thrown ? "no memory to begin" : "not initialised";
+        if (!hasBegun(life)) return life.thrown ? "no memory to begin" : "not initialised";
         if (life.thrown) return "served, and stopped, without memory for the end";
         return complaintsAbout(life, kIntervalMs + kLongestKillMs).empty() ? "as ever"
                                                                            : "served, and stopped";
