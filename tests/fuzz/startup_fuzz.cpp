@@ -34,7 +34,7 @@ std::string property(const char* name) {
     return value;
 }
 
-// From behind the first colon after "//" up to the next slash; without a colon it is all.
+// From behind the first colon after "//" up to the next slash; without a colon all of it.
 std::string plainPort(std::string uri) {
     const std::size_t slashes = uri.find("//");
     const std::size_t colon = uri.find(':', slashes == std::string::npos ? 0 : slashes + 2);
