@@ -56,6 +56,8 @@ check_files() {
     # The other sample needs a dispatcher that comes with the sources only.
     expect_not "a sample that cannot run" test -e "$tree/usr/share/velbootstrapservice/samples"
     expect_all_of usr/share/velbootstrapservice/schemas schemas
+    expect_all_of usr/share/velbootstrapservice/kubernetes packaging/kubernetes
+    expect_all_of usr/share/velbootstrapservice/prometheus packaging/prometheus
     expect_same "$units/velbootstrapservice.service" packaging/systemd/velbootstrapservice.service
     expect_same "$units/velbootstrapservice-foreground.service" \
         packaging/systemd/velbootstrapservice-foreground.service
