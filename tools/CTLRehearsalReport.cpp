@@ -80,6 +80,10 @@ std::string CTLRehearsalReport::timeText(std::time_t time) {
     return formatted(time, "%Y-%m-%d %H:%M:%S");
 }
 
+std::string CTLRehearsalReport::machineTimeText(std::time_t time) {
+    return formatted(time, "%Y-%m-%dT%H:%M:%SZ");
+}
+
 void CTLRehearsalReport::print(const CTLRehearsed& rehearsed, std::time_t day, std::ostream& out) {
     out << "-- " << timeText(timeAt(day, rehearsed.startMs)) << " to "
         << timeText(timeAt(day, rehearsed.endMs)) << " UTC, "
@@ -95,7 +99,6 @@ void CTLRehearsalReport::print(const CTLRehearsed& rehearsed, std::time_t day, s
 }
 
 nlohmann::json CTLRehearsalReport::json(const CTLRehearsed& rehearsed, std::time_t day) {
-    constexpr const char* kFormat = "%Y-%m-%dT%H:%M:%SZ";
     nlohmann::json children = nlohmann::json::array();
     for (const CTLRehearsedChild& child : rehearsed.children) {
         nlohmann::json one{{"name", child.name},
@@ -110,8 +113,8 @@ nlohmann::json CTLRehearsalReport::json(const CTLRehearsed& rehearsed, std::time
         }
         children.push_back(std::move(one));
     }
-    nlohmann::json all{{"from", formatted(timeAt(day, rehearsed.startMs), kFormat)},
-                       {"to", formatted(timeAt(day, rehearsed.endMs), kFormat)},
+    nlohmann::json all{{"from", machineTimeText(timeAt(day, rehearsed.startMs))},
+                       {"to", machineTimeText(timeAt(day, rehearsed.endMs))},
                        {"simulatedMs", rehearsed.endMs - rehearsed.startMs},
                        {"started", rehearsed.started},
                        {"cutShort", rehearsed.cutShort},

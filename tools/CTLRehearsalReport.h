@@ -21,6 +21,8 @@ namespace CTLRehearsalReport {
 std::string durationText(std::int64_t ms);
 // In UTC, with the day in front of the time.
 std::string timeText(std::time_t time);
+// "2026-11-22T03:00:00Z".
+std::string machineTimeText(std::time_t time);
 
 void print(const CTLRehearsed& rehearsed, std::time_t day, std::ostream& out);
 // Everything but the log.

@@ -70,7 +70,7 @@ nlohmann::json linesOf(const std::string& log) {
     std::istringstream text(log);
     nlohmann::json lines = nlohmann::json::array();
     for (const CTLLogLine& line : CTLLogLine::read(text)) {
-        lines.push_back({{"time", CTLRehearsalReport::timeText(line.time)},
+        lines.push_back({{"time", CTLRehearsalReport::machineTimeText(line.time)},
                          {"level", line.level},
                          {"thread", line.thread},
                          {"logger", line.logger},
