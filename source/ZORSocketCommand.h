@@ -30,6 +30,13 @@ class ZORSocketCommand {
     // The session document for the URI's address family. The startup configuration is asked once, then remembered.
     char* getSessionConfigDoc();
 
+    const std::string& getCommand() const { return m_command; }
+    const std::string& getURI() const { return m_uri; }
+    int getTimeoutSec() const { return m_timeoutSec; }
+
+    // Whether the startup configuration has decided on the address family: it is asked when the URI does not tell.
+    bool hasAskedConfiguration() const { return m_isConfiguredForIPv6.has_value(); }
+
   private:
     bool isConfiguredForIPv6();
     // False after a line in the log that says why.

@@ -11,12 +11,13 @@
 #include "CTLInstance.h"
 #include "TVLIDOM_Document.h"
 #include "ZORBadConfigException.h"
+#include "ZORCmdLine.h"
 #include "ZORCryptoHelper.h"
 #include "ZOREnvironment.h"
 #include "ZORLogger.h"
 #include "ZORPropertyInserter.h"
 
-CTLPreparation::CTLPreparation(const CTLInstance& instance) {
+CTLPreparation::CTLPreparation(const CTLInstance& instance, const std::vector<std::string>& arguments) {
     std::error_code error;
     std::filesystem::current_path(instance.bin(), error);
     if (error) throw CTLError(CTLError::kFailed, instance.bin().string() + ": " + error.message());
@@ -27,7 +28,7 @@ CTLPreparation::CTLPreparation(const CTLInstance& instance) {
     ZORLoggerFactory::getInstance()->setLevel(ZOR_DEBUG);
     ZORLoggerFactory::getInstance()->addFile(m_log, 0);
     m_service = std::make_unique<ZORBootstrapService>();
-    m_usable = prepare();
+    m_usable = prepare(arguments);
 }
 
 CTLPreparation::~CTLPreparation() {
@@ -38,12 +39,16 @@ CTLPreparation::~CTLPreparation() {
     std::free(m_text);
 }
 
-bool CTLPreparation::prepare() {
+bool CTLPreparation::prepare(std::vector<std::string> arguments) {
     ZORBootstrapService::setEnvironment();
     m_service->findHome();
     ZOREnvironment::keep(environ);
     if (!readStartupConfiguration()) return false;
-    ZORBootstrapService::getPlatform();
+    std::vector<char*> pointers;
+    pointers.reserve(arguments.size());
+    for (std::string& argument : arguments)
+        pointers.push_back(argument.data());
+    m_service->applyOverrides(ZORCmdLine(static_cast<int>(pointers.size()), pointers.data()));
     return m_service->OnInit() != 0;
 }
 

@@ -22,7 +22,8 @@ class CTLInstance;
 
 class CTLPreparation {
   public:
-    explicit CTLPreparation(const CTLInstance& instance);
+    // `arguments` are those that the service is given, its own name first: options among them stand for properties.
+    explicit CTLPreparation(const CTLInstance& instance, const std::vector<std::string>& arguments = {});
     CTLPreparation(const CTLPreparation&) = delete;
     CTLPreparation& operator=(const CTLPreparation&) = delete;
     ~CTLPreparation();
@@ -34,7 +35,7 @@ class CTLPreparation {
     std::vector<CTLLogLine> lines() const;
 
   private:
-    bool prepare();
+    bool prepare(std::vector<std::string> arguments);
     bool readStartupConfiguration();
 
     char* m_text = nullptr;  // the log, as the stream leaves it
