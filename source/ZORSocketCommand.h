@@ -15,6 +15,8 @@ class TVLCrypto;
 
 class ZORSocketCommand {
   public:
+    static constexpr int kPauseBeforeConnectMs = 2000;
+
     ZORSocketCommand(const char* uri, const char* command, int timeoutSec);
     ZORSocketCommand(const ZORSocketCommand&) = delete;
     ZORSocketCommand& operator=(const ZORSocketCommand&) = delete;
