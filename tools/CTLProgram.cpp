@@ -5,6 +5,8 @@
 #include <ostream>
 
 #include "CTLError.h"
+#include "CTLPingCommand.h"
+#include "CTLStatusCommand.h"
 #include "CTLTerminal.h"
 
 namespace {
@@ -17,6 +19,8 @@ constexpr const char* kWhat =
 
 std::vector<std::unique_ptr<CTLCommand>> allCommands() {
     std::vector<std::unique_ptr<CTLCommand>> commands;
+    commands.push_back(std::make_unique<CTLPingCommand>());
+    commands.push_back(std::make_unique<CTLStatusCommand>());
     return commands;
 }
 

@@ -1,17 +1,20 @@
 #include "CTLText.h"
 
 #include <array>
-#include <cstdio>
 
 namespace {
 
 constexpr const char* kDigits = "0123456789abcdef";
 
-template <typename... Values>
-std::string formatted(const char* format, Values... values) {
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), format, values...);
-    return text.data();
+std::string twoDigits(long long number) {
+    return (number < 10 ? "0" : "") + std::to_string(number);
+}
+
+// A number of hundredths as it is written, with one place less when that is asked for.
+std::string decimal(long long hundredths, bool twoPlaces) {
+    if (twoPlaces) return std::to_string(hundredths / 100) + "." + twoDigits(hundredths % 100);
+    const long long tenths = (hundredths + 5) / 10;
+    return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
 }
 
 // How many bytes the character has that begins here; 0 when it is none that may be shown.
@@ -46,9 +49,12 @@ std::string escapedByte(char byte) {
     return {'\\', 'x', kDigits[value / 16], kDigits[value % 16]};
 }
 
-std::string timeText(const std::tm& time, const char* format) {
-    std::array<char, 64> text{};
-    return {text.data(), std::strftime(text.data(), text.size(), format, &time)};
+std::string timeText(const std::tm& time, char between, const char* after) {
+    std::array<char, 64> date{};
+    std::array<char, 64> clock{};
+    std::strftime(date.data(), date.size(), "%Y-%m-%d", &time);
+    std::strftime(clock.data(), clock.size(), "%H:%M:%S", &time);
+    return std::string(date.data()) + between + clock.data() + after;
 }
 
 }  // namespace
@@ -87,35 +93,33 @@ std::string hexadecimal(std::string_view bytes) {
 
 std::string age(std::int64_t seconds) {
     const auto whole = static_cast<long long>(seconds < 0 ? 0 : seconds);
-    if (whole < 60) return formatted("%lld s", whole);
-    if (whole < 3600) return formatted("%lld min %02lld s", whole / 60, whole % 60);
-    if (whole < 86400) return formatted("%lld h %02lld min", whole / 3600, whole / 60 % 60);
-    return formatted("%lld d %02lld h", whole / 86400, whole / 3600 % 24);
+    if (whole < 60) return std::to_string(whole) + " s";
+    if (whole < 3600) return std::to_string(whole / 60) + " min " + twoDigits(whole % 60) + " s";
+    if (whole < 86400) return std::to_string(whole / 3600) + " h " + twoDigits(whole / 60 % 60) + " min";
+    return std::to_string(whole / 86400) + " d " + twoDigits(whole / 3600 % 24) + " h";
 }
 
 std::string size(std::int64_t bytes) {
-    constexpr double kMega = 1e6;
-    if (bytes < 1000000) return formatted("%lld kB", static_cast<long long>((bytes + 500) / 1000));
-    return formatted("%.1f MB", static_cast<double>(bytes) / kMega);
+    if (bytes < 1000000) return std::to_string((bytes + 500) / 1000) + " kB";
+    return decimal(bytes / 10000, false) + " MB";
 }
 
 std::string duration(std::int64_t microseconds) {
-    const auto value = static_cast<double>(microseconds);
-    if (microseconds < 10000) return formatted("%.2f ms", value / 1e3);
-    if (microseconds < 1000000) return formatted("%.0f ms", value / 1e3);
-    return formatted("%.1f s", value / 1e6);
+    if (microseconds < 10000) return decimal(microseconds / 10, true) + " ms";
+    if (microseconds < 1000000) return std::to_string((microseconds + 500) / 1000) + " ms";
+    return decimal(microseconds / 10000, false) + " s";
 }
 
 std::string localTime(std::time_t time) {
     std::tm parts{};
     localtime_r(&time, &parts);
-    return timeText(parts, "%Y-%m-%d %H:%M:%S");
+    return timeText(parts, ' ', "");
 }
 
 std::string utc(std::time_t time) {
     std::tm parts{};
     gmtime_r(&time, &parts);
-    return timeText(parts, "%Y-%m-%dT%H:%M:%SZ");
+    return timeText(parts, 'T', "Z");
 }
 
 }  // namespace CTLText
