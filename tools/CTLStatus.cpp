@@ -67,6 +67,26 @@ std::optional<std::time_t> writtenLast(const std::filesystem::path& log) {
     return status.st_mtim.tv_sec;
 }
 
+std::vector<CTLWantedChild> wantedOf(const std::vector<ZORChildProcess*>& prepared) {
+    std::vector<CTLWantedChild> wanted;
+    for (ZORChildProcess* const child : prepared)
+        wanted.push_back({child->getName(), argumentsOf(*child)});
+    return wanted;
+}
+
+// Those that still live, in two ways.
+std::vector<CTLFoundProcess> examine(const CTLProcesses& processes, const std::vector<pid_t>& pids,
+                                     std::vector<CTLProcess>& found) {
+    std::vector<CTLFoundProcess> known;
+    for (const pid_t pid : pids) {
+        const std::optional<CTLProcess> process = processes.find(pid);
+        if (!process) continue;
+        found.push_back(*process);
+        known.push_back({pid, process->started, processes.argumentsOf(pid)});
+    }
+    return known;
+}
+
 void count(const CTLEvent& event, std::time_t now, std::time_t daemonStart, CTLChildStatus& child) {
     if (event.kind == CTLEvent::Kind::PingFailed) child.lastFailedPing = event.time;
     if (event.kind != CTLEvent::Kind::Restarted) return;
@@ -91,7 +111,11 @@ CTLStatus CTLStatus::of(const CTLInstance& instance, const CTLProcesses& process
     preparation.service().getSupervisor().readLimitOverride();
     status.failedPingLimit = preparation.service().getSupervisor().getFailedPingLimit();
     status.takeLog(log, children, wish);
-    if (daemon.isRunning()) status.takeProcesses(processes, children);
+    if (daemon.isRunning()) {
+        status.takeProcesses(processes, children);
+    } else {
+        status.takeSurvivors(instance, processes, children);
+    }
     if (wish.exchanges) status.exchangeWithAll(children);
     return status;
 }
@@ -134,18 +158,11 @@ void CTLStatus::takeProcesses(const CTLProcesses& processes, const std::vector<Z
 void CTLStatus::takeProcessesOnce(const CTLProcesses& processes,
                                   const std::vector<ZORChildProcess*>& prepared) {
     std::vector<CTLProcess> found;
-    std::vector<CTLFoundProcess> known;
-    for (const pid_t pid : processes.childrenOf(daemon.process()->pid)) {
-        const std::optional<CTLProcess> process = processes.find(pid);
-        if (!process) continue;
-        found.push_back(*process);
-        known.push_back({pid, process->started, processes.argumentsOf(pid)});
-    }
-    std::vector<CTLWantedChild> wanted;
-    for (ZORChildProcess* const child : prepared)
-        wanted.push_back({child->getName(), argumentsOf(*child)});
+    const std::vector<CTLFoundProcess> known =
+        examine(processes, processes.childrenOf(daemon.process()->pid), found);
     strangers = found.size();
-    const std::vector<CTLChildMatch::Result> results = CTLChildMatch::match(wanted, known, m_starts);
+    const std::vector<CTLChildMatch::Result> results =
+        CTLChildMatch::match(wantedOf(prepared), known, m_starts);
     for (std::size_t index = 0; index < results.size(); ++index) {
         children[index].by = results[index].by;
         children[index].alike = results[index].alike;
@@ -153,6 +170,24 @@ void CTLStatus::takeProcessesOnce(const CTLProcesses& processes,
         --strangers;
         children[index].process = found[results[index].process];
         children[index].descriptors = processes.descriptorsOf(children[index].process->pid);
+    }
+}
+
+// Whoever kills a service leaves its children behind: they work on in bin/ with nobody to look after them.
+void CTLStatus::takeSurvivors(const CTLInstance& instance, const CTLProcesses& processes,
+                              const std::vector<ZORChildProcess*>& prepared) {
+    std::vector<pid_t> here = processes.all();
+    std::erase_if(here, [&](pid_t pid) {
+        return processes.compare(pid, "cwd", instance.bin()) != CTLProcesses::Link::Same;
+    });
+    std::vector<CTLProcess> found;
+    const std::vector<CTLFoundProcess> known = examine(processes, here, found);
+    const std::vector<CTLChildMatch::Result> results = CTLChildMatch::match(wantedOf(prepared), known, {});
+    for (std::size_t index = 0; index < results.size(); ++index) {
+        const CTLMatch by = results[index].by;
+        if (by == CTLMatch::None || by == CTLMatch::Elimination) continue;
+        survivors.push_back(children[index].name + " lives on as process " +
+                            std::to_string(known[results[index].process].pid));
     }
 }
 
@@ -206,6 +241,11 @@ std::optional<std::time_t> CTLStatus::firstExpiry() const {
         if (expiry && (!first || *expiry < *first)) first = expiry;
     }
     return first;
+}
+
+bool CTLStatus::hasExchanges() const {
+    return std::any_of(children.begin(), children.end(),
+                       [](const auto& child) { return child.exchange.has_value(); });
 }
 
 int CTLStatus::exitCode() const {

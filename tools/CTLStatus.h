@@ -65,14 +65,18 @@ struct CTLStatus {
     bool areChildrenKnown = false;
     std::string whyNot;  // the service's words about its documents
     std::vector<CTLChildStatus> children;
+    std::vector<std::string>
+        survivors;  // of a service that does not run: "dispatcher lives on as process 4711"
     std::size_t strangers =
         0;  // processes of the daemon's that are no child of the document, as far as can be told
     int failedPingLimit = 0;
     std::optional<std::time_t> lastLogLine;
     bool isLogComplete = true;
 
-    // Neither there nor possibly among the strangers.
-    bool isMissing(const CTLChildStatus& child) const { return !child.process && strangers == 0; }
+    // Neither there nor possibly among the strangers, nor hidden from this user.
+    bool isMissing(const CTLChildStatus& child) const {
+        return !child.process && strangers == 0 && daemon.verdict() != CTLVerdict::NotProved;
+    }
     // How many are, at least.
     std::size_t missing() const;
     std::size_t there() const;
@@ -81,6 +85,7 @@ struct CTLStatus {
     int restartsLastDay() const;
     // When the first certificate in any chain ends, as far as exchanges have shown.
     std::optional<std::time_t> firstExpiry() const;
+    bool hasExchanges() const;
     int exitCode() const;
 
   private:
@@ -88,6 +93,8 @@ struct CTLStatus {
     void takeLog(const CTLLogFiles& log, const std::vector<ZORChildProcess*>& prepared, const Wish& wish);
     void takeProcesses(const CTLProcesses& processes, const std::vector<ZORChildProcess*>& prepared);
     void takeProcessesOnce(const CTLProcesses& processes, const std::vector<ZORChildProcess*>& prepared);
+    void takeSurvivors(const CTLInstance& instance, const CTLProcesses& processes,
+                       const std::vector<ZORChildProcess*>& prepared);
     void exchangeWithAll(const std::vector<ZORChildProcess*>& prepared);
 
     std::map<std::string, CTLStartInLog> m_starts;  // what the log says of the children's last starts

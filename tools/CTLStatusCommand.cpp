@@ -105,8 +105,8 @@ int CTLStatusCommand::show(CTLTerminal& terminal, const CTLStatus& status) const
 // What cannot be told must not look like a service that is down: then the old file stays, and grows old.
 int CTLStatusCommand::writeMetrics(CTLTerminal& terminal, const CTLStatus& status) const {
     if (!status.daemon.userToBe().empty()) {
-        throw CTLError(CTLError::kWrongUser, status.daemon.reason() + ": give this command as " +
-                                                 status.daemon.userToBe() + " or root");
+        throw CTLError(CTLError::kWrongUser,
+                       status.daemon.reason() + ": give this command as " + status.daemon.userToBe());
     }
     if (m_metricsFile == "-") {
         terminal.out() << CTLMetrics::text(status);

@@ -93,7 +93,9 @@ void printNotes(CTLTerminal& terminal, const CTLStatus& status) {
     };
     for (const std::string& text : status.daemon.notes())
         note(text);
-    if (!status.daemon.userToBe().empty()) note("to know more, be " + status.daemon.userToBe() + " or root");
+    if (!status.daemon.userToBe().empty()) note("to know more, be " + status.daemon.userToBe());
+    for (const std::string& survivor : status.survivors)
+        note(survivor + ", with no service to look after it");
     if (!status.areChildrenKnown) note("the service would not use its documents: " + status.whyNot);
     if (status.strangers > 0)
         note(std::to_string(status.strangers) +
@@ -140,17 +142,17 @@ json childJson(const CTLStatus& status, const CTLChildStatus& child) {
         return value ? json(CTLText::utc(*value)) : json();
     };
     const char* const state = child.process ? "there" : status.isMissing(child) ? "missing" : "unknown";
-    return {
-        {"name", CTLText::printable(child.name)},
-        {"state", state},
-        {"process", processJson(child)},
-        {"restartsLastHour", child.restartsLastHour},
-        {"restartsLastDay", child.restartsLastDay},
-        {"restarts", child.restarts},
-        {"lastFailedPing", time(child.lastFailedPing)},
-        {"hasPing", child.isPinged},
-        {"certificateExpiry", time(child.expiry())},
-        {"ping", child.exchange ? CTLExchangeReport::asJson(*child.exchange, status.failedPingLimit) : json()}};
+    return {{"name", CTLText::printable(child.name)},
+            {"state", state},
+            {"process", processJson(child)},
+            {"restartsLastHour", child.restartsLastHour},
+            {"restartsLastDay", child.restartsLastDay},
+            {"restarts", child.restarts},
+            {"lastFailedPing", time(child.lastFailedPing)},
+            {"hasPing", child.isPinged},
+            {"certificateExpiry", time(child.expiry())},
+            {"ping",
+             child.exchange ? CTLExchangeReport::asJson(*child.exchange, status.failedPingLimit) : json()}};
 }
 
 // Text that a monitor takes for nothing else.
@@ -165,7 +167,12 @@ std::string daysLeft(const CTLStatus& status) {
 }
 
 std::string sentence(const CTLStatus& status) {
-    if (!status.daemon.isRunning()) return std::string(status.daemon.word()) + ": " + status.daemon.reason();
+    if (!status.daemon.isRunning()) {
+        std::string text = std::string(status.daemon.word()) + ": " + status.daemon.reason();
+        for (const std::string& survivor : status.survivors)
+            text += ", " + survivor;
+        return text;
+    }
     if (!status.areChildrenKnown) return "running, but the documents are wrong: " + status.whyNot;
     std::string text = std::to_string(status.there()) + " of " + std::to_string(status.children.size()) +
                        " children, " + std::to_string(status.restartsLastHour()) +
@@ -194,7 +201,7 @@ void print(CTLTerminal& terminal, const CTLStatus& status) {
                        << CTLText::age(status.asked - daemon.process()->started);
     }
     terminal.out() << ": " << CTLText::printable(daemon.reason()) << '\n';
-    if (!status.children.empty()) printChildren(terminal, status);
+    if (status.daemon.isRunning() || status.hasExchanges()) printChildren(terminal, status);
     printNotes(terminal, status);
 }
 
@@ -209,8 +216,8 @@ json asJson(const CTLStatus& status) {
             {"documents", status.areChildrenKnown ? "" : CTLText::printable(status.whyNot)},
             {"children", children},
             {"strangers", status.strangers},
-            {"lastLogLine",
-             status.lastLogLine ? json(CTLText::utc(*status.lastLogLine)) : json()},
+            {"survivors", status.survivors},
+            {"lastLogLine", status.lastLogLine ? json(CTLText::utc(*status.lastLogLine)) : json()},
             {"logIsComplete", status.isLogComplete}};
 }
 
