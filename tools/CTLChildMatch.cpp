@@ -102,7 +102,8 @@ void CTLChildMatch::byLog(const std::map<std::string, CTLStartInLog>& starts) {
         const auto place = places.find(start->second.pid);
         if (place == places.end() || m_taken[place->second]) continue;
         const std::time_t began = m_processes[place->second].started;
-        if (began + kToleranceSec < start->second.from || began > start->second.until + kToleranceSec) continue;
+        if (began + kToleranceSec < start->second.from || began > start->second.until + kToleranceSec)
+            continue;
         pair(child, place->second, CTLMatch::Log);
     }
 }
@@ -123,8 +124,8 @@ void CTLChildMatch::byCommandLine() {
 
 // The child whose end of the command line this process has, the longest that there is. One that several children have
 // in common tells nothing, unless they are alike in all.
-std::optional<std::size_t> CTLChildMatch::bestFor(
-    std::size_t process, const std::multimap<std::string, std::size_t>& ends) const {
+std::optional<std::size_t> CTLChildMatch::bestFor(std::size_t process,
+                                                  const std::multimap<std::string, std::size_t>& ends) const {
     const std::vector<std::string>& arguments = m_processes[process].arguments;
     for (std::size_t begin = firstEnd(arguments, 0); begin < arguments.size(); ++begin) {
         const auto [first, last] = ends.equal_range(joined(arguments, begin));
@@ -169,7 +170,8 @@ void CTLChildMatch::byElimination() {
 void CTLChildMatch::noteAlike() {
     std::map<std::string, std::vector<std::size_t>> groups;
     for (std::size_t child = 0; child < m_children.size(); ++child) {
-        if (m_results[child].by != CTLMatch::Log) groups[joined(m_children[child].arguments)].push_back(child);
+        if (m_results[child].by != CTLMatch::Log)
+            groups[joined(m_children[child].arguments)].push_back(child);
     }
     for (const auto& [words, group] : groups) {
         for (const std::size_t child : group)

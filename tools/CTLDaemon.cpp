@@ -117,8 +117,8 @@ void CTLDaemon::judgeRecord(const CTLInstance& instance, const CTLProcesses& pro
         return;
     }
     if (m_process->user != record.owner) {
-        decide(CTLVerdict::AnotherUser, who() + " belongs to " + nameOf(m_process->user) + ", the PID file to " +
-                                            nameOf(record.owner));
+        decide(CTLVerdict::AnotherUser, who() + " belongs to " + nameOf(m_process->user) +
+                                            ", the PID file to " + nameOf(record.owner));
         return;
     }
     judgeProcess(instance, processes, record);
@@ -147,7 +147,8 @@ void CTLDaemon::judgeProcess(const CTLInstance& instance, const CTLProcesses& pr
     } else {
         judgeAge(processes, record);
         if (isOlderProgram)
-            m_notes.emplace_back("its program has been replaced since it was started: a restart brings the new one");
+            m_notes.emplace_back(
+                "its program has been replaced since it was started: a restart brings the new one");
     }
 }
 

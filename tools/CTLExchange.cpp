@@ -109,8 +109,9 @@ CTLExchange CTLExchange::with(ZORChildProcess& child) {
 }
 
 const char* CTLExchange::word(CTLRule rule) {
-    constexpr const char* kWords[] = {"not sent",     "no answer", "sent",  "any answer", "short answer",
-                                      "responseOK", "responseFatal", "responseRetry", "no marker"};
+    constexpr const char* kWords[] = {"not sent",      "no answer",     "sent",
+                                      "any answer",    "short answer",  "responseOK",
+                                      "responseFatal", "responseRetry", "no marker"};
     return kWords[static_cast<std::size_t>(rule)];
 }
 

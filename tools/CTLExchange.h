@@ -52,12 +52,12 @@ struct CTLExchange {
     std::vector<CTLStep> steps;
     CTLPeer peer;
     std::string sent;
-    std::string received;  // as it came, its beginning
+    std::string received;     // as it came, its beginning
     long receivedBytes = -1;  // -1: nothing was read
-    std::string tidied;  // the text in which the markers are looked for
+    std::string tidied;       // the text in which the markers are looked for
     CTLRule rule = CTLRule::NotSent;
-    std::string marker;  // the text that decided, if one did
-    int code = -1;       // of the action
+    std::string marker;         // the text that decided, if one did
+    int code = -1;              // of the action
     std::int64_t us = 0;        // in all
     std::int64_t answerUs = 0;  // from the end of sending to the answer, what "sockIOTimeoutSec" limits
     std::int64_t sparedMs = 0;  // pauses that were left out

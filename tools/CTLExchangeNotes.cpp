@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstring>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "CTLExchange.h"
@@ -44,7 +44,8 @@ std::int64_t nowUs() {
 
 // The step of that name: the last one while it goes on.
 CTLStep& stepOf(CTLExchange& exchange, const char* name) {
-    if (exchange.steps.empty() || exchange.steps.back().name != name) exchange.steps.push_back({name, 0, 0, 0, {}});
+    if (exchange.steps.empty() || exchange.steps.back().name != name)
+        exchange.steps.push_back({name, 0, 0, 0, {}});
     return exchange.steps.back();
 }
 
@@ -85,7 +86,8 @@ void noteAddress(void* handle) {
     sockaddr_storage address{};
     long length = sizeof address;
     TVLCrypto* const crypto = ZORCryptoHelper::GetCrypto();
-    if (crypto->SEK_GetPeerName(handle, &address, &length, nullptr) == SEK_Ok) noted->address = addressText(address);
+    if (crypto->SEK_GetPeerName(handle, &address, &length, nullptr) == SEK_Ok)
+        noted->address = addressText(address);
 }
 
 void notePeer(void* handle) {
@@ -139,8 +141,8 @@ void noteReceived(const void* buffer, long length) {
 }
 
 long notedReceive(void* handle, void* buffer, long capacity, long flags, long* received, char* reserved) {
-    const long code =
-        timed("receive", [&] { return library.receive(handle, buffer, capacity, flags, received, reserved); });
+    const long code = timed(
+        "receive", [&] { return library.receive(handle, buffer, capacity, flags, received, reserved); });
     if (code >= 0 && received != nullptr) noteReceived(buffer, *received);
     return code;
 }

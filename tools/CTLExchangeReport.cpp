@@ -32,13 +32,15 @@ void printCertificate(CTLTerminal& terminal, const CTLCertificate& certificate) 
     line(terminal, "certificate", certificate.subject + (names.empty() ? "" : " (" + names + ")"));
     line(terminal, "", "by " + certificate.issuer);
     const auto days = (certificate.notAfter - std::time(nullptr)) / kSecondsInDay;
-    line(terminal, "", "from " + CTLText::utc(certificate.notBefore) + " to " + CTLText::utc(certificate.notAfter) +
-                           ", " + std::to_string(days) + " days left");
+    line(terminal, "",
+         "from " + CTLText::utc(certificate.notBefore) + " to " + CTLText::utc(certificate.notAfter) + ", " +
+             std::to_string(days) + " days left");
 }
 
 void printPeer(CTLTerminal& terminal, const CTLPeer& peer) {
     if (peer.protocol.empty()) return;
-    line(terminal, "protocol", peer.protocol + ", " + peer.cipher + (peer.isVerified ? ", verified" : ", NOT verified"));
+    line(terminal, "protocol",
+         peer.protocol + ", " + peer.cipher + (peer.isVerified ? ", verified" : ", NOT verified"));
     for (const CTLCertificate& certificate : peer.chain)
         printCertificate(terminal, certificate);
 }
@@ -52,12 +54,13 @@ void printStep(CTLTerminal& terminal, const CTLStep& step) {
 
 void printAnswer(CTLTerminal& terminal, const CTLExchange& exchange) {
     if (!exchange.sent.empty())
-        line(terminal, "sent", "\"" + CTLText::escaped(exchange.sent) + "\", " +
-                                   std::to_string(exchange.sent.size()) + " bytes");
+        line(terminal, "sent",
+             "\"" + CTLText::escaped(exchange.sent) + "\", " + std::to_string(exchange.sent.size()) +
+                 " bytes");
     if (exchange.receivedBytes < 0) return;
-    line(terminal, "received", "\"" + CTLText::escaped(exchange.received) + "\", " +
-                                   std::to_string(exchange.receivedBytes) + " of at most " +
-                                   std::to_string(exchange.responseSize) + " bytes");
+    line(terminal, "received",
+         "\"" + CTLText::escaped(exchange.received) + "\", " + std::to_string(exchange.receivedBytes) +
+             " of at most " + std::to_string(exchange.responseSize) + " bytes");
     line(terminal, "read as", "\"" + CTLText::printable(exchange.tidied) + "\"");
 }
 
@@ -75,7 +78,10 @@ json peerJson(const CTLPeer& peer) {
     json chain = json::array();
     for (const CTLCertificate& certificate : peer.chain)
         chain.push_back(certificateJson(certificate));
-    return {{"protocol", peer.protocol}, {"cipher", peer.cipher}, {"verified", peer.isVerified}, {"chain", chain}};
+    return {{"protocol", peer.protocol},
+            {"cipher", peer.cipher},
+            {"verified", peer.isVerified},
+            {"chain", chain}};
 }
 
 json stepsJson(const CTLExchange& exchange) {
@@ -115,8 +121,9 @@ void print(CTLTerminal& terminal, const CTLExchange& exchange, int limit) {
     printAnswer(terminal, exchange);
     if (!exchange.failure().empty()) line(terminal, "failure", CTLText::printable(exchange.failure()));
     line(terminal, "rule", CTLText::printable(exchange.ruleText()));
-    line(terminal, "code", terminal.painted(colourOf(exchange), std::to_string(exchange.code)) + " after " +
-                               CTLText::duration(exchange.us));
+    line(terminal, "code",
+         terminal.painted(colourOf(exchange), std::to_string(exchange.code)) + " after " +
+             CTLText::duration(exchange.us));
     line(terminal, "supervisor", exchange.consequence(limit));
 }
 

@@ -16,7 +16,8 @@ class TextInput final : public PLXInputStream {
 
     int read(TVLByteBuffer& /*buffer*/, int /*count*/) override { return -1; }
     int read(char* buffer, int count) override {
-        const std::size_t length = std::min(m_text.size() - m_at, static_cast<std::size_t>(std::max(0, count)));
+        const std::size_t length =
+            std::min(m_text.size() - m_at, static_cast<std::size_t>(std::max(0, count)));
         if (length == 0) return -1;
         std::memcpy(buffer, m_text.data() + m_at, length);
         m_at += length;
@@ -43,12 +44,9 @@ std::time_t timeOf(const TVLIDOM_Element& parent, const char* name) {
 }
 
 CTLCertificate certificateOf(const TVLIDOM_Element& element) {
-    CTLCertificate certificate{textOf(element, "subject"),
-                               textOf(element, "issuer"),
-                               {},
-                               timeOf(element, "notBefore"),
-                               timeOf(element, "notAfter"),
-                               textOf(element, "fingerprint")};
+    CTLCertificate certificate{
+        textOf(element, "subject"),   textOf(element, "issuer"),   {},
+        timeOf(element, "notBefore"), timeOf(element, "notAfter"), textOf(element, "fingerprint")};
     const TVLIDOM_NodeList names = element.getElementsByTagName("name");
     for (std::size_t index = 0; index < names.getLength(); ++index) {
         const TVLIDOM_Element name(names.item(index));

@@ -43,8 +43,8 @@ class CTLPingCommand : public CTLCommand {
     void note(const CTLExchange& exchange);
     void show(CTLTerminal& terminal, const CTLInstance& instance, const std::vector<CTLExchange>& exchanges,
               int limit) const;
-    void showJson(CTLTerminal& terminal, const CTLInstance& instance, const std::vector<CTLExchange>& exchanges,
-                  int limit) const;
+    void showJson(CTLTerminal& terminal, const CTLInstance& instance,
+                  const std::vector<CTLExchange>& exchanges, int limit) const;
     void showDistribution(CTLTerminal& terminal) const;
 
     std::string m_child;

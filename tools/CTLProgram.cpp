@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "CTLError.h"
+#include "CTLLogCommand.h"
 #include "CTLTerminal.h"
 
 namespace {
@@ -17,6 +18,7 @@ constexpr const char* kWhat =
 
 std::vector<std::unique_ptr<CTLCommand>> allCommands() {
     std::vector<std::unique_ptr<CTLCommand>> commands;
+    commands.push_back(std::make_unique<CTLLogCommand>());
     return commands;
 }
 

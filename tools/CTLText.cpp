@@ -7,11 +7,14 @@ namespace {
 
 constexpr const char* kDigits = "0123456789abcdef";
 
-template <typename... Values>
-std::string formatted(const char* format, Values... values) {
+std::string withDecimals(double value, int decimals) {
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), format, values...);
+    std::snprintf(text.data(), text.size(), "%.*f", decimals, value);
     return text.data();
+}
+
+std::string twoDigits(long long value) {
+    return (value < 10 ? "0" : "") + std::to_string(value);
 }
 
 // How many bytes the character has that begins here; 0 when it is none that may be shown.
@@ -44,11 +47,6 @@ std::string escapedByte(char byte) {
     const auto value = static_cast<unsigned char>(byte);
     if (value >= 0x20 && value < 0x7f) return {byte};
     return {'\\', 'x', kDigits[value / 16], kDigits[value % 16]};
-}
-
-std::string timeText(const std::tm& time, const char* format) {
-    std::array<char, 64> text{};
-    return {text.data(), std::strftime(text.data(), text.size(), format, &time)};
 }
 
 }  // namespace
@@ -87,35 +85,37 @@ std::string hexadecimal(std::string_view bytes) {
 
 std::string age(std::int64_t seconds) {
     const auto whole = static_cast<long long>(seconds < 0 ? 0 : seconds);
-    if (whole < 60) return formatted("%lld s", whole);
-    if (whole < 3600) return formatted("%lld min %02lld s", whole / 60, whole % 60);
-    if (whole < 86400) return formatted("%lld h %02lld min", whole / 3600, whole / 60 % 60);
-    return formatted("%lld d %02lld h", whole / 86400, whole / 3600 % 24);
+    if (whole < 60) return std::to_string(whole) + " s";
+    if (whole < 3600) return std::to_string(whole / 60) + " min " + twoDigits(whole % 60) + " s";
+    if (whole < 86400) return std::to_string(whole / 3600) + " h " + twoDigits(whole / 60 % 60) + " min";
+    return std::to_string(whole / 86400) + " d " + twoDigits(whole / 3600 % 24) + " h";
 }
 
 std::string size(std::int64_t bytes) {
     constexpr double kMega = 1e6;
-    if (bytes < 1000000) return formatted("%lld kB", static_cast<long long>((bytes + 500) / 1000));
-    return formatted("%.1f MB", static_cast<double>(bytes) / kMega);
+    if (bytes < 1000000) return std::to_string((bytes + 500) / 1000) + " kB";
+    return withDecimals(static_cast<double>(bytes) / kMega, 1) + " MB";
 }
 
 std::string duration(std::int64_t microseconds) {
     const auto value = static_cast<double>(microseconds);
-    if (microseconds < 10000) return formatted("%.2f ms", value / 1e3);
-    if (microseconds < 1000000) return formatted("%.0f ms", value / 1e3);
-    return formatted("%.1f s", value / 1e6);
+    if (microseconds < 10000) return withDecimals(value / 1e3, 2) + " ms";
+    if (microseconds < 1000000) return withDecimals(value / 1e3, 0) + " ms";
+    return withDecimals(value / 1e6, 1) + " s";
 }
 
 std::string localTime(std::time_t time) {
     std::tm parts{};
     localtime_r(&time, &parts);
-    return timeText(parts, "%Y-%m-%d %H:%M:%S");
+    std::array<char, 64> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts)};
 }
 
 std::string utc(std::time_t time) {
     std::tm parts{};
     gmtime_r(&time, &parts);
-    return timeText(parts, "%Y-%m-%dT%H:%M:%SZ");
+    std::array<char, 64> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
 }  // namespace CTLText
