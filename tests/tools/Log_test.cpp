@@ -12,6 +12,7 @@
 
 #include "CTLLogFollower.h"
 #include "ExternalProgram.h"
+#include "JsonCheck.h"
 #include "ServiceUnderTest.h"
 #include "TerminalProgram.h"
 #include "TestKit.h"
@@ -193,7 +194,9 @@ TEST_F(LogCommandTest, ALogCannotSteerATerminalNorForgeALine) {
 
 TEST_F(LogCommandTest, JsonIsAnObjectALineWhateverTheLogHolds) {
     log(lineOf("a\x1b\xff\"<\n") + lineOf("two"));
-    std::istringstream lines(shown({"--json"}));
+    const std::string json = shown({"--json"});
+    EXPECT_EQ(jsonComplaints("velbootstrapctl-log", json, true), "");
+    std::istringstream lines(json);
     std::string line;
     ASSERT_TRUE(std::getline(lines, line));
     const nlohmann::json first = nlohmann::json::parse(line);
