@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "CTLLogLine.h"
+#include "CTLPinged.h"
 #include "CTLTextPattern.h"
 
 struct CTLEvent {
@@ -47,12 +48,6 @@ struct CTLEvent {
 
     // "service started", "ping failed" and so on.
     static const char* word(Kind kind);
-};
-
-// A child that is pinged, and the port that it answers on: with it a line about a connection tells whom it is about.
-struct CTLPinged {
-    std::string child;
-    std::string port;
 };
 
 class CTLHistory {

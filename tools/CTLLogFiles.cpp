@@ -104,6 +104,7 @@ bool isThere(const fs::path& file) {
 struct Tail {
     std::string text;
     bool isWhole = false;  // it begins where the file does
+    std::int64_t end = 0;  // where it ends in the file
 };
 
 // The bytes from `begin` on, up to `end` or where the file ends meanwhile.
@@ -141,11 +142,11 @@ bool beginsBefore(const std::string& text, std::time_t since) {
 // Of a file that is as it was written: looked at from its end, twice as far each time.
 Tail plainTail(std::FILE* file, std::time_t since, std::size_t most) {
     struct stat status {};
-    if (fstat(fileno(file), &status) != 0) return {{}, true};
+    if (fstat(fileno(file), &status) != 0) return {{}, true, 0};
     const std::int64_t size = status.st_size;
     for (std::int64_t look = kFirstLook;; look *= 2) {
         const std::int64_t reach = std::min({look, size, static_cast<std::int64_t>(most)});
-        Tail tail{bytesOf(file, size - reach, size), reach == size};
+        Tail tail{bytesOf(file, size - reach, size), reach == size, size};
         if (!tail.isWhole) dropTornLine(tail.text);
         if (reach < look || beginsBefore(tail.text, since)) return tail;
     }
@@ -169,7 +170,7 @@ Tail packedTail(std::FILE* file, std::size_t most) {
     const std::unique_ptr<gzFile_s, GzCloser> packed(gzdopen(descriptor.get(), "rb"));
     if (!packed) return {};
     descriptor.release();
-    Tail tail{{}, true};
+    Tail tail{{}, true, 0};
     std::vector<char> block(std::size_t{256} * 1024);
     for (std::size_t unpacked = 0; unpacked <= CTLLogFiles::kMostUnpacked;) {
         const int got = gzread(packed.get(), block.data(), static_cast<unsigned>(block.size()));
@@ -190,8 +191,16 @@ Tail tailOf(const fs::path& path, std::time_t since, std::size_t most) {
     const std::int64_t largest =
         isPacked ? std::int64_t{CTLLogFiles::kMostUnpacked} : std::numeric_limits<std::int64_t>::max();
     const TVLFilePtr file = TVLFile::openForReading(path.c_str(), largest);
-    if (!file) return {{}, true};
+    if (!file) return {{}, true, 0};
     return isPacked ? packedTail(file.get(), most) : plainTail(file.get(), since, most);
+}
+
+// Of the present file: without a last line that is still being written.
+void leaveUnfinished(Tail& tail) {
+    const std::size_t lineFeed = tail.text.rfind('\n');
+    const std::size_t finished = lineFeed == std::string::npos ? 0 : lineFeed + 1;
+    tail.end -= static_cast<std::int64_t>(tail.text.size() - finished);
+    tail.text.resize(finished);
 }
 
 std::vector<CTLLogLine> linesOf(std::string text, std::time_t since) {
@@ -226,13 +235,16 @@ std::vector<fs::path> CTLLogFiles::files() const {
     return {newestFirst.rbegin(), newestFirst.rend()};
 }
 
-std::vector<CTLLogLine> CTLLogFiles::linesSince(std::time_t since, bool* isComplete) const {
+std::vector<CTLLogLine> CTLLogFiles::linesSince(std::time_t since, bool* isComplete,
+                                                std::int64_t* end) const {
     std::vector<std::vector<CTLLogLine>> newestFirst;
     std::size_t left = kMostBytes;
     bool complete = true;
     const std::vector<fs::path> all = files();
     for (auto file = all.rbegin(); file != all.rend() && complete; ++file) {
         Tail tail = tailOf(*file, since, left);
+        if (file == all.rbegin()) leaveUnfinished(tail);
+        if (file == all.rbegin() && end != nullptr) *end = tail.end;
         const bool reachesBack = beginsBefore(tail.text, since);
         complete = reachesBack || tail.isWhole;
         left -= std::min(left, tail.text.size());

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <filesystem>
 #include <string>
@@ -33,8 +34,10 @@ class CTLLogFiles {
     // Oldest first, the present one last.
     std::vector<std::filesystem::path> files() const;
     // All lines that are not older, oldest first, as far as the bounds allow. Times are taken to rise: what the clock was
-    // set back over may be left out.
-    std::vector<CTLLogLine> linesSince(std::time_t since, bool* isComplete = nullptr) const;
+    // set back over may be left out. A last line that is still being written is left out as well; `end` is its place in
+    // the present file.
+    std::vector<CTLLogLine> linesSince(std::time_t since, bool* isComplete = nullptr,
+                                       std::int64_t* end = nullptr) const;
 
   private:
     std::filesystem::path m_present;

@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "CTLError.h"
+#include "CTLLogCommand.h"
 #include "CTLPingCommand.h"
 #include "CTLStatusCommand.h"
 #include "CTLTerminal.h"
@@ -19,6 +20,7 @@ constexpr const char* kWhat =
 
 std::vector<std::unique_ptr<CTLCommand>> allCommands() {
     std::vector<std::unique_ptr<CTLCommand>> commands;
+    commands.push_back(std::make_unique<CTLLogCommand>());
     commands.push_back(std::make_unique<CTLPingCommand>());
     commands.push_back(std::make_unique<CTLStatusCommand>());
     return commands;

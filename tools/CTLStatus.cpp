@@ -9,6 +9,7 @@
 #include "CTLHistory.h"
 #include "CTLInstance.h"
 #include "CTLLogFiles.h"
+#include "CTLPinged.h"
 #include "CTLPreparation.h"
 #include "PingChildProcess.h"
 #include "ZORChildProcess.h"
@@ -34,22 +35,6 @@ std::vector<std::string> argumentsOf(ZORChildProcess& child) {
 std::vector<ZORChildProcess*> childrenOf(CTLPreparation& preparation) {
     const auto& list = preparation.service().getChildren();
     return {list.begin(), list.end()};
-}
-
-// The digits behind the last colon.
-std::string portOf(const std::string& uri) {
-    const std::size_t colon = uri.rfind(':');
-    if (colon == std::string::npos) return {};
-    return uri.substr(colon + 1, uri.find_first_not_of("0123456789", colon + 1) - colon - 1);
-}
-
-std::vector<CTLPinged> pingedAmong(const std::vector<ZORChildProcess*>& children) {
-    std::vector<CTLPinged> pinged;
-    for (ZORChildProcess* const child : children) {
-        if (child->getPingAction() == nullptr) continue;
-        pinged.push_back({child->getName(), portOf(child->getPingAction()->getCommand().getURI())});
-    }
-    return pinged;
 }
 
 // What the service says of documents that it does not use.
@@ -110,7 +95,7 @@ CTLStatus CTLStatus::of(const CTLInstance& instance, const CTLProcesses& process
     status.takeChildren(children);
     preparation.service().getSupervisor().readLimitOverride();
     status.failedPingLimit = preparation.service().getSupervisor().getFailedPingLimit();
-    status.takeLog(log, children, wish);
+    status.takeLog(log, CTLPinged::of(preparation.service()), wish);
     if (daemon.isRunning()) {
         status.takeProcesses(processes, children);
     } else {
@@ -129,8 +114,7 @@ void CTLStatus::takeChildren(const std::vector<ZORChildProcess*>& prepared) {
     }
 }
 
-void CTLStatus::takeLog(const CTLLogFiles& log, const std::vector<ZORChildProcess*>& prepared,
-                        const Wish& wish) {
+void CTLStatus::takeLog(const CTLLogFiles& log, const std::vector<CTLPinged>& pinged, const Wish& wish) {
     const std::time_t daemonStart = daemon.isRunning() ? daemon.process()->started : asked;
     const std::time_t dayAgo = asked - kDaySec;
     const std::vector<CTLLogLine> lines =
@@ -140,7 +124,7 @@ void CTLStatus::takeLog(const CTLLogFiles& log, const std::vector<ZORChildProces
     std::map<std::string, CTLChildStatus*> byName;
     for (CTLChildStatus& child : children)
         byName.emplace(child.name, &child);
-    for (const CTLEvent& event : CTLHistory::of(lines, pingedAmong(prepared))) {
+    for (const CTLEvent& event : CTLHistory::of(lines, pinged)) {
         const auto child = byName.find(event.child);
         if (child != byName.end()) count(event, asked, daemonStart, *child->second);
     }

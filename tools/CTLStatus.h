@@ -22,6 +22,7 @@
 class CTLInstance;
 class CTLLogFiles;
 class CTLPreparation;
+struct CTLPinged;
 class ZORChildProcess;
 
 struct CTLChildStatus {
@@ -90,7 +91,7 @@ struct CTLStatus {
 
   private:
     void takeChildren(const std::vector<ZORChildProcess*>& prepared);
-    void takeLog(const CTLLogFiles& log, const std::vector<ZORChildProcess*>& prepared, const Wish& wish);
+    void takeLog(const CTLLogFiles& log, const std::vector<CTLPinged>& pinged, const Wish& wish);
     void takeProcesses(const CTLProcesses& processes, const std::vector<ZORChildProcess*>& prepared);
     void takeProcessesOnce(const CTLProcesses& processes, const std::vector<ZORChildProcess*>& prepared);
     void takeSurvivors(const CTLInstance& instance, const CTLProcesses& processes,

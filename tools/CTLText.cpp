@@ -1,20 +1,20 @@
 #include "CTLText.h"
 
 #include <array>
+#include <cstdio>
 
 namespace {
 
 constexpr const char* kDigits = "0123456789abcdef";
 
-std::string twoDigits(long long number) {
-    return (number < 10 ? "0" : "") + std::to_string(number);
+std::string withDecimals(double value, int decimals) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.*f", decimals, value);
+    return text.data();
 }
 
-// A number of hundredths as it is written, with one place less when that is asked for.
-std::string decimal(long long hundredths, bool twoPlaces) {
-    if (twoPlaces) return std::to_string(hundredths / 100) + "." + twoDigits(hundredths % 100);
-    const long long tenths = (hundredths + 5) / 10;
-    return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
+std::string twoDigits(long long value) {
+    return (value < 10 ? "0" : "") + std::to_string(value);
 }
 
 // How many bytes the character has that begins here; 0 when it is none that may be shown.
@@ -47,14 +47,6 @@ std::string escapedByte(char byte) {
     const auto value = static_cast<unsigned char>(byte);
     if (value >= 0x20 && value < 0x7f) return {byte};
     return {'\\', 'x', kDigits[value / 16], kDigits[value % 16]};
-}
-
-std::string timeText(const std::tm& time, char between, const char* after) {
-    std::array<char, 64> date{};
-    std::array<char, 64> clock{};
-    std::strftime(date.data(), date.size(), "%Y-%m-%d", &time);
-    std::strftime(clock.data(), clock.size(), "%H:%M:%S", &time);
-    return std::string(date.data()) + between + clock.data() + after;
 }
 
 }  // namespace
@@ -100,26 +92,30 @@ std::string age(std::int64_t seconds) {
 }
 
 std::string size(std::int64_t bytes) {
+    constexpr double kMega = 1e6;
     if (bytes < 1000000) return std::to_string((bytes + 500) / 1000) + " kB";
-    return decimal(bytes / 10000, false) + " MB";
+    return withDecimals(static_cast<double>(bytes) / kMega, 1) + " MB";
 }
 
 std::string duration(std::int64_t microseconds) {
-    if (microseconds < 10000) return decimal(microseconds / 10, true) + " ms";
-    if (microseconds < 1000000) return std::to_string((microseconds + 500) / 1000) + " ms";
-    return decimal(microseconds / 10000, false) + " s";
+    const auto value = static_cast<double>(microseconds);
+    if (microseconds < 10000) return withDecimals(value / 1e3, 2) + " ms";
+    if (microseconds < 1000000) return withDecimals(value / 1e3, 0) + " ms";
+    return withDecimals(value / 1e6, 1) + " s";
 }
 
 std::string localTime(std::time_t time) {
     std::tm parts{};
     localtime_r(&time, &parts);
-    return timeText(parts, ' ', "");
+    std::array<char, 64> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts)};
 }
 
 std::string utc(std::time_t time) {
     std::tm parts{};
     gmtime_r(&time, &parts);
-    return timeText(parts, 'T', "Z");
+    std::array<char, 64> text{};
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
 }  // namespace CTLText
