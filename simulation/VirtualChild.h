@@ -34,9 +34,10 @@ struct VirtualChild {
 
     // How it behaves.
     Mood mood = Mood::Answers;
-    bool moodEndsWithProcess = false;  // the next process answers again
-    std::string answer = "OK";
+    std::string usualAnswer = "OK";
+    std::string answer = usualAnswer;
     std::int64_t answersAfterMs = 0;
+    bool endsWithProcess = false;  // these three: the next process answers again, as usual and at once
     std::int64_t listensAfterMs = 0;  // counted from the start of a process; before that it refuses
     std::int64_t endsAfterMs = 0;     // what it takes to end when it is told to; kNever: it does not
 
@@ -44,6 +45,13 @@ struct VirtualChild {
     pid_t pid = 0;  // of its latest process
     bool alive = false;
     std::int64_t startedMs = 0;
+
+    void recover() {
+        mood = Mood::Answers;
+        answer = usualAnswer;
+        answersAfterMs = 0;
+        endsWithProcess = false;
+    }
 
     // What is observed at that time.
     Mood moodAt(std::int64_t nowMs) const {

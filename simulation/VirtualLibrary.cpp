@@ -119,7 +119,9 @@ long makeHandle(void** handle, char* /*document*/, char* /*reserved*/, char** de
 long closeHandle(void** handle, char* /*reserved*/, char** /*details*/) {
     const std::unique_ptr<Connection> connection(static_cast<Connection*>(*handle));
     *handle = nullptr;
-    if (connection != nullptr && connection->hasFailed) machine().tell(Kind::Failed, connection->child);
+    if (connection == nullptr || !connection->hasFailed) return SEK_Ok;
+    if (connection->uri == machine().childNow(connection->child).pingUri)
+        machine().tell(Kind::Failed, connection->child);
     return SEK_Ok;
 }
 

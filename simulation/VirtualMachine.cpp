@@ -101,9 +101,7 @@ void VirtualMachine::begin(std::size_t child, pid_t pid) {
         one.pid = pid;
         one.alive = true;
         one.startedMs = now;
-        if (!one.moodEndsWithProcess) return;
-        one.mood = VirtualChild::Mood::Answers;
-        one.moodEndsWithProcess = false;
+        if (one.endsWithProcess) one.recover();
     });
     tell(VirtualEvent::Kind::Started, child);
 }
@@ -115,9 +113,12 @@ void VirtualMachine::end(std::size_t child) {
 
 void VirtualMachine::endNow(std::size_t child, pid_t pid) {
     endProcess(pid);
+    bool isItsLatest = false;
     with([&](std::vector<VirtualChild>& children) {
-        if (children[child].pid == pid) children[child].alive = false;
+        isItsLatest = children[child].pid == pid && children[child].alive;
+        if (isItsLatest) children[child].alive = false;
     });
+    if (isItsLatest) tell(VirtualEvent::Kind::Ended, child);
 }
 
 void VirtualMachine::tellToStop(std::size_t child) {

@@ -29,10 +29,11 @@
 struct VirtualEvent {
     enum class Kind {
         Started,     // a process was made
+        Ended,       // its process has ended, whyever
         Looked,      // it is alive
         FoundGone,   // it is not
         Connected,   // for a ping or a stop command
-        Failed,      // an exchange with it has ended in failure
+        Failed,      // a ping was not answered
         Answered,    // an answer was read
         ToldToStop,  // by a command, a signal or a program
         Killed

@@ -90,6 +90,9 @@ class ZORBootstrapService : public ZORNTService {
 
     static int resolveSignal(I18NString& name);  // -1 for an unknown name
 
+    // How the daemon is started; null until the bootstrap document has been read.
+    const ZORSpawnAction* getDaemonSpawn() const { return m_daemonSpawn; }
+
     // Without the lock: the list is complete before other threads exist, and the supervisor ends before the children.
     std::list<ZORChildProcess*>& getChildren() TVL_UNCHECKED { return m_children; }
 

@@ -7,16 +7,27 @@ namespace {
 
 thread_local std::int64_t sparedMs = 0;
 
-}  // namespace
-
-int CTLDoorway::makeFolders(const char* /*path*/) {
+int refuse() {
     errno = EROFS;
     return -1;
 }
 
+}  // namespace
+
+int CTLDoorway::makeFolders(const char* /*path*/) {
+    return refuse();
+}
+
 int CTLDoorway::mkdirat(int /*folder*/, const char* /*path*/, mode_t /*mode*/) {
-    errno = EROFS;
-    return -1;
+    return refuse();
+}
+
+int CTLDoorway::unlinkat(int /*folder*/, const char* /*path*/, int /*flags*/) {
+    return refuse();
+}
+
+pid_t CTLDoorway::fork() {
+    return refuse();
 }
 
 void CTLDoorway::sleepMs(std::int64_t durationMs) {

@@ -1,7 +1,8 @@
 // The doorway to the system for whoever only looks.
 //
-// Purpose: as long as it lives, the service's own classes make no folders and take no pauses: what they would do to an
-//   instance beyond reading it is refused, and the pauses that they make for a peer's sake are added up instead.
+// Purpose: as long as it lives, the service's own classes make no folders, remove nothing, start nothing and take no
+//   pauses: what they would do to an instance beyond reading it is refused, and the pauses that they make for a peer's sake
+//   are added up instead.
 // Ownership: puts itself in the place of the present doorway, and that one back in the end.
 // Threads: any thread may call it; it is made and ended while there is one.
 // Units: milliseconds.
@@ -19,6 +20,8 @@ class CTLDoorway final : public TVLRealOs {
 
     int makeFolders(const char* path) override;
     int mkdirat(int folder, const char* path, mode_t mode) override;
+    int unlinkat(int folder, const char* path, int flags) override;
+    pid_t fork() override;
     void sleepMs(std::int64_t durationMs) override;
 
     // The pauses that this thread was spared, since it asked last.

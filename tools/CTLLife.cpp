@@ -207,7 +207,7 @@ void CTLLife::bring(Trouble trouble, std::size_t child) {
         for (std::size_t each = 0; each < count; ++each) {
             if (child != each && child != kAll) continue;
             children[each].mood = moodOf(trouble);
-            children[each].moodEndsWithProcess = true;
+            children[each].endsWithProcess = true;
         }
     });
     for (std::size_t each = 0; trouble == Trouble::Death && each < count; ++each) {

@@ -2,11 +2,13 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <system_error>
 
+#include "CTLDoorway.h"
 #include "CTLError.h"
 #include "CTLInstance.h"
 #include "TVLIDOM_Document.h"
@@ -40,6 +42,7 @@ CTLPreparation::~CTLPreparation() {
 }
 
 bool CTLPreparation::prepare(std::vector<std::string> arguments) {
+    const CTLDoorway lookingOnly;
     ZORBootstrapService::setEnvironment();
     m_service->findHome();
     ZOREnvironment::keep(environ);

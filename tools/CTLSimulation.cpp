@@ -22,7 +22,7 @@ VirtualChild asVirtual(ZORChildProcess& child) {
     if (ZORSockSendAction* const ping = child.getPingAction(); ping != nullptr) {
         made.pingUri = ping->getCommand().getURI();
         made.pingCommand = ping->getCommand().getCommand();
-        if (!ping->getResponseOK().empty()) made.answer = ping->getResponseOK();
+        if (!ping->getResponseOK().empty()) made.usualAnswer = made.answer = ping->getResponseOK();
     }
     if (auto* const stop = dynamic_cast<ZORSockSendAction*>(&child.getStopAction()); stop != nullptr) {
         made.stopUri = stop->getCommand().getURI();
@@ -66,8 +66,8 @@ void CTLSimulation::conclude() {
     m_machine->giveUp();
     m_machine->with([](std::vector<VirtualChild>& children) {
         for (VirtualChild& child : children) {
-            child.mood = VirtualChild::Mood::Answers;
-            child.answersAfterMs = child.endsAfterMs = 0;
+            child.recover();
+            child.endsAfterMs = 0;
         }
     });
     m_machine->raiseSignal(SIGTERM);

@@ -25,7 +25,7 @@ constexpr std::size_t kAtATime = 16;
 
 std::vector<std::string> argumentsOf(ZORChildProcess& child) {
     std::vector<std::string> arguments;
-    for (const char* const argument : child.getStartAction().getArguments()) {
+    for (const char* const argument : child.getStartAction()->getArguments()) {
         if (argument == nullptr) break;
         arguments.emplace_back(argument);
     }

@@ -9,6 +9,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Nobody is to be warned that a certificate ends soon.
+constexpr long kYearSec = 31'536'000;
+
 constexpr const char* kBootstrap = R"(<?xml version="1.0" encoding="UTF-8"?>
 <bootstrap>
   <processManager pollIntervalsec="1" checkForShutdownIntervalms="100"/>
@@ -104,12 +107,15 @@ std::string replacedAll(std::string text, const std::string& from, const std::st
 }  // namespace
 
 Installation::Installation(ServiceUnderTest& service)
-    : m_service(service), m_pki(service.path("configuration"), "ca") {
+    : m_service(service), m_pki(service.path("configuration"), "ca", {.notAfterSec = kYearSec}) {
     // Others may look, as in an installation of the package's.
     mode("", 0755);
     writeDocuments();
     writeSettings();
-    install(m_pki.issueForLocalhost("dispatcher"), "dispatcher");
+    install(m_pki.issue({.name = "dispatcher",
+                         .alternatives = {"DNS:localhost", "IP:127.0.0.1", "IP:::1"},
+                         .notAfterSec = kYearSec}),
+            "dispatcher");
 }
 
 void Installation::writeDocuments() const {

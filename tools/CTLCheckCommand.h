@@ -1,0 +1,35 @@
+// velbootstrapctl check
+//
+// Purpose: checks an instance, or documents, and prints what was found, for people or as JSON.
+// Ownership: owns what its options say.
+// Threads: one.
+// Units: exit codes: 0 nothing found, 1 warnings only, 2 errors.
+// Errors: CTLError.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "CTLCommand.h"
+
+class CTLCheck;
+class CTLFindings;
+
+class CTLCheckCommand : public CTLCommand {
+  public:
+    static constexpr int kWarnings = 1;
+    static constexpr int kErrors = 2;
+
+    CLI::App* declare(CLI::App& program) override;
+    int run(CTLContext& context) override;
+
+  private:
+    void checkInstance(const std::string& named, CTLCheck& check);
+    void checkFiles(const std::string& named, CTLCheck& check);
+    void print(CTLTerminal& terminal, CTLCheck& check) const;
+    void printJson(CTLTerminal& terminal, CTLCheck& check, int exitCode) const;
+
+    std::vector<std::string> m_files;
+    std::string m_schemas;
+    bool m_isJson = false;
+};
