@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "CTLError.h"
+#include "CTLExplainCommand.h"
 #include "CTLLogCommand.h"
 #include "CTLTerminal.h"
 
@@ -18,6 +19,7 @@ constexpr const char* kWhat =
 
 std::vector<std::unique_ptr<CTLCommand>> allCommands() {
     std::vector<std::unique_ptr<CTLCommand>> commands;
+    commands.push_back(std::make_unique<CTLExplainCommand>());
     commands.push_back(std::make_unique<CTLLogCommand>());
     return commands;
 }
