@@ -135,7 +135,7 @@ void CTLDaemon::judgeProcess(const CTLInstance& instance, const CTLProcesses& pr
     if (program == CTLProcesses::Link::Unreadable) {
         m_userToBe = nameOf(m_process->user);
         decide(CTLVerdict::NotProved,
-               "which program " + who() + " runs, and where, only " + m_userToBe + " and root may see");
+               "which program " + who() + " runs, and where, only " + m_userToBe + " may see");
         return;
     }
     const std::string target = processes.target(record.pid, "exe");

@@ -127,7 +127,7 @@ void print(CTLTerminal& terminal, const CTLExchange& exchange, int limit) {
     line(terminal, "supervisor", exchange.consequence(limit));
 }
 
-json json(const CTLExchange& exchange, int limit) {
+json asJson(const CTLExchange& exchange, int limit) {
     return {{"child", CTLText::printable(exchange.child)},
             {"uri", CTLText::printable(exchange.uri)},
             {"family", exchange.family},

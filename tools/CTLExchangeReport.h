@@ -17,6 +17,6 @@ namespace CTLExchangeReport {
 
 // Step by step, several lines; `limit` as CTLExchange::consequence has it.
 void print(CTLTerminal& terminal, const CTLExchange& exchange, int limit);
-nlohmann::json json(const CTLExchange& exchange, int limit);
+nlohmann::json asJson(const CTLExchange& exchange, int limit);
 
 }  // namespace CTLExchangeReport

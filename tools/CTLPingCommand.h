@@ -5,11 +5,13 @@
 // Ownership: owns its options.
 // Threads: one.
 // Units: seconds between two rounds.
-// Errors: exit codes 0 every answer good, 1 a failed ping, 2 a fatal answer, 3 "retry", 4 there is nothing to ping;
-//   the worst that was met with, in the order fatal, failed, retry.
+// Errors: exit codes 0 every answer good, 1 a failed ping, 2 a fatal answer, 3 "retry", 4 there is nothing to ping, 130
+//   interrupted before there was an answer; of several the worst, in the order fatal, failed, retry.
 #pragma once
 
+#include <cstddef>
 #include <map>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -39,13 +41,15 @@ class CTLPingCommand : public CTLCommand {
     };
 
     std::vector<ZORChildProcess*> chosen(CTLPreparation& preparation) const;
-    std::vector<CTLExchange> round(const std::vector<ZORChildProcess*>& children);
-    void note(const CTLExchange& exchange);
+    int rounds(CTLTerminal& terminal, const CTLInstance& instance,
+               const std::vector<ZORChildProcess*>& children, int limit);
+    void note(const std::vector<CTLExchange>& exchanges);
     void show(CTLTerminal& terminal, const CTLInstance& instance, const std::vector<CTLExchange>& exchanges,
               int limit) const;
     void showJson(CTLTerminal& terminal, const CTLInstance& instance,
                   const std::vector<CTLExchange>& exchanges, int limit) const;
     void showDistribution(CTLTerminal& terminal) const;
+    static nlohmann::json distributionJson(const Seen& seen);
 
     std::string m_child;
     bool m_json = false;

@@ -68,3 +68,7 @@ std::vector<CTLLogLine> CTLPreparation::lines() const {
     std::istringstream log(std::string(m_text, m_size));
     return CTLLogLine::read(log);
 }
+
+void CTLPreparation::keepNoMore() {
+    ZORLoggerFactory::getInstance()->reset();
+}

@@ -33,6 +33,8 @@ class CTLPreparation {
     ZORBootstrapService& service() { return *m_service; }
     // What the service would have logged until now, at all levels.
     std::vector<CTLLogLine> lines() const;
+    // From now on nothing more is kept of what the service's classes log.
+    void keepNoMore();
 
   private:
     bool prepare(std::vector<std::string> arguments);

@@ -7,6 +7,8 @@
 #include "CTLError.h"
 #include "CTLExplainCommand.h"
 #include "CTLLogCommand.h"
+#include "CTLPingCommand.h"
+#include "CTLStatusCommand.h"
 #include "CTLTerminal.h"
 
 namespace {
@@ -21,6 +23,8 @@ std::vector<std::unique_ptr<CTLCommand>> allCommands() {
     std::vector<std::unique_ptr<CTLCommand>> commands;
     commands.push_back(std::make_unique<CTLExplainCommand>());
     commands.push_back(std::make_unique<CTLLogCommand>());
+    commands.push_back(std::make_unique<CTLPingCommand>());
+    commands.push_back(std::make_unique<CTLStatusCommand>());
     return commands;
 }
 

@@ -1,14 +1,17 @@
 // Looking again and again, until somebody says enough.
 //
-// Purpose: the waiting between two looks of a command's --watch, which Ctrl-C, a termination signal or the end of the
-//   terminal ends at once and without harm.
+// Purpose: the rounds of a command's --watch and the waiting between them. Ctrl-C, a termination signal or the end of
+//   the terminal ends both at once and without harm.
 // Ownership: takes SIGINT, SIGTERM and SIGHUP for as long as it lives, and gives them back.
-// Threads: the main thread; those started meanwhile get the signals blocked as well.
+// Threads: made and used by the main thread; a round is carried out by a thread of its own.
 // Units: seconds.
-// Errors: none.
+// Errors: what a round throws is thrown on. CTLError when the system gives no descriptors.
 #pragma once
 
 #include <csignal>
+#include <functional>
+
+#include "TVLDescriptor.h"
 
 class CTLTerminal;
 
@@ -19,12 +22,19 @@ class CTLWatch {
     CTLWatch(const CTLWatch&) = delete;
     CTLWatch& operator=(const CTLWatch&) = delete;
 
+    // False when it was enough before the round had ended. Then its thread still works, on what the round refers to: the
+    // caller says its last words and calls leave().
+    bool round(const std::function<void()>& work);
     // False when it is enough, at once or within the time.
     bool wait(int seconds) const;
+    // Ends the process, whatever its threads do.
+    [[noreturn]] static void leave(CTLTerminal& terminal, int exitCode);
     // On a terminal what follows takes the place of what is there.
     static void beginPicture(CTLTerminal& terminal);
 
   private:
-    sigset_t m_signals{};
+    bool isEnough(int other, int timeoutMs) const;
+
     sigset_t m_before{};
+    TVLDescriptor m_signals;
 };

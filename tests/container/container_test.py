@@ -21,7 +21,7 @@ RECIPE = SOURCES / "packaging/container/Containerfile"
 MANIFEST = SOURCES / "packaging/kubernetes/velbootstrapservice.yaml"
 SAMPLE = SOURCES / "sample/tomcat"
 PID_FILE = "velbootstrap_service.pid"
-SERVICE = "/usr/sbin/velbootstrapservice"
+SERVICE = "/var/lib/velbootstrapservice/bin/velbootstrapservice"
 
 # Seconds that one failed ping can take, and what the service may need besides: docs/containers.md has the sum.
 PING_PAUSE, CONNECTION, HANDSHAKE, READINESS_CHECK = 2, 10, 12, 6

@@ -42,7 +42,10 @@ std::vector<pid_t> VirtualOs::livingProcesses() {
 
 void VirtualOs::endProcess(pid_t pid) {
     const Lock lock(m_mutex);
-    m_processes.at(pid).alive = false;
+    const auto entry = m_processes.find(pid);
+    if (entry == m_processes.end()) return;
+    entry->second.alive = false;
+    if (!m_keepsNotes) m_processes.erase(entry);
 }
 
 void VirtualOs::failForks(int count, int error) {
@@ -91,7 +94,7 @@ int VirtualOs::execve(const char* path, char* const argv[], char* const envp[]) 
 
 int VirtualOs::kill(pid_t pid, int signal) {
     const Lock lock(m_mutex);
-    if (signal != 0) m_kills.push_back({pid, signal});
+    if (signal != 0 && m_keepsNotes) m_kills.push_back({pid, signal});
     if (signal == 0) ++m_aliveTests;
     if (signal != 0 && m_killError != 0) {
         errno = m_killError;
@@ -104,7 +107,7 @@ int VirtualOs::kill(pid_t pid, int signal) {
         return -1;
     }
     Process& process = entry->second;
-    if (signal != 0) process.signals.push_back(signal);
+    if (signal != 0 && m_keepsNotes) process.signals.push_back(signal);
     if (signal == SIGKILL && !process.ignoresKill) process.alive = false;
     if (signal == SIGTERM && !process.ignoresTerm) process.alive = false;
     return 0;
@@ -150,7 +153,7 @@ std::int64_t VirtualOs::nowMs() {
 
 void VirtualOs::sleepMs(std::int64_t durationMs) {
     Lock lock(m_mutex);
-    m_sleeps.push_back(durationMs);
+    if (m_keepsNotes) m_sleeps.push_back(durationMs);
     pass(lock, durationMs);
 }
 
@@ -178,6 +181,7 @@ bool VirtualOs::waitUntil(std::condition_variable& condition, std::unique_lock<s
     wait(lock, waiter);
     lock.unlock();
     callersLock.lock();
+    if (waiter.refused) throw TVLThreadResourceError("refused", __FILE__, __LINE__);
     return waiter.notified;
 }
 
@@ -220,6 +224,17 @@ void VirtualOs::release(Waiter& waiter, bool notified) {
     waiter.wakeup.notify_one();
 }
 
+// False when there was none to refuse.
+bool VirtualOs::refuseWaits() {
+    bool refused = false;
+    for (Waiter* const waiter : std::list<Waiter*>(m_waiters)) {
+        if (waiter->reason == &m_pendingSignals) continue;
+        waiter->refused = refused = true;
+        release(*waiter, false);
+    }
+    return refused;
+}
+
 // Called with nothing else to do on this thread: while nobody runs, time goes on to what is due next.
 void VirtualOs::moveTime(Lock& lock) {
     while (m_running == 0) {
@@ -239,7 +254,7 @@ void VirtualOs::moveTime(Lock& lock) {
             m_nowMs = std::max(m_nowMs, (*next)->deadlineMs);
             release(**next, false);
         } else {
-            if (m_waiters.empty()) return;
+            if (m_waiters.empty() || (refusesEndlessWaits() && refuseWaits())) return;
             std::fputs("every thread waits for ever and no event is left\n", stderr);
             std::abort();
         }

@@ -15,7 +15,7 @@ struct Change {
     std::string to;
 };
 
-struct Mistake {
+struct RefusedChange {
     std::string from;
     std::string to;
     std::string named;  // what the schema must say, beginning with the element or attribute
@@ -24,4 +24,4 @@ struct Mistake {
 void expectAccepted(const std::string& schema, const std::string& document,
                     const std::vector<Change>& changes);
 void expectRefused(const std::string& schema, const std::string& document,
-                   const std::vector<Mistake>& mistakes);
+                   const std::vector<RefusedChange>& mistakes);

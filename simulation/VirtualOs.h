@@ -1,11 +1,12 @@
-// The operating system of a unit test: virtual time, processes that are only noted down.
+// An operating system in which time is virtual and processes are only noted down.
 //
-// Purpose: stands in for TVLOs while it exists. Time moves when every thread waits: straight to the next
-// deadline
-//   or scripted event. Hours of supervision take milliseconds and go the same way each time.
+// Purpose: stands in for TVLOs while it exists, for tests and for whoever wants to see what the service would do. Time
+//   moves when every thread waits: straight to the next deadline or scripted event. Hours of supervision take
+//   milliseconds and go the same way each time.
 // Ownership: installs itself when constructed and takes itself out when destroyed; one at a time.
-// Threads: threads started through TVLThread meanwhile are part of the game; the creating thread is the
-// first. Units: milliseconds since the construction.
+// Threads: threads started through TVLThread meanwhile are part of the game; the creating thread is the first.
+// Units: milliseconds since the construction.
+// Errors: as TVLOs says, where a failure has been asked for.
 #pragma once
 
 #include <csignal>
@@ -20,7 +21,7 @@
 
 class VirtualOs : public TVLRealOs {
   public:
-    // Thrown by exitProcess() in place of ending the test.
+    // Thrown by exitProcess() in place of ending the process.
     struct ProcessExit {
         int status;
     };
@@ -54,6 +55,8 @@ class VirtualOs : public TVLRealOs {
     const std::vector<std::int64_t>& sleeps() const { return m_sleeps; }
     int threadsStarted() const { return m_threadsStarted; }
 
+    // For whoever stays for a year: sleeps and signals are not noted.
+    void keepNoNotes() { m_keepsNotes = false; }
     void refuseTerm() { m_born.ignoresTerm = true; }  // of every process made from now on
     void failForks(int count, int error);             // the next forks fail with that errno
     void failKills(int error);                        // from now on every kill but signal 0 fails; 0: no more
@@ -80,12 +83,18 @@ class VirtualOs : public TVLRealOs {
     void threadStarts() override;
     void threadEnds() override;
 
+  protected:
+    // Every thread waits for ever and no event is left. True: waits for a condition are refused; false: the process ends
+    // with a message.
+    virtual bool refusesEndlessWaits() { return false; }
+
   private:
     struct Waiter {
         const void* reason;
         std::int64_t deadlineMs;
         bool released = false;
         bool notified = false;
+        bool refused = false;
         std::condition_variable wakeup{};
     };
     using Lock = std::unique_lock<std::mutex>;
@@ -94,6 +103,7 @@ class VirtualOs : public TVLRealOs {
     void wait(Lock& lock, Waiter& waiter);
     void release(Waiter& waiter, bool notified);
     void moveTime(Lock& lock);
+    bool refuseWaits();
 
     TVLOs* m_before;
     std::mutex m_mutex;
@@ -116,5 +126,6 @@ class VirtualOs : public TVLRealOs {
     int m_execveError = 0;
     bool m_forkIntoChild = false;
     bool m_failNextWait = false;
+    bool m_keepsNotes = true;
     std::vector<std::vector<std::string>> m_executed;
 };

@@ -1,4 +1,4 @@
-#include "Mistakes.h"
+#include "DocumentChanges.h"
 
 #include <gtest/gtest.h>
 
@@ -27,7 +27,7 @@ void expectAccepted(const std::string& schema, const std::string& document,
 }
 
 void expectRefused(const std::string& schema, const std::string& document,
-                   const std::vector<Mistake>& mistakes) {
+                   const std::vector<RefusedChange>& mistakes) {
     ASSERT_EQ(schemaComplaints(schema, document), "") << document;
     for (const auto& [from, to, named] : mistakes) {
         const std::string complaints = schemaComplaints(schema, changed(document, from, to));
