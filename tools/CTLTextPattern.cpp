@@ -34,8 +34,14 @@ CTLTextPattern::CTLTextPattern(std::string_view text, bool isFormat) : m_pieces(
     }
 }
 
+// A value at the end may be empty, and the blank before it is then at the text's end.
 bool CTLTextPattern::matches(std::string_view text, std::vector<std::string>* values) const {
     text = trimmedRight(text);
+    return matchesWhole(text, values) ||
+           (m_pieces.back().empty() && matchesWhole(std::string(text) + " ", values));
+}
+
+bool CTLTextPattern::matchesWhole(std::string_view text, std::vector<std::string>* values) const {
     if (!text.starts_with(m_pieces.front())) return false;
     if (values != nullptr) values->clear();
     std::size_t at = m_pieces.front().size();

@@ -24,10 +24,10 @@ class CTLTextPattern {
     bool matches(std::string_view text, std::vector<std::string>* values = nullptr) const;
     // How many letters are the message's own.
     std::size_t ownLetters() const;
-    bool hasValues() const { return m_pieces.size() > 1; }
 
   private:
     CTLTextPattern(std::string_view text, bool isFormat);
+    bool matchesWhole(std::string_view text, std::vector<std::string>* values) const;
 
     std::vector<std::string> m_pieces;  // with a value between each two
 };
