@@ -13,7 +13,7 @@ read -r -a packages <<<"$(build_packages "$preset" | tr '\n' ' ')"
 # and written. Installing nginx may also start the machine's web server; the tests neither need nor touch that one.
 tools=(
     openssl nginx-light curl tomcat10-common default-jre-headless
-    libxml2-utils man-db mandoc pkgconf python3-jsonschema python3-yaml
+    libxml2-utils man-db mandoc pkgconf prometheus python3-jsonschema python3-yaml
     adduser debhelper dpkg-dev file iproute2 lintian logrotate procps systemd
 )
 install_missing "${packages[@]}" libgtest-dev "${tools[@]}"
