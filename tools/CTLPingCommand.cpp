@@ -15,9 +15,9 @@
 #include "CTLExchangeReport.h"
 #include "CTLInstance.h"
 #include "CTLPreparation.h"
+#include "CTLServiceUser.h"
 #include "CTLTerminal.h"
 #include "CTLText.h"
-#include "CTLUser.h"
 #include "CTLWatch.h"
 #include "ZORChildProcess.h"
 #include "ZORSockSendAction.h"
@@ -113,7 +113,7 @@ std::vector<ZORChildProcess*> CTLPingCommand::chosen(CTLPreparation& preparation
 
 int CTLPingCommand::run(CTLContext& context) {
     const CTLInstance instance = CTLInstance::find(context.instance);
-    CTLUser::become(instance);
+    CTLServiceUser::become(instance);
     const CTLDoorway doorway;
     const CTLDaemon daemon = CTLDaemon::of(instance, CTLProcesses());
     CTLPreparation preparation(instance, daemon.arguments());

@@ -12,10 +12,10 @@
 #include "CTLLogFiles.h"
 #include "CTLMetrics.h"
 #include "CTLPreparation.h"
+#include "CTLServiceUser.h"
 #include "CTLStatus.h"
 #include "CTLStatusReport.h"
 #include "CTLTerminal.h"
-#include "CTLUser.h"
 #include "CTLWatch.h"
 
 namespace {
@@ -76,7 +76,7 @@ int CTLStatusCommand::run(CTLContext& context) {
     const CTLInstance instance = CTLInstance::find(context.instance);
     if (!m_metricsFile.empty() && m_metricsFile != "-")
         m_metricsFile = std::filesystem::absolute(m_metricsFile);
-    CTLUser::become(instance);
+    CTLServiceUser::becomeAsRoot(instance);
     Surroundings surroundings(instance);
     if (m_watch) return watch(context.terminal, surroundings);
     return show(context.terminal, look(surroundings));
