@@ -6,7 +6,11 @@
 
 #include "CTLCheckCommand.h"
 #include "CTLError.h"
+#include "CTLExplainCommand.h"
+#include "CTLLogCommand.h"
+#include "CTLPingCommand.h"
 #include "CTLSimulateCommand.h"
+#include "CTLStatusCommand.h"
 #include "CTLTerminal.h"
 
 namespace {
@@ -20,7 +24,11 @@ constexpr const char* kWhat =
 std::vector<std::unique_ptr<CTLCommand>> allCommands() {
     std::vector<std::unique_ptr<CTLCommand>> commands;
     commands.push_back(std::make_unique<CTLCheckCommand>());
+    commands.push_back(std::make_unique<CTLExplainCommand>());
+    commands.push_back(std::make_unique<CTLLogCommand>());
+    commands.push_back(std::make_unique<CTLPingCommand>());
     commands.push_back(std::make_unique<CTLSimulateCommand>());
+    commands.push_back(std::make_unique<CTLStatusCommand>());
     return commands;
 }
 

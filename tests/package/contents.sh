@@ -61,10 +61,11 @@ check_files() {
     expect_same "$units/velbootstrapservice.service" packaging/systemd/velbootstrapservice.service
     expect_same "$units/velbootstrapservice-foreground.service" \
         packaging/systemd/velbootstrapservice-foreground.service
-    for unit in velbootstrapservice-certificates.service velbootstrapservice-certificates.timer; do
+    for unit in velbootstrapservice-certificates.{service,timer} velbootstrapservice-metrics.{service,timer}; do
         expect_same "$units/$unit" "packaging/systemd/$unit"
     done
     expect_same "$units/velbootstrapservice-certificates.service.d/sandbox.conf" packaging/systemd/sandbox.conf
+    expect_same "$units/velbootstrapservice-metrics.service.d/sandbox.conf" packaging/systemd/sandbox.conf
     expect_same "$units/velbootstrapservice.service.d/sandbox.conf" packaging/systemd/sandbox.conf
     expect_same "$units/velbootstrapservice-foreground.service.d/sandbox.conf" packaging/systemd/sandbox.conf
     expect_same usr/lib/velbootstrapservice/velbootstrap-unit packaging/systemd/velbootstrap-unit
