@@ -6,9 +6,14 @@
 
 #include "CTLError.h"
 #include "CTLExplainCommand.h"
+#include "CTLHistoryCommand.h"
 #include "CTLLogCommand.h"
 #include "CTLPingCommand.h"
+#include "CTLRestartChildCommand.h"
+#include "CTLRestartCommand.h"
+#include "CTLStartCommand.h"
 #include "CTLStatusCommand.h"
+#include "CTLStopCommand.h"
 #include "CTLTerminal.h"
 
 namespace {
@@ -22,9 +27,14 @@ constexpr const char* kWhat =
 std::vector<std::unique_ptr<CTLCommand>> allCommands() {
     std::vector<std::unique_ptr<CTLCommand>> commands;
     commands.push_back(std::make_unique<CTLExplainCommand>());
+    commands.push_back(std::make_unique<CTLHistoryCommand>());
     commands.push_back(std::make_unique<CTLLogCommand>());
     commands.push_back(std::make_unique<CTLPingCommand>());
+    commands.push_back(std::make_unique<CTLRestartChildCommand>());
+    commands.push_back(std::make_unique<CTLRestartCommand>());
+    commands.push_back(std::make_unique<CTLStartCommand>());
     commands.push_back(std::make_unique<CTLStatusCommand>());
+    commands.push_back(std::make_unique<CTLStopCommand>());
     return commands;
 }
 
