@@ -18,6 +18,7 @@
 #include "CTLTerminal.h"
 #include "CTLText.h"
 #include "CTLTime.h"
+#include "CTLUser.h"
 
 namespace {
 
@@ -88,6 +89,7 @@ std::time_t CTLLogCommand::since() const {
 int CTLLogCommand::run(CTLContext& context) {
     const std::time_t from = since();
     const CTLInstance instance = CTLInstance::find(context.instance);
+    CTLUser::become(instance);
     const CTLLogFiles files(instance);
     CTLHistory history(CTLPinged::of(instance));
     bool isComplete = true;
@@ -126,25 +128,24 @@ void CTLLogCommand::show(CTLTerminal& terminal, const std::vector<Shown>& lines)
         if (m_json) {
             showJson(terminal, shown);
         } else {
-            showLine(terminal, shown);
+            showLine(terminal, shown.line, shown.child);
         }
     }
     terminal.out().flush();
 }
 
-void CTLLogCommand::showLine(CTLTerminal& terminal, const Shown& shown) const {
-    std::string level = shown.line.level;
+void CTLLogCommand::showLine(CTLTerminal& terminal, const CTLLogLine& line, const std::string& child) {
+    std::string level = line.level;
     level.resize(5, ' ');
-    terminal.out() << terminal.painted(CTLColour::Faint, CTLText::localTime(shown.line.time)) << ' '
-                   << terminal.painted(colourOf(shown.line.level), level) << ' ';
-    if (!shown.child.empty())
-        terminal.out() << terminal.painted(CTLColour::Bold, "[" + CTLText::printable(shown.child) + "]")
-                       << ' ';
-    terminal.out() << terminal.painted(CTLColour::Faint, CTLText::printable(shown.line.logger)) << ' '
-                   << indented(shown.line.text) << '\n';
+    terminal.out() << terminal.painted(CTLColour::Faint, CTLText::localTime(line.time)) << ' '
+                   << terminal.painted(colourOf(line.level), level) << ' ';
+    if (!child.empty())
+        terminal.out() << terminal.painted(CTLColour::Bold, "[" + CTLText::printable(child) + "]") << ' ';
+    terminal.out() << terminal.painted(CTLColour::Faint, CTLText::printable(line.logger)) << ' '
+                   << indented(line.text) << '\n';
 }
 
-void CTLLogCommand::showJson(CTLTerminal& terminal, const Shown& shown) const {
+void CTLLogCommand::showJson(CTLTerminal& terminal, const Shown& shown) {
     nlohmann::ordered_json object{
         {"time", CTLText::utc(shown.line.time)}, {"level", shown.line.level}, {"thread", shown.line.thread},
         {"logger", shown.line.logger},           {"child", nullptr},          {"text", shown.line.text}};

@@ -25,6 +25,9 @@ class CTLLogCommand : public CTLCommand {
     CLI::App* declare(CLI::App& program) override;
     int run(CTLContext& context) override;
 
+    // For people: local time, and the child that it is about, if it is about one.
+    static void showLine(CTLTerminal& terminal, const CTLLogLine& line, const std::string& child);
+
   private:
     struct Shown {
         CTLLogLine line;
@@ -34,8 +37,7 @@ class CTLLogCommand : public CTLCommand {
     bool isWanted(const CTLLogLine& line, const std::string& child) const;
     std::vector<Shown> wanted(CTLHistory& history, const std::vector<CTLLogLine>& lines) const;
     void show(CTLTerminal& terminal, const std::vector<Shown>& lines) const;
-    void showLine(CTLTerminal& terminal, const Shown& shown) const;
-    void showJson(CTLTerminal& terminal, const Shown& shown) const;
+    static void showJson(CTLTerminal& terminal, const Shown& shown);
     std::time_t since() const;
     void follow(CTLTerminal& terminal, CTLHistory& history, const CTLLogFiles& files,
                 std::int64_t from) const;

@@ -1,22 +1,16 @@
 #include "CTLMetrics.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/types.h>
 
-#include <cerrno>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <map>
 #include <optional>
 #include <string_view>
 #include <vector>
 
-#include "CTLError.h"
+#include "CTLNewFile.h"
 #include "CTLStatus.h"
 #include "CTLText.h"
-#include "TVLDescriptor.h"
 
 namespace {
 
@@ -131,47 +125,6 @@ std::string textOf(const ChildMetric& metric, const CTLStatus& status,
     return samples.empty() ? samples : head(metric.name, metric.type, metric.help) + samples;
 }
 
-[[noreturn]] void fail(const std::string& path) {
-    throw CTLError(CTLError::kFailed, path + ": " + std::strerror(errno));
-}
-
-// A file that goes with this object unless it has got its name.
-class NewFile {
-  public:
-    explicit NewFile(const std::string& path) : m_path(path), m_name(path + ".XXXXXX") {
-        m_file = TVLDescriptor(mkostemp(m_name.data(), O_CLOEXEC));
-        if (!m_file.isOpen()) {
-            m_name.clear();
-            fail(path);
-        }
-    }
-    ~NewFile() {
-        if (!m_name.empty()) unlink(m_name.c_str());
-    }
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
-
-    void write(std::string_view text) {
-        while (!text.empty()) {
-            const ssize_t written = ::write(m_file.get(), text.data(), text.size());
-            if (written < 0 && errno == EINTR) continue;
-            if (written < 0) fail(m_path);
-            text.remove_prefix(static_cast<std::size_t>(written));
-        }
-    }
-    void take() {
-        constexpr mode_t kForAllToRead = 0644;
-        if (fchmod(m_file.get(), kForAllToRead) != 0 || rename(m_name.c_str(), m_path.c_str()) != 0)
-            fail(m_path);
-        m_name.clear();
-    }
-
-  private:
-    std::string m_path;
-    std::string m_name;
-    TVLDescriptor m_file;
-};
-
 }  // namespace
 
 namespace CTLMetrics {
@@ -191,9 +144,10 @@ std::string text(const CTLStatus& status) {
 }
 
 void write(const std::string& path, const std::string& text) {
-    NewFile file(path);
+    constexpr mode_t kForAllToRead = 0644;
+    CTLNewFile file(path);
     file.write(text);
-    file.take();
+    file.take(kForAllToRead);
 }
 
 }  // namespace CTLMetrics
