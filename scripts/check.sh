@@ -18,7 +18,7 @@ files() {
     find "$@" -type f ! -path './.git*' ! -path './build*' -print0 | LC_ALL=C sort -z
 }
 
-sources() { files source platform transport sample tests bench "$@"; }
+sources() { files source platform transport simulation tools sample tests bench "$@"; }
 headers_and_code=('(' -name '*.h' -o -name '*.cpp' ')')
 
 # By the first line: some scripts are installed under names without an ending.
@@ -50,7 +50,7 @@ format() { sources "${headers_and_code[@]}" | xargs -0 -n 40 -P "$jobs" clang-fo
 headers() {
     local folder
     local folders=()
-    for folder in source platform transport sample tests/support tests/transport; do
+    for folder in source platform transport simulation tools sample tests/support tests/transport; do
         folders+=("-I$folder")
     done
     # shellcheck disable=SC2016
@@ -82,7 +82,7 @@ tidied() {
     cmake --preset clang >/dev/null
     files "$@" -name '*.cpp' | xargs -0 -n 1 -P "$jobs" clang-tidy -p build/clang --quiet
 }
-tidy() { tidied source platform transport sample; }
+tidy() { tidied source platform transport simulation tools sample; }
 tidy_tests() { tidied tests; }
 
 sanitizers() {

@@ -94,7 +94,7 @@ nothing_is_left() {
 expect_exit() {
     local expected=$1 code=0
     shift
-    note "\$ velbootstrapservice $*"
+    note "\$ ./velbootstrapservice $*"
     (cd "$stage/bin" && exec ./velbootstrapservice "$@" 9>&-) || code=$?
     [[ $code == "$expected" ]] || failed "exit code $code, expected $expected"
     note "exit code $code"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# tables.sh [--check]: writes the tables of elements and attributes in the configuration guide and in the manual page
-# of the bootstrap document, each between its two marks, from the annotations of the schemas. With --check it changes
+# tables.sh [--check]: writes the tables of elements and attributes in the configuration guide and in the manual pages
+# of the three documents, each between its two marks, from the annotations of the schemas. With --check it changes
 # nothing, shows what it would change, and fails when that is anything.
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
@@ -52,7 +52,7 @@ install_missing xsltproc
 new=$(mktemp)
 trap 'rm -f "$new"' EXIT
 stale=()
-for page in docs/configuration.md:markdown packaging/man/velbootstrap.xml.5:man; do
+for page in docs/configuration.md:markdown packaging/man/{velbootstrap.xml,startup.xml,zorlogconfig.xml}.5:man; do
     file=${page%:*}
     with_tables "$file" "${page##*:}" >"$new"
     if $check; then

@@ -34,6 +34,9 @@ class ZORChildProcess {
     const char* getName() const { return m_name.c_str(); }
     int getProcessHandle() const { return m_handle; }
 
+    // Null before prepare().
+    const ZORSpawnAction* getStartAction() const { return m_startAction; }
+
     // Executed by the supervisor directly.
     ZORAction& getStopAction() { return *m_stopAction; }
     ZORSockSendAction* getPingAction() { return m_pingAction; }  // null: supervised by its existence only

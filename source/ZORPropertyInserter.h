@@ -22,6 +22,7 @@ class ZORPropertyInserter {
     // The value, owned by the table and valid until the entry is next changed; null when there is no such
     // entry.
     const char* get(const char* name) const;
+    const std::map<std::string, std::string, std::less<>>& all() const { return m_properties; }
     // Expands the references in `text`, and those in the values that come in, left to right. The time taken
     // is proportional to the text and to all that is inserted. Deliberate: a value that refers to itself
     // never ends; see ZORPropertyInserterTest.AValueThatRefersToItselfNeverEnds.

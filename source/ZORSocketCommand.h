@@ -15,6 +15,8 @@ class TVLCrypto;
 
 class ZORSocketCommand {
   public:
+    static constexpr int kPauseBeforeConnectMs = 2000;
+
     ZORSocketCommand(const char* uri, const char* command, int timeoutSec);
     ZORSocketCommand(const ZORSocketCommand&) = delete;
     ZORSocketCommand& operator=(const ZORSocketCommand&) = delete;
@@ -29,6 +31,13 @@ class ZORSocketCommand {
     int connect();  // 0 when connected
     // The session document for the URI's address family. The startup configuration is asked once, then remembered.
     char* getSessionConfigDoc();
+
+    const std::string& getCommand() const { return m_command; }
+    const std::string& getURI() const { return m_uri; }
+    int getTimeoutSec() const { return m_timeoutSec; }
+
+    // Whether the startup configuration has decided on the address family: it is asked when the URI does not tell.
+    bool hasAskedConfiguration() const { return m_isConfiguredForIPv6.has_value(); }
 
   private:
     bool isConfiguredForIPv6();

@@ -28,6 +28,9 @@ class ZORSpawnAction : public ZORAction {
         return m_pid;
     }  // of the last spawn, -1 before the first and after a failure
     void logSpawnParams(int level);
+    // What is run, with all references replaced.
+    const std::string& getPath() const { return m_path; }
+    const ZORArgVector& getArguments() const { return m_args; }
 
   private:
     void preparePath(const TVLIDOM_Element& element);

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "DocumentChanges.h"
 #include "FileContent.h"
-#include "Mistakes.h"
 
 namespace {
 
@@ -37,7 +37,7 @@ std::string document() {
     return root(kManager + process("a") + process("b") + kDaemon);
 }
 
-void refuse(const std::vector<Mistake>& mistakes) {
+void refuse(const std::vector<RefusedChange>& mistakes) {
     expectRefused("bootstrap", document(), mistakes);
 }
 
@@ -236,7 +236,7 @@ TEST(BootstrapSchemaTest, WhatIsMissingIsFound) {
 
 TEST(BootstrapSchemaTest, WhatIsThereTwiceIsFound) {
     const auto twice = [](const std::string& text, const std::string& named) {
-        return Mistake{text, text + text, named};
+        return RefusedChange{text, text + text, named};
     };
     refuse({twice(kManager, "Element 'processManager': This element is not expected"),
             twice(kDaemon, "Element 'daemonSpawn': This element is not expected"),
@@ -270,7 +270,7 @@ TEST(BootstrapSchemaTest, AStopThatDoesNotFitItsTypeIsFound) {
 TEST(BootstrapSchemaTest, NumbersThatTheServiceMisreadsAreFound) {
     const auto number = [](const std::string& attribute, const std::string& good, const std::string& bad) {
         const auto quoted = [&](const std::string& value) { return attribute + "=\"" + value + "\""; };
-        return Mistake{quoted(good), quoted(bad), "attribute '" + attribute + "'"};
+        return RefusedChange{quoted(good), quoted(bad), "attribute '" + attribute + "'"};
     };
     refuse({number("startupDelaySec", "1", "soon"),
             number("startupDelaySec", "1", "-1"),
@@ -299,7 +299,7 @@ TEST(BootstrapSchemaTest, NumbersThatTheServiceMisreadsAreFound) {
 }
 
 TEST(BootstrapSchemaTest, SignalsAreNumbers) {
-    std::vector<Mistake> mistakes;
+    std::vector<RefusedChange> mistakes;
     for (const char* const signal : {"SIGTERM", "TERM", "0", "-15", "65", "", "15 or 9", "${a}${b}"}) {
         mistakes.push_back({kStop,
                             std::string("<stop type=\"signal\"><signal signal=\"") + signal + "\"/></stop>",
@@ -309,7 +309,7 @@ TEST(BootstrapSchemaTest, SignalsAreNumbers) {
 }
 
 TEST(BootstrapSchemaTest, AddressesThatCannotBeReachedAreFound) {
-    std::vector<Mistake> mistakes;
+    std::vector<RefusedChange> mistakes;
     for (const char* const uri :
          {"", "localhost:9301", "tls://localhost", "tcp://localhost/x", "ftp://localhost:1",
           "TLS://localhost:9301", "tls://localhost:port", "tls://localhost:123456", "tls:localhost:9301",

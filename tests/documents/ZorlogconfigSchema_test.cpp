@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Mistakes.h"
+#include "DocumentChanges.h"
 
 namespace {
 

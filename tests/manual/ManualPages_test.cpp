@@ -48,6 +48,16 @@ TEST_P(ManualPageTest, GroffHasNoWarning) {
     EXPECT_EQ(man.words(), "");
 }
 
+TEST_P(ManualPageTest, TheFooterShowsNameAndVersion) {
+    const std::string project = repository::read(repository::root() / "CMakeLists.txt");
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(project, match, std::regex("project\\(([a-z]+) VERSION ([0-9.]+)")));
+    const std::string words = match[1].str() + " " + match[2].str();
+    const std::string text = rendered(GetParam());
+    const std::string footer = text.substr(text.rfind('\n', text.size() - 2) + 1);
+    EXPECT_TRUE(footer.starts_with(words + " ") && footer.ends_with(" " + words + "\n")) << footer;
+}
+
 INSTANTIATE_TEST_SUITE_P(All, ManualPageTest, testing::ValuesIn(pages()), [](const auto& page) {
     return std::regex_replace(page.param, std::regex("[^a-z0-9]"), "_");
 });
@@ -61,6 +71,16 @@ class ManualPagesTest : public SystemTest {
             EXPECT_TRUE(std::regex_search(text, std::regex("(^|[^A-Za-z])" + escaped + "([^A-Za-z]|$)")))
                 << page << " does not mention " << word;
         }
+    }
+
+    // From the declaration to the end of the element.
+    static std::string exampleOf(const std::string& page, const std::string& root) {
+        const std::string text = rendered(page);
+        const std::string last = "</" + root + ">";
+        const std::size_t begin = text.find("<?xml");
+        const std::size_t end = text.find(last);
+        EXPECT_LT(begin, end) << page;
+        return begin < end ? text.substr(begin, end + last.size() - begin) : std::string();
     }
 
     static std::set<std::string> matches(const std::string& text, const std::string& expression) {
@@ -106,13 +126,21 @@ TEST_F(ManualPagesTest, EachOptionOfTheTomcatScriptIsDescribed) {
     expectWords("velbootstrap-tomcat.1", options);
 }
 
+TEST_F(ManualPagesTest, TheExamplesOfTheOtherDocumentsAreReadWithoutComplaint) {
+    const std::string startup = exampleOf("startup.xml.5", "startupConfiguration");
+    const std::string logging = exampleOf("zorlogconfig.xml.5", "logConfiguration");
+    EXPECT_EQ(schemaComplaints("startup", startup), "");
+    EXPECT_EQ(schemaComplaints("zorlogconfig", logging), "");
+    service.write("configuration/startup.xml", startup);
+    service.write("bin/zorlogconfig.xml", logging);
+    const RunResult result = service.run({"-isrunning", "-stdoutLog=WARN"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(ServiceUnderTest::normalised(result.out), "WARN ZORChildProcess no ping element in config.\n");
+    EXPECT_NE(service.read("logs/velbootstrapservice.log"), "");
+}
+
 TEST_F(ManualPagesTest, TheExampleOfADocumentIsAcceptedWhole) {
-    const std::string text = rendered("velbootstrap.xml.5");
-    const std::size_t begin = text.find("<?xml");
-    const std::string last = "</bootstrap>";
-    const std::size_t end = text.find(last);
-    ASSERT_LT(begin, end);
-    const std::string example = text.substr(begin, end + last.size() - begin);
+    const std::string example = exampleOf("velbootstrap.xml.5", "bootstrap");
     EXPECT_EQ(schemaComplaints("bootstrap", example), "");
     service.write("bin/bootstrap_linuxi38632.xml", example);
     const std::string log = ServiceUnderTest::normalised(service.run({"-isrunning", "-stdoutLog=DEBUG"}).out);

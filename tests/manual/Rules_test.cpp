@@ -53,7 +53,8 @@ std::set<std::string> answersIn(const fs::path& header) {
 
 TEST(RulesTest, EachHeaderAnswersTheFiveQuestions) {
     std::size_t asked = 0;
-    for (const fs::path& header : filesOf({"source", "platform", "transport"}, {".h"})) {
+    for (const fs::path& header :
+         filesOf({"source", "platform", "transport", "simulation", "tools"}, {".h"})) {
         const std::set<std::string> answers = answersIn(header);
         for (const char* const question : {"purpose", "ownership", "threads", "units", "errors"}) {
             EXPECT_EQ(answers.count(question), 1U) << header << " says nothing of its " << question;
@@ -99,7 +100,8 @@ TEST(RulesTest, EachDeliberateOddityNamesTheTestThatHoldsIt) {
     static const std::regex reference("\\bsee (\\w+Test(?:\\.\\w+)?)");
     const std::set<std::string> tests = namesOfTests();
     std::size_t found = 0;
-    for (const fs::path& file : filesOf({"source", "platform", "transport", "sample"}, {".cpp", ".h"})) {
+    for (const fs::path& file :
+         filesOf({"source", "platform", "transport", "simulation", "tools", "sample"}, {".cpp", ".h"})) {
         for (const std::string& reason : deliberatelyIn(file)) {
             std::smatch match;
             ++found;
@@ -139,7 +141,8 @@ TEST(RulesTest, TestsReachWhatClassesKeepToThemselvesInOnePlace) {
     for (const fs::path& file : filesOf({"tests", "bench"}, {".cpp", ".h"}))
         EXPECT_FALSE(std::regex_search(repository::read(file), widening))
             << file << " widens the access to a field";
-    const std::vector<fs::path> headers = filesOf({"source", "platform", "transport"}, {".h"});
+    const std::vector<fs::path> headers =
+        filesOf({"source", "platform", "transport", "simulation", "tools"}, {".h"});
     const fs::path access = repository::root() / "tests/support/TestAccess.h";
     std::size_t friends = 0;
     for (const fs::path& header : headers) {
@@ -290,8 +293,8 @@ std::set<std::string> headersNeededBy(const fs::path& file) {
 // Where a quoted name leads: beside the file first, as the compiler looks.
 fs::path projectHeader(const fs::path& from, const std::string& name) {
     if (fs::exists(from.parent_path() / name)) return from.parent_path() / name;
-    for (const char* const folder :
-         {"source", "platform", "transport", "sample", "tests/support", "tests/fuzz"}) {
+    for (const char* const folder : {"source", "platform", "transport", "simulation", "tools", "sample",
+                                     "tests/support", "tests/fuzz"}) {
         if (fs::exists(repository::root() / folder / name)) return repository::root() / folder / name;
     }
     return {};
@@ -333,7 +336,8 @@ void collectIncludes(const fs::path& file, std::set<fs::path>& seen, std::set<st
 TEST(RulesTest, EachFileIncludesTheHeadersOfTheNamesItUses) {
     std::size_t used = 0;
     for (const fs::path& file :
-         filesOf({"source", "platform", "transport", "sample", "tests", "bench"}, {".cpp", ".h"})) {
+         filesOf({"source", "platform", "transport", "simulation", "tools", "sample", "tests", "bench"},
+                 {".cpp", ".h"})) {
         std::set<fs::path> seen;
         std::set<std::string> included;
         collectIncludes(file, seen, included);

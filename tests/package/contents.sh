@@ -23,13 +23,17 @@ expect_all_of() {
 }
 
 check_places() {
-    expect_link usr/sbin/velbootstrapservice ../lib/velbootstrapservice/velbootstrapservice
+    # Outside of an instance's bin/ it does nothing and says nothing: nobody is to find it there.
+    expect_equal "the service in the search path" "" \
+        "$(find "$tree"/usr/bin "$tree"/usr/sbin -name velbootstrapservice 2>/dev/null)"
+    expect_link usr/bin/velbootstrapctl ../lib/velbootstrapservice/velbootstrapctl
     expect_link usr/bin/velbootstrap-tomcat ../share/velbootstrapservice/tomcat/velbootstrap-tomcat
     expect_link var/lib/velbootstrapservice/configuration /etc/velbootstrapservice
     expect_link var/lib/velbootstrapservice/logs ../../log/velbootstrapservice
     expect_link var/lib/velbootstrapservice/tomcat/conf /etc/velbootstrapservice/tomcat
     expect_link var/lib/velbootstrapservice/tomcat/logs ../../../log/velbootstrapservice/tomcat
     expect_link var/lib/velbootstrapservice/bin/velbootstrapservice /usr/lib/velbootstrapservice/velbootstrapservice
+    expect_link var/lib/velbootstrapservice/bin/keep-output /usr/share/velbootstrapservice/tomcat/bin/keep-output
     expect_link var/lib/velbootstrapservice/bin/bootstrap_linuxi38632.xml \
         /etc/velbootstrapservice/bootstrap_linuxi38632.xml
     expect_link var/lib/velbootstrapservice/bin/zorlogconfig.xml /etc/velbootstrapservice/zorlogconfig.xml
@@ -38,25 +42,30 @@ check_places() {
 
 # Installed under another name than in the source tree, or in a tree of its own.
 check_files() {
-    local unit units
+    local document unit units
     units=$(units_place)
-    expect_all_of etc/velbootstrapservice sample/tomcat/bin
+    for document in bootstrap_linuxi38632.xml zorlogconfig.xml; do
+        expect_same "etc/velbootstrapservice/$document" "sample/tomcat/bin/$document"
+    done
     expect_all_of etc/velbootstrapservice sample/tomcat/configuration
     expect_all_of etc/velbootstrapservice/tomcat sample/tomcat/tomcat/conf
     expect_all_of usr/share/velbootstrapservice/tomcat/bin sample/tomcat/bin
     expect_all_of usr/share/velbootstrapservice/tomcat/configuration sample/tomcat/configuration
     expect_all_of usr/share/velbootstrapservice/tomcat/tomcat/conf sample/tomcat/tomcat/conf
     expect_all_of usr/share/velbootstrapservice/tomcat/tomcat/webapps/dispatch sample/tomcat/tomcat/webapps/dispatch
-    expect_all_of usr/share/velbootstrapservice/samples/bin sample/install/bin
-    expect_all_of usr/share/velbootstrapservice/samples/configuration sample/install/configuration
+    # The other sample needs a dispatcher that comes with the sources only.
+    expect_not "a sample that cannot run" test -e "$tree/usr/share/velbootstrapservice/samples"
     expect_all_of usr/share/velbootstrapservice/schemas schemas
+    expect_all_of usr/share/velbootstrapservice/kubernetes packaging/kubernetes
+    expect_all_of usr/share/velbootstrapservice/prometheus packaging/prometheus
     expect_same "$units/velbootstrapservice.service" packaging/systemd/velbootstrapservice.service
     expect_same "$units/velbootstrapservice-foreground.service" \
         packaging/systemd/velbootstrapservice-foreground.service
-    for unit in velbootstrapservice-certificates.service velbootstrapservice-certificates.timer; do
+    for unit in velbootstrapservice-certificates.{service,timer} velbootstrapservice-metrics.{service,timer}; do
         expect_same "$units/$unit" "packaging/systemd/$unit"
     done
     expect_same "$units/velbootstrapservice-certificates.service.d/sandbox.conf" packaging/systemd/sandbox.conf
+    expect_same "$units/velbootstrapservice-metrics.service.d/sandbox.conf" packaging/systemd/sandbox.conf
     expect_same "$units/velbootstrapservice.service.d/sandbox.conf" packaging/systemd/sandbox.conf
     expect_same "$units/velbootstrapservice-foreground.service.d/sandbox.conf" packaging/systemd/sandbox.conf
     expect_same usr/lib/velbootstrapservice/velbootstrap-unit packaging/systemd/velbootstrap-unit
@@ -86,8 +95,9 @@ check_rights() {
     expect_equal "files that are not root's" "" "$(awk '$2 != "root/root" { print $6 }' "$listing")"
     expect_equal "files others can write" "" "$(awk '/^[^l]....w/ || /^[^l].......w/ { print $6 }' "$listing")"
     expect_equal "programs" "./usr/lib/velbootstrapservice/velbootstrap-unit
+./usr/lib/velbootstrapservice/velbootstrapctl
 ./usr/lib/velbootstrapservice/velbootstrapservice
-./usr/share/velbootstrapservice/samples/bin/housekeeping
+./usr/share/velbootstrapservice/tomcat/bin/keep-output
 ./usr/share/velbootstrapservice/tomcat/make-certificates
 ./usr/share/velbootstrapservice/tomcat/velbootstrap-tomcat" "$(awk '/^-..x/ { print $6 }' "$listing" | sort)"
 }

@@ -113,6 +113,34 @@ plant_pid_file() {
     expect "a PID file: $1" in_copy test -e "$pid_file"
 }
 
+# All that the service's user could put something else in the place of.
+names="$pid_file $logs/zor_cnfgtest_1 $logs/velbootstrapservice.log $logs/zordefault.log $logs/tomcat $logs/tomcat.out
+    $instance/temp/zor.prefs $instance/temp/zordaemonwait $instance/tomcat/work/made $instance/tomcat/temp/made"
+kinds="links pipes sockets devices endless huge folders foreign"
+
+# plant KIND: as all of them. A device only root can make; what is foreign is root's.
+plant() {
+    local name
+    for name in $names; do
+        as_service rm -rf "$name"
+        case $1 in
+            links) as_service ln -s "$treasure/folder" "$name" ;;
+            pipes) as_service mkfifo "$name" ;;
+            sockets) as_service perl -MIO::Socket::UNIX -e "IO::Socket::UNIX->new(Local => '$name') or die" ;;
+            devices) in_copy mknod --mode=666 "$name" c 1 5 ;;
+            endless) as_service ln -s /dev/zero "$name" ;;
+            huge) as_service truncate --size=1T "$name" ;;
+            folders) as_service mkdir "$name" && as_service touch "$name/file" ;;
+            foreign) in_copy install --mode=600 /dev/null "$name" ;;
+        esac
+        expect "planted: $1" in_copy test -e "$name" -o -L "$name"
+    done
+}
+
+# Nothing but what the service's user could have taken away itself. Devices, which it can only move, are root's to
+# remove.
+unplant() { as_service sh -c "rm -rf $logs/* $instance/temp/* $instance/tomcat/work/* $instance/tomcat/temp/*"; }
+
 # --- what root does ---
 
 # The service's user owns nothing that it could exchange for a link, but what is in its own folders.
@@ -190,6 +218,44 @@ check_removal() {
     done
 }
 
+# refusable WHAT COMMAND...: in the copy; it may complain, and does not hang.
+refusable() {
+    local what=$1 code=0
+    shift
+    bounded 90 chroot "$copy" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@" >/dev/null 2>&1 || code=$?
+    expect_not "$what takes too long" test "$code" -ge 124
+    expect_untouched "after $what"
+}
+
+# Every command of root's among each kind of thing, from the removal, after which the folders stay, to the purge.
+check_kinds() {
+    local kind
+    for kind in $kinds; do
+        plant "$kind"
+        in_time "removing among $kind" dpkg --no-triggers --remove velbootstrapservice
+        in_time "installing among $kind" dpkg --no-triggers --install /tmp/package.deb
+        in_time "an upgrade among $kind" dpkg --no-triggers --install /tmp/package.deb
+        plant "$kind"
+        refusable "readying among $kind" velbootstrap-tomcat --system --renew
+        plant "$kind"
+        in_time "the units' guard among $kind" /usr/lib/velbootstrapservice/velbootstrap-unit guard
+        refusable "turning over $kind" logrotate --force /etc/logrotate.d/velbootstrapservice
+        refusable "a boot among $kind" systemd-tmpfiles --create --remove --boot velbootstrapservice.conf
+        plant "$kind"
+        in_time "purging among $kind" dpkg --no-triggers --purge velbootstrapservice
+        expect_equal "what is left of $kind" "" "$(in_copy sh -c "ls -d $instance $logs 2>/dev/null")"
+        install_package
+    done
+}
+
+# What the units run as the service's user is that user's to hold up, but not for ever: systemd ends it.
+check_limits_of_units() {
+    local unit
+    for unit in velbootstrapservice velbootstrapservice-certificates; do
+        expect "$unit has a time limit" in_copy grep -q '^TimeoutStartSec=[0-9]' "/lib/systemd/system/$unit.service"
+    done
+}
+
 # An administrator's choice outlives upgrades and boots.
 check_override() {
     expect "choosing a mode" in_copy dpkg-statoverride --update --add velbootstrap adm 2755 "$logs"
@@ -245,4 +311,7 @@ check_removal
 check_override
 check_foreign_folders
 check_purge
+install_package
+check_limits_of_units
+check_kinds
 verdict

@@ -70,9 +70,50 @@ check_printed() {
     done
 }
 
+# Takes streams as the journal does, and keeps what comes.
+start_journal() {
+    as_service rm -f "$logs/tomcat.out"
+    mkdir -p "$copy/run/systemd/journal"
+    # The program is perl's.
+    # shellcheck disable=SC2016
+    in_copy perl -MIO::Socket::UNIX -e '
+        my $journal = IO::Socket::UNIX->new(Local => "/run/systemd/journal/stdout", Listen => 9) or die;
+        chmod 0666, "/run/systemd/journal/stdout";
+        $SIG{CHLD} = "IGNORE";
+        while (my $stream = $journal->accept) {
+            next if fork;
+            open my $file, ">>", "/tmp/journal" or die;
+            while (sysread $stream, my $words, 4096) { syswrite $file, $words }
+            exit;
+        }' &
+    journal=$!
+    wait_until 20 test -S "$copy/run/systemd/journal/stdout" || fail "no journal"
+}
+
+end_journal() {
+    kill "$journal"
+    rm "$copy/run/systemd/journal/stdout"
+}
+
+journal_says() { grep -q "$1" "$copy/tmp/journal"; }
+
+# Led there by systemd-cat, as the name that the document gives; it is the daemon's own child all the same.
+check_printed_words() {
+    local jvm
+    jvm=$(in_copy pgrep -u velbootstrap -x java)
+    expect_equal "the JVM's parent" "$(cat "$copy$logs/velbootstrap_service.pid")" \
+        "$(in_copy ps -o ppid= -p "$jvm" | tr -d ' ')"
+    as_service kill -QUIT "$jvm"
+    wait_until 20 journal_says 'Full thread dump' || wrong "the JVM's words are not in the journal"
+    expect "the name in the journal" journal_says '^tomcat$'
+    expect_not "a file besides" test -e "$copy$logs/tomcat.out"
+}
+
 check_use() {
     local answer
+    start_journal
     run_line ExecStart
+    check_printed_words
     expect_running 0 "after the start"
     expect_equal "what the PID file names" /usr/lib/velbootstrapservice/velbootstrapservice \
         "$(in_copy readlink "/proc/$(cat "$copy$logs/velbootstrap_service.pid")/exe")"
@@ -84,6 +125,7 @@ check_use() {
     expect_equal "the old log" "640 velbootstrap:adm" "$(owner_of "$logs/velbootstrapservice.log.1")"
     expect_running 0 "after the log was turned over"
     run_line ExecStop
+    end_journal
     expect_running 1 "after the stop"
     expect "renewing tells how to restart" grep -qxF "  systemctl restart velbootstrapservice" \
         <(in_copy velbootstrap-tomcat --system --renew)
@@ -103,6 +145,19 @@ expect_refused() {
         wrong "$1: not refused"
     fi
     expect "$1 is told: $words" grep -qE -- "$2" <<<"$words"
+}
+
+# Whoever reads a process's arguments waits for that process; one that lets the reader wait is none the less told of.
+check_held_reader() {
+    local code=0
+    mkdir "$copy/tmp/slow"
+    printf '#!/bin/sh\nexec sleep 600\n' >"$copy/tmp/slow/tr"
+    chmod 755 "$copy/tmp/slow" "$copy/tmp/slow/tr"
+    words=$(timeout 60 chroot "$copy" env -i PATH=/tmp/slow:/usr/sbin:/usr/bin:/sbin:/bin \
+        /usr/lib/velbootstrapservice/velbootstrap-unit guard 2>&1) || code=$?
+    expect_equal "the guard's exit code when a reader waits" 1 "$code"
+    expect "the process is told: $words" grep -qF "runs as process $1: stop it first" <<<"$words"
+    expect_equal "readers that still wait" "" "$(in_copy pgrep -f "sleep 600" || true)"
 }
 
 # What would hold up a start, or make it one that serves nobody, is refused before it.
@@ -139,6 +194,7 @@ check_guards() {
     pid=$(cat "$copy$logs/velbootstrap_service.pid")
     expect_refused "a service that was started by hand" \
         "^a service that was started by hand runs as process $pid: stop it first\$" guard
+    check_held_reader "$pid"
     expect_equal "the PID file" "$pid" "$(cat "$copy$logs/velbootstrap_service.pid")"
     expect_running 0 "after the refusal"
     # The name that systemd used to take away: the service is found without it.
@@ -157,9 +213,10 @@ check_removal() {
     words=$(run_dpkg --install /tmp/package.deb 2>&1) || wrong "no upgrade: $words"
     expect_not "an upgrade tells what has been done long ago" grep -qF "next, as root" <<<"$words"
     expect_running 0 "after installing a second time"
+    expect_equal "what the JVM prints without a journal" "640 velbootstrap:adm" "$(owner_of "$logs/tomcat.out")"
     expect "removing" run_dpkg --remove velbootstrapservice
     expect_equal "processes after removing" "" "$(service_processes)"
-    expect_not "the program is there" test -e "$copy/usr/sbin/velbootstrapservice"
+    expect_not "the program is there" test -e "$copy/usr/lib/velbootstrapservice/velbootstrapservice"
     expect "the settings stay" test -f "$settings"
     expect "the logs stay" test -f "$copy$logs/velbootstrapservice.log"
     install_package

@@ -1,18 +1,19 @@
 #!/usr/bin/env bash
-# prefix.sh SOURCES PACKAGES PROGRAM LIBRARY: installed below a folder of an ordinary user's, everything stays within it,
+# prefix.sh SOURCES PACKAGES PROGRAM COMPANION LIBRARY: installed below a folder of an ordinary user's, everything stays within it,
 # names nothing outside of it, and works.
 # shellcheck source=tests/package/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 program=$3
-library=$4
+companion=$4
+library=$5
 prefix=$scratch/own
 build=$scratch/build
 
 # Configured anew, with the programs that are there already.
 install_there() {
     mkdir -p "$build/bin"
-    cp "$program" "$library" "$build/bin/"
+    cp "$program" "$companion" "$library" "$build/bin/"
     expect "configuring" cmake -S "$sources" -B "$build" -DCMAKE_INSTALL_PREFIX="$prefix" \
         -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVBS_TESTS=OFF
     expect "installing" cmake --install "$build"

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# programs.sh SOURCES PACKAGES PROGRAM LIBRARY: the programs in the package are those that were built and tested,
+# programs.sh SOURCES PACKAGES PROGRAM COMPANION LIBRARY: the programs in the package are those that were built and tested,
 # hardened and without their symbols, and the package of debug symbols fits them.
 # shellcheck source=tests/package/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 program=$3
-library=$4
+companion=$4
+library=$5
 tree=$scratch/tree
 debug=$scratch/debug
 unpack velbootstrapservice "$tree"
@@ -53,20 +54,21 @@ check_symbols() {
     expect "symbols of $installed" in_text "$(readelf --wide --sections "$symbols" 2>/dev/null)" '\.debug_info'
 }
 
-for file in velbootstrapservice libSEK_Crypto_Interface.so; do
+for built in "$program" "$companion" "$library"; do
+    file=${built##*/}
     installed=$tree/usr/lib/velbootstrapservice/$file
-    built=$program
     # A function that is ours: the libraries that are linked in are built as Debian builds them.
     function=main
     if [[ $file == lib* ]]; then
-        built=$library
         function=SEK_Connect_Url
     fi
     check_same_as_built "$installed" "$built"
     check_hardened "$installed" "$built" "$function"
     check_symbols "$installed"
 done
-check_run_path "$tree/usr/lib/velbootstrapservice/velbootstrapservice"
+for file in velbootstrapservice velbootstrapctl; do
+    check_run_path "$tree/usr/lib/velbootstrapservice/$file"
+done
 expect "the checksums of the symbols" env -C "$debug" md5sum --check --quiet \
     <(dpkg-deb --ctrl-tarfile "$(echo "$packages"/velbootstrapservice-dbgsym_*.deb)" | tar -xO ./md5sums)
 verdict

@@ -304,7 +304,7 @@ void ServiceUnderTest::becomeProgram(const Launch& launch, const std::string& ou
     for (const int descriptor : launch.closed)
         close(descriptor);
     if (chdir(path(launch.workingFolder).c_str()) != 0) _exit(126);
-    if (m_ordinaryUser && !launch.asMyself) becomeOrdinaryUser();
+    if (launch.asStranger || (m_ordinaryUser && !launch.asMyself)) becomeOrdinaryUser();
     const rlimit none{0, 0};
     if (launch.cannotFork && setrlimit(RLIMIT_NPROC, &none) != 0) _exit(126);
     const rlimit fileSize{static_cast<rlim_t>(launch.fileSizeBytes),

@@ -92,6 +92,7 @@ class ServiceUnderTest {
         std::string workingFolder = "bin";
         bool cannotFork = false;  // only for an ordinary user
         bool asMyself = false;    // even after asOrdinaryUser()
+        bool asStranger = false;  // as an ordinary user, whose the tree is not; the test must be root's
         long fileSizeBytes = -1;  // the greatest size of a file that the program and its children may write
     };
 

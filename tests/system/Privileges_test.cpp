@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -16,6 +17,12 @@ namespace fs = std::filesystem;
 constexpr uid_t kUser = 12345;
 constexpr gid_t kGroup = 12346;
 constexpr const char* kPidFile = "logs/velbootstrap_service.pid";
+// All that a service's user could put something else in the place of.
+constexpr const char* kServicesFiles[] = {
+    kPidFile,         "temp/zor.prefs", "temp/zordaemonwait", "logs/zordefault.log",
+    "logs/start.log", "logs/stop.log",  "logs/isrunning.log", "logs/run.log"};
+// A device is /dev/zero, and what is endless is a link to it.
+enum class Kind { Pipe, Socket, Device, Endless, Huge, Folder };
 constexpr const char* kNoFolder = "this test gives folders to other users, which needs root";
 
 class PrivilegesTest : public SystemTest {
@@ -39,6 +46,28 @@ class PrivilegesTest : public SystemTest {
     // Ends, and soon: a command takes no notice of signals.
     RunResult endsInTime(const ServiceUnderTest::Launch& launch, int seconds = 15) {
         return service.finish(service.begin(launch), seconds);
+    }
+    void plant(Kind kind, const std::string& relative) const {
+        const std::string file = service.path(relative);
+        fs::remove_all(file);
+        switch (kind) {
+            case Kind::Pipe:
+                return make(file, S_IFIFO, 0);
+            case Kind::Socket:
+                return make(file, S_IFSOCK, 0);
+            case Kind::Device:
+                return make(file, S_IFCHR, makedev(1, 5));
+            case Kind::Endless:
+                return fs::create_symlink("/dev/zero", file);
+            case Kind::Folder:
+                return void(fs::create_directory(file));
+            case Kind::Huge:
+                service.write(relative, "1");
+        }
+        fs::resize_file(file, 1ULL << 40);
+    }
+    static void make(const std::string& file, mode_t kind, dev_t device) {
+        ASSERT_EQ(mknod(file.c_str(), kind | 0666, device), 0) << file;
     }
     void pipeAs(const std::string& relative) const {
         service.remove(relative);
@@ -100,6 +129,24 @@ TEST_F(PrivilegesTest, ADocumentsPipeThatNobodyWritesToIsGivenUp) {
                                "Error parsing bootstrap.xml file = \"" + pipe +
                                    "\", error string = \"does not come to its end in time\"",
                                "isrunning"));
+}
+
+TEST_F(PrivilegesTest, NothingInTheFilesPlacesHoldsUpOrEndsACommandOfRoots) {
+    ASSERT_EQ(geteuid(), 0U) << kNoFolder;
+    giveFolders();
+    for (const Kind kind :
+         {Kind::Pipe, Kind::Socket, Kind::Device, Kind::Endless, Kind::Huge, Kind::Folder}) {
+        SCOPED_TRACE(static_cast<int>(kind));
+        for (const char* const file : kServicesFiles)
+            plant(kind, file);
+        for (const char* const command : {"-isrunning", "-stop", "-start"})
+            EXPECT_EQ(
+                endsInTime({.arguments = {command, "-testReadyTries=1", "-testReadyInterval=1"}}, 30).signal,
+                0)
+                << command;
+        service.cleanUp();
+        EXPECT_EQ(service.read("precious"), "precious");
+    }
 }
 
 // ---- Rights ----

@@ -1,5 +1,6 @@
 #include "TomcatTest.h"
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "ProcessView.h"
@@ -42,6 +43,20 @@ Said curl(const std::string& authorityFile, const std::string& url) {
                 "--cacert", authorityFile, "--write-out", "\n%{http_code}", url});
 }
 
+void withJournal(const ServiceUnderTest& service, const std::string& script) {
+    fs::create_directories(service.path("tools"));
+    service.write("tools/systemd-cat", "#!/bin/sh\n" + script + "\n");
+    fs::permissions(service.path("tools/systemd-cat"), fs::perms::all);
+}
+
+SearchPath::SearchPath(const std::string& first) : m_before(std::getenv("PATH")) {
+    setenv("PATH", (first + ":" + m_before).c_str(), 1);
+}
+
+SearchPath::~SearchPath() {
+    setenv("PATH", m_before.c_str(), 1);
+}
+
 void TomcatTest::SetUp() {
     const Said made = makeInstallation(
         {"--port", m_port.str(), "--shutdown-port", m_shutdownPort.str(), service.path("made")});
@@ -49,6 +64,8 @@ void TomcatTest::SetUp() {
     // The programs and the logging document stay those of the tree, which tell every step.
     fs::rename(service.path("made/bin/bootstrap_linuxi38632.xml"),
                service.path("bin/bootstrap_linuxi38632.xml"));
+    fs::rename(service.path("made/bin/keep-output"), service.path("bin/keep-output"));
+    withJournal(service, "exit 1");
     fs::rename(service.path("made/temp/zor.prefs"), service.path("temp/zor.prefs"));
     fs::rename(service.path("made/tomcat"), service.path("tomcat"));
     fs::remove_all(service.path("configuration"));

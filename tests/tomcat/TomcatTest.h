@@ -2,7 +2,8 @@
 //
 // Purpose: makes it as an administrator would, turns the log up and the patience down, and looks at the JVM and at
 //   what its application tells.
-// Ownership: the tree and all processes belong to the base's ServiceUnderTest; the two ports are the fixture's.
+// Ownership: the tree and all processes belong to the base's ServiceUnderTest; the two ports are the fixture's. The
+//   search path is changed in this process, and is what it was after the test.
 // Threads: one thread only.
 // Units: seconds.
 // Errors: a script that fails fails the test and shows its words.
@@ -25,6 +26,21 @@ Said makeInstallation(const std::vector<std::string>& arguments,
 
 // curl that believes only this authority. Its words are the body, a line feed, and the status.
 Said curl(const std::string& authorityFile, const std::string& url);
+
+// A folder that is searched for programs before all others, as long as this lives.
+class SearchPath {
+  public:
+    explicit SearchPath(const std::string& first);
+    ~SearchPath();
+    SearchPath(const SearchPath&) = delete;
+    SearchPath& operator=(const SearchPath&) = delete;
+
+  private:
+    std::string m_before;
+};
+
+// A systemd-cat that does this, in the tree's folder "tools".
+void withJournal(const ServiceUnderTest& service, const std::string& script);
 
 class TomcatTest : public SystemTest {
   protected:
@@ -62,4 +78,6 @@ class TomcatTest : public SystemTest {
 
     ReservedPort m_port;
     ReservedPort m_shutdownPort;
+    // Whatever this machine has: no journal can be reached, unless a test says otherwise.
+    SearchPath m_tools{service.path("tools")};
 };

@@ -3,9 +3,14 @@
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
+#include <filesystem>
 #include <ostream>
+#include <string>
+#include <vector>
 
 #include "PolicyTest.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -430,5 +435,38 @@ INSTANTIATE_TEST_SUITE_P(Suites, PolicyOfSettings, testing::ValuesIn(suites), na
 INSTANTIATE_TEST_SUITE_P(Modes, PolicyOfSettings, testing::ValuesIn(modes), nameOf);
 INSTANTIATE_TEST_SUITE_P(Files, PolicyOfSettings, testing::ValuesIn(files), nameOf);
 INSTANTIATE_TEST_SUITE_P(Identities, PolicyOfSettings, testing::ValuesIn(identities), nameOf);
+
+// The word without one of its letters, and with one of them twice.
+std::vector<std::string> slipsOf(const std::string& word) {
+    std::vector<std::string> slips;
+    for (std::size_t at = 0; at < word.size(); ++at) {
+        slips.push_back(std::string(word).erase(at, 1));
+        slips.push_back(std::string(word).insert(at, 1, word[at]));
+    }
+    return slips;
+}
+
+// What a slip of the pen leaves is refused, and nothing falls back to what asks for less.
+TEST_F(PolicyTest, NoSlipInAWordIsTaken) {
+    const std::string settings =
+        "VerifyCAFile = ../configuration/trusted.pem\nVerifyMode = Peer\nMinProtocol = TLSv1.2\n"
+        "CRLFile = ../configuration/all.crl\nCRLCheck = chain\n";
+    const Script peer = good(world());
+    settle(settings.c_str());
+    fs::rename(world().root().revocationList({}), configuration() / "all.crl");
+    for (const std::string word : {"VerifyCAFile", "VerifyMode", "MinProtocol", "CRLFile", "CRLCheck", "Peer",
+                                   "TLSv1.2", "chain", "gateway"}) {
+        for (const std::string& slip : slipsOf(word)) {
+            std::string lines = "[gateway]\n" + settings;
+            lines.replace(lines.find(word), word.size(), slip);
+            writeSettings(lines);
+            EXPECT_NE(speak(peer).result, 0) << lines;
+        }
+    }
+    // Last, since good settings would stay in force.
+    settle(settings.c_str());
+    const Outcome right = speak(peer);
+    EXPECT_EQ(right.result, 0) << right.words;
+}
 
 }  // namespace

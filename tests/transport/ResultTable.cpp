@@ -18,16 +18,6 @@ std::string joined(const std::vector<std::string>& cells, const char* between) {
     return line;
 }
 
-// A bar would end the cell.
-std::string markdown(std::vector<std::string> cells) {
-    for (std::string& cell : cells) {
-        std::replace(cell.begin(), cell.end(), '\n', ' ');
-        for (std::size_t at = 0; (at = cell.find('|', at)) != std::string::npos; at += 2)
-            cell.insert(at, "\\");
-    }
-    return "| " + joined(cells, " | ") + " |\n";
-}
-
 // The first row brings the heading along.
 bool append(const std::string& path, const std::string& heading, const std::string& row) {
     const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
@@ -43,12 +33,22 @@ bool append(const std::string& path, const std::string& heading, const std::stri
 ResultTable::ResultTable(const std::string& name, const std::vector<std::string>& columns)
     : m_name(name), m_columns(columns) {}
 
+// A bar would end the cell.
+std::string ResultTable::markdown(std::vector<std::string> cells) {
+    for (std::string& cell : cells) {
+        std::replace(cell.begin(), cell.end(), '\n', ' ');
+        for (std::size_t at = 0; (at = cell.find('|', at)) != std::string::npos; at += 2)
+            cell.insert(at, "\\");
+    }
+    return "| " + joined(cells, " | ") + " |";
+}
+
 void ResultTable::add(const std::vector<std::string>& cells) const {
     std::printf("%s: %s\n", m_name.c_str(), joined(cells, " | ").c_str());
     const char* const folder = std::getenv("VBS_TABLES_DIR");
     if (folder == nullptr) return;
-    const std::string rule = markdown(std::vector<std::string>(m_columns.size(), "---"));
+    const std::string rule = markdown(std::vector<std::string>(m_columns.size(), "---")) + "\n";
     const std::string path = std::string(folder) + "/" + m_name + ".md";
-    if (!append(path, markdown(m_columns) + rule, markdown(cells)))
+    if (!append(path, markdown(m_columns) + "\n" + rule, markdown(cells) + "\n"))
         throw std::runtime_error("cannot write " + path);
 }

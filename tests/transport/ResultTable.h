@@ -16,6 +16,8 @@ class ResultTable {
   public:
     ResultTable(const std::string& name, const std::vector<std::string>& columns);
     void add(const std::vector<std::string>& cells) const;
+    // A row as a page has it, without the line's end.
+    static std::string markdown(std::vector<std::string> cells);
 
   private:
     std::string m_name;
