@@ -217,6 +217,7 @@ prove_documents() {
     if inside sh -c 'command -v velbootstrapservice'; then
         stop_here "the service is in the search path, where it does nothing"
     fi
+    claim "the commands that the guides print work; pages and guides are there, the service is not in the search path"
     # shellcheck disable=SC2016
     show bash -c '. /usr/share/bash-completion/bash_completion; _completion_loader velbootstrapservice || (($? == 124))
         complete -p velbootstrapservice'
@@ -237,17 +238,16 @@ prove_printed_words() {
     wait_until 20 journal_has 'Unrecognized option: -Xnonsense' -t tomcat || stop_here "the JVM's words are not in the journal"
     as_service sh -c 'cd /var/lib/velbootstrapservice/bin && ./velbootstrapservice -stop -testDeadTries=60 -testDeadInterval=1' ||
         stop_here "no stop by hand"
-    inside journalctl --no-pager -o cat -t tomcat | grep -m1 Unrecognized
+    inside journalctl --no-pager -o cat -t tomcat | grep Unrecognized | sort -u
     inside sed -i 's|<param>-Xnonsense</param>|<param>-Djava.awt.headless=true</param>|' "$document"
     show systemctl start velbootstrapservice
-    journal_has 'tomcat' -u velbootstrapservice || true
     claim "what the JVM prints is in the journal: a thread dump, and why it refuses an option"
 }
 
 journal_has() {
     local what=$1
     shift
-    inside journalctl --no-pager "$@" | grep -q -- "$what"
+    inside journalctl --no-pager "$@" | grep -- "$what" >/dev/null
 }
 
 # As the JVM sees it: what is another user's is not there; it raises its limit of open files, and knows what it may take.
@@ -266,13 +266,15 @@ prove_sandbox() {
 
 # What comes with the package as an example is what velbootstrap-tomcat makes an installation of, for any user.
 prove_users_installation() {
-    inside useradd --create-home somebody
+    # A run that failed may have left one.
+    inside sh -c 'userdel --remove somebody 2>/dev/null; useradd --create-home somebody'
     show runuser -u somebody -- velbootstrap-tomcat --port=9500 --name=gate.example /home/somebody/own
     as_somebody './velbootstrapservice -start -testReadyTries=60 -testReadyInterval=1' || stop_here "no start"
     inside curl -sS -o /dev/null --cacert /home/somebody/own/configuration/ca.pem --resolve gate.example:9500:127.0.0.1 \
         https://gate.example:9500/dispatch/ || stop_here "no answer"
     as_somebody './velbootstrapservice -isrunning' || stop_here "it does not run"
     as_somebody './velbootstrapservice -stop -testDeadTries=60 -testDeadInterval=1' || stop_here "no stop"
+    inside userdel --remove somebody 2>/dev/null
     claim "an ordinary user has a Tomcat of their own, on another port and for another host name"
 }
 as_somebody() { inside runuser -u somebody -- sh -c "cd /home/somebody/own/bin && $1"; }
@@ -317,11 +319,27 @@ await_restart() {
     claim "$2: Tomcat is process $(tomcat) now"
 }
 
-# The manager ends what the killed daemon has left, before it starts another.
+# start_line CHANGE: the unit's own command with a change by sed, until start_line_as_before.
+drop_in=/run/systemd/system/velbootstrapservice.service.d
+start_line() {
+    inside sh -c "mkdir -p $drop_in; { echo '[Service]'; echo ExecStart=;
+        sed -n '/^ExecStart=/{$1;p}' /lib/systemd/system/velbootstrapservice.service
+        } >$drop_in/changed.conf; systemctl daemon-reload"
+}
+start_line_as_before() { inside sh -c "rm $drop_in/changed.conf; systemctl daemon-reload"; }
+
+# The manager ends what the killed daemon has left, before it starts another. It knows which process the daemon is, also
+# beside another that has become the manager's own child.
 prove_killed_daemon() {
-    local before
+    local before id pid_file=/var/log/velbootstrapservice/velbootstrap_service.pid
+    start_line "s|=\(.*\)|=/bin/sh -c \"sleep 600 \& exec \1\"|"
+    show systemctl restart velbootstrapservice
+    inside pgrep --uid velbootstrap --exact sleep >/dev/null || stop_here "nothing runs beside the daemon"
     before=$(tomcat)
-    inside kill -KILL "$(as_service cat /var/log/velbootstrapservice/velbootstrap_service.pid)"
+    id=$(as_service cat "$pid_file")
+    [[ $(inside systemctl show -P MainPID velbootstrapservice) == "$id" ]] || stop_here "the manager takes another for the daemon"
+    inside kill -KILL "$id"
+    start_line_as_before
     await_restart "$before" "the daemon, killed, was restarted by systemd"
 }
 
@@ -429,7 +447,6 @@ expect_no_start() {
 # A faulty startup configuration ends "-start" with 0: systemd must not believe that a daemon is there.
 prove_failures() {
     local settings=/etc/velbootstrapservice status=/var/lib/velbootstrapservice/temp/dispatcher.status
-    local drop_in=/run/systemd/system/velbootstrapservice.service.d
     inside sed -i 's|<ZOR>|<ZOR|' "$settings/startup.xml"
     expect_no_start "a faulty startup configuration"
     inside sed -i 's|<ZOR$|<ZOR>|' "$settings/startup.xml"
@@ -439,12 +456,10 @@ prove_failures() {
 
     # The unit's own line with fewer checks, so that this is over soon.
     as_service sh -c "echo 'not ready' >$status"
-    inside sh -c "mkdir -p $drop_in; { echo '[Service]'; echo ExecStart=;
-        sed -n 's/^\(ExecStart=.*-testReadyTries=\)[0-9]*/\12/p' /lib/systemd/system/velbootstrapservice.service
-        } >$drop_in/soon.conf; systemctl daemon-reload"
+    start_line 's/\(-testReadyTries=\)[0-9]*/\12/'
     expect_no_start "an application that does not get ready in time"
     as_service rm "$status"
-    inside sh -c "rm $drop_in/soon.conf; systemctl daemon-reload"
+    start_line_as_before
 }
 
 # While it runs, and enabled. What "man" has kept is its own.

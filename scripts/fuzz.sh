@@ -71,10 +71,10 @@ run() {
     mkdir -p "build/fuzz/"{corpus,finds}/"$target" build/fuzz/logs
     dictionary_of "$target" >"build/fuzz/logs/$target.dict"
     local dictionary=()
-    # The engine refuses an empty one.
+    # The engine refuses an empty one. Finds go to a full path: a target may be in a folder of its own when it finds something.
     [[ ! -s build/fuzz/logs/$target.dict ]] || dictionary=("-dict=build/fuzz/logs/$target.dict")
     if fuzzer "$target" "${dictionary[@]}" "-max_total_time=$seconds" -print_final_stats=1 \
-        -close_fd_mask=1 "-artifact_prefix=build/fuzz/finds/$target/" \
+        -close_fd_mask=1 "-artifact_prefix=$root/build/fuzz/finds/$target/" \
         "build/fuzz/corpus/$target" "tests/fuzz/corpus/$target" >"$(log_of "$target")" 2>&1; then
         echo "$target: nothing found"
     else

@@ -4,6 +4,8 @@
 #include <pthread.h>
 
 #include <csignal>
+#include <cstdio>
+#include <exception>
 
 #include "TVLIDOM_Document.h"
 #include "TVLOs.h"
@@ -27,6 +29,21 @@ void prepareSignals() {
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
+// Only the want of memory is thrown out of the command-line step. What was begun has been ended on the way here.
+bool hasCarriedOut(ZORBootstrapService& service, ZORCmdLine& cmdLine, char** envp) {
+    try {
+        service.ParseStandardArgs(cmdLine, envp);
+        return true;
+    } catch (const std::exception& error) {
+        ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("ZORBootstrapService");
+        logger->log(ZOR_FATAL, "The command has failed: %s", error.what());
+        std::fputs("The command has failed: ", stderr);
+        std::fputs(error.what(), stderr);
+        std::fputs("\n", stderr);
+        return false;
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv, char** envp) {
@@ -38,8 +55,8 @@ int main(int argc, char** argv, char** envp) {
     ZORBootstrapService service;
     ZORCmdLine cmdLine(argc, argv);
     if (cmdLine.find("-console", 0) >= 0) ZORConsole::getInstance()->prepare();
-    service.ParseStandardArgs(cmdLine, envp);
+    const bool isCarriedOut = hasCarriedOut(service, cmdLine, envp);
     ZORCryptoHelper::TerminateCrypto();
     TVLIDOM_DOMImplementation::terminate();
-    return service.getExitCode();
+    return isCarriedOut ? service.getExitCode() : 1;
 }

@@ -18,6 +18,7 @@
 #include "ZORCLArg.h"
 #include "ZORChildProcess.h"
 #include "ZOREnvironment.h"
+#include "ZORLogger.h"
 #include "ZORPropertyInserter.h"
 #include "ZORSpawnAction.h"
 
@@ -181,6 +182,8 @@ void CTLCheck::prepare(const CTLInstance& instance, const CTLDocument& bootstrap
                        const CTLDocument& startup) {
     m_preparation = std::make_unique<CTLPreparation>(instance);
     const std::vector<CTLLogLine> lines = m_preparation->lines();
+    // What is asked of the service's classes from here on is no preparation any more.
+    ZORLoggerFactory::getInstance()->setLevel(ZOR_FATAL);
     CTLServiceWords words(bootstrap, startup, m_findings);
     words.read(lines);
     checkChildren(instance, bootstrap, words);

@@ -133,7 +133,8 @@ void CTLChildCheck::checkReferencesIn(const TVLIDOM_Element& element, const std:
                                       const std::string& text, Severity severity) {
     if (text.find("${") == std::string::npos) return;
     for (const std::string& name : m_references.unknownIn(text))
-        add(severity, "reference", element, attribute, m_references.complaint(name));
+        add(severity, "reference", element, attribute,
+            m_findings.isFull() ? name : m_references.complaint(name));
 }
 
 void CTLChildCheck::checkWholeText(const TVLIDOM_Element& element) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <optional>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax/Locator.hpp>
 
@@ -39,27 +38,26 @@ class TextInput : public PLXInputStream {
     std::size_t m_at = 0;
 };
 
-struct Seen {
-    CTLPlace afterStart;
-    CTLPlace afterEnd;
+// A tag that has been read.
+struct Tag {
+    bool isStart = true;
+    CTLPlace behind;
 };
 
-// Notes where each element's tags end, in the order of the document.
+// Notes where tags end, in the order of the document.
 class PlacingParser : public PlainXmlParser {
   public:
-    const std::vector<Seen>& seen() const { return m_seen; }
+    const std::vector<Tag>& tags() const { return m_tags; }
 
     void startElement(const xercesc::XMLElementDecl& element, unsigned int uri, const XMLCh* prefix,
                       const xercesc::RefVectorOf<xercesc::XMLAttr>& attributes, XMLSize_t attributeCount,
                       bool isEmpty, bool isRoot) override {
-        m_open.push_back(m_seen.size());
-        m_seen.push_back({here(), {}});
+        m_tags.push_back({true, here()});
         PlainXmlParser::startElement(element, uri, prefix, attributes, attributeCount, isEmpty, isRoot);
     }
     void endElement(const xercesc::XMLElementDecl& element, unsigned int uri, bool isRoot,
                     const XMLCh* prefix) override {
-        m_seen[m_open.back()].afterEnd = here();
-        m_open.pop_back();
+        m_tags.push_back({false, here()});
         PlainXmlParser::endElement(element, uri, isRoot, prefix);
     }
 
@@ -70,8 +68,14 @@ class PlacingParser : public PlainXmlParser {
                 static_cast<std::size_t>(locator->getColumnNumber())};
     }
 
-    std::vector<Seen> m_seen;
-    std::vector<std::size_t> m_open;
+    std::vector<Tag> m_tags;
+};
+
+// Opens a node to tell it from others.
+class NodeKey : public TVLIDOM_Node {
+  public:
+    explicit NodeKey(const TVLIDOM_Node& node) : TVLIDOM_Node(node) {}
+    const void* key() const { return node(); }
 };
 
 std::string readAll(std::FILE* file) {
@@ -85,15 +89,6 @@ std::string readAll(std::FILE* file) {
     return text;
 }
 
-std::vector<std::size_t> linesIn(const std::string& text) {
-    std::vector<std::size_t> lines{0};
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const bool isPair = text[at] == '\r' && text.compare(at, 2, "\r\n") == 0;
-        if (text[at] == '\n' || (text[at] == '\r' && !isPair)) lines.push_back(at + 1);
-    }
-    return lines;
-}
-
 // How many of the parser's characters a byte of UTF-8 begins.
 std::size_t charactersOf(char byte) {
     const auto value = static_cast<unsigned char>(byte);
@@ -102,6 +97,39 @@ std::size_t charactersOf(char byte) {
 }
 
 }  // namespace
+
+CTLDocument::Cursor::Cursor(const std::string& text) : m_text(text) {
+    // A mark at the beginning is no character.
+    if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) m_offset = 3;
+}
+
+void CTLDocument::Cursor::step() {
+    const char byte = m_text[m_offset++];
+    const bool isPair = byte == '\r' && m_offset < m_text.size() && m_text[m_offset] == '\n';
+    if (isPair) return;
+    if (byte == '\n' || byte == '\r') {
+        m_place = {m_place.line + 1, 1};
+    } else {
+        m_place.column += charactersOf(byte);
+    }
+}
+
+std::size_t CTLDocument::Cursor::moveTo(const CTLPlace& place) {
+    const auto isBefore = [&] {
+        return m_place.line < place.line || (m_place.line == place.line && m_place.column < place.column);
+    };
+    while (m_offset < m_text.size() && isBefore())
+        step();
+    while (m_offset < m_text.size() && charactersOf(m_text[m_offset]) == 0)
+        step();
+    return m_offset;
+}
+
+CTLPlace CTLDocument::Cursor::moveTo(std::size_t offset) {
+    while (m_offset < offset && m_offset < m_text.size())
+        step();
+    return m_place;
+}
 
 CTLDocument::CTLDocument(const std::filesystem::path& file) : m_file(file.string()) {
     std::string why;
@@ -114,7 +142,6 @@ CTLDocument::CTLDocument(const std::filesystem::path& file) : m_file(file.string
         return;
     }
     m_text = readAll(stream.get());
-    m_lines = linesIn(m_text);
     parse();
 }
 
@@ -144,26 +171,37 @@ void CTLDocument::place() {
     m_document.adopt(parser.takeTree());
     std::vector<std::size_t> open;
     TVLIDOM_Walk walk(root());
-    for (const Seen& seen : parser.seen()) {
+    Cursor ends(m_text);
+    Cursor starts(m_text);
+    for (const Tag& tag : parser.tags()) {
+        const std::size_t behind = ends.moveTo(tag.behind);
+        if (!tag.isStart) {
+            m_elements[open.back()].end = behind;
+            open.pop_back();
+            continue;
+        }
         while (walk.node().getNodeType() != TVLIDOM_Node::ELEMENT_NODE)
             walk.advance();
         Element element;
         element.handle = TVLIDOM_Element(walk.node());
         walk.advance();
-        element.end = offsetOf(seen.afterEnd);
-        // No "<" is in a tag but the one that it begins with.
-        const std::string tag = "<" + element.handle.getTagName().str();
-        const std::size_t behind = offsetOf(seen.afterStart);
-        const std::size_t begin = behind == 0 ? std::string::npos : m_text.rfind('<', behind - 1);
-        const bool isFound = begin != std::string::npos && m_text.compare(begin, tag.size(), tag) == 0;
-        element.begin = isFound ? begin : behind;
-        element.place = isFound ? placeOf(begin) : seen.afterStart;
-        while (!open.empty() && m_elements[open.back()].end <= element.begin)
-            open.pop_back();
-        element.parent = open.empty() ? 0 : open.back();
+        element.begin = behind;
+        findBegin(element, tag.behind, starts);
+        element.process = open.empty() ? kNone : m_elements[open.back()].process;
+        if (element.handle.hasNodeName("process")) element.process = m_elements.size();
+        m_indices.emplace(NodeKey(element.handle).key(), m_elements.size());
         open.push_back(m_elements.size());
         m_elements.push_back(element);
     }
+}
+
+// No "<" is in a tag but the one that it begins with. What comes from an entity begins where it is referred to.
+void CTLDocument::findBegin(Element& element, const CTLPlace& behind, Cursor& starts) const {
+    const std::string tag = "<" + element.handle.getTagName().str();
+    const std::size_t begin = element.begin == 0 ? std::string::npos : m_text.rfind('<', element.begin - 1);
+    const bool isFound = begin != std::string::npos && m_text.compare(begin, tag.size(), tag) == 0;
+    if (isFound) element.begin = begin;
+    element.place = isFound ? starts.moveTo(begin) : behind;
 }
 
 CTLDocument::Kind CTLDocument::kind() const {
@@ -181,9 +219,8 @@ bool CTLDocument::isCurrent() const {
 }
 
 const CTLDocument::Element& CTLDocument::elementOf(const TVLIDOM_Node& node) const {
-    const auto found = std::find_if(m_elements.begin(), m_elements.end(),
-                                    [&](const Element& element) { return element.handle == node; });
-    return found == m_elements.end() ? m_elements.front() : *found;
+    const auto found = m_indices.find(NodeKey(node).key());
+    return found == m_indices.end() ? m_elements.front() : m_elements[found->second];
 }
 
 const CTLDocument::Element& CTLDocument::elementAt(std::size_t offset) const {
@@ -193,30 +230,6 @@ const CTLDocument::Element& CTLDocument::elementAt(std::size_t offset) const {
         if (offset < element.end) innermost = &element;
     }
     return *innermost;
-}
-
-std::size_t CTLDocument::offsetOf(const CTLPlace& place) const {
-    if (place.line == 0 || place.line > m_lines.size()) return m_text.size();
-    std::size_t at = m_lines[place.line - 1];
-    std::size_t column = 1;
-    // A mark at the beginning is no character.
-    if (at == 0 && m_text.compare(0, 3, "\xEF\xBB\xBF") == 0) at = 3;
-    while (at < m_text.size() && column < place.column)
-        column += charactersOf(m_text[at++]);
-    while (at < m_text.size() && charactersOf(m_text[at]) == 0)
-        ++at;
-    return at;
-}
-
-CTLPlace CTLDocument::placeOf(std::size_t offset) const {
-    const auto next = std::upper_bound(m_lines.begin(), m_lines.end(), offset);
-    const auto line = static_cast<std::size_t>(next - m_lines.begin());
-    std::size_t at = m_lines[line - 1];
-    std::size_t column = 1;
-    if (at == 0 && m_text.compare(0, 3, "\xEF\xBB\xBF") == 0) at = 3;
-    while (at < offset)
-        column += charactersOf(m_text[at++]);
-    return {line, column};
 }
 
 // The document is well-formed, so that a tag is names, equals signs and quoted values.
@@ -238,14 +251,16 @@ std::size_t CTLDocument::attributeIn(const Element& element, const std::string& 
 
 CTLPlace CTLDocument::placeOf(const Element& element, const std::string& attribute) const {
     const std::size_t at = attribute.empty() ? std::string::npos : attributeIn(element, attribute);
-    return at == std::string::npos ? element.place : placeOf(at);
+    if (at == std::string::npos) return element.place;
+    const std::string before = m_text.substr(element.begin, at - element.begin);
+    const CTLPlace moved = Cursor(before).moveTo(before.size());
+    if (moved.line == 1) return {element.place.line, element.place.column + moved.column - 1};
+    return {element.place.line + moved.line - 1, moved.column};
 }
 
 std::string CTLDocument::childOf(const Element& element) const {
-    const Element* at = &element;
-    while (at->handle.getTagName() != "process" && at != &m_elements[at->parent])
-        at = &m_elements[at->parent];
-    return at->handle.getTagName() == "process" ? at->handle.getAttribute("name").str() : std::string();
+    if (element.process == kNone) return {};
+    return m_elements[element.process].handle.getAttribute("name").str();
 }
 
 CTLFinding CTLDocument::at(CTLFinding::Severity severity, const std::string& rule,

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "CTLFindings.h"
@@ -20,12 +21,30 @@ class CTLDocument {
   public:
     enum class Kind { Unknown, Bootstrap, Logging, Startup };
 
+    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
     struct Element {
         TVLIDOM_Element handle;
-        std::size_t parent = 0;  // its index; the root is its own
-        std::size_t begin = 0;   // of its start tag
-        std::size_t end = 0;     // behind its end tag
+        std::size_t process = kNone;  // the index of the "process" that it is in or is
+        std::size_t begin = 0;        // of its start tag
+        std::size_t end = 0;          // behind its end tag
         CTLPlace place;
+    };
+
+    // Goes through a text from its beginning to its end, so that the places of a long line take no longer than the line.
+    class Cursor {
+      public:
+        explicit Cursor(const std::string& text);
+        // Both are never before the last ones; the offset reached.
+        std::size_t moveTo(const CTLPlace& place);
+        CTLPlace moveTo(std::size_t offset);
+
+      private:
+        void step();
+
+        const std::string& m_text;
+        std::size_t m_offset = 0;
+        CTLPlace m_place{1, 1};
     };
 
     explicit CTLDocument(const std::filesystem::path& file);
@@ -50,8 +69,6 @@ class CTLDocument {
     // The innermost element with that byte in it.
     const Element& elementAt(std::size_t offset) const;
 
-    std::size_t offsetOf(const CTLPlace& place) const;
-    CTLPlace placeOf(std::size_t offset) const;
     // Where the attribute's name begins; the element's own place when it has no such attribute.
     CTLPlace placeOf(const Element& element, const std::string& attribute) const;
     // The name of the "process" that the element is in or is; empty when there is none.
@@ -64,14 +81,15 @@ class CTLDocument {
   private:
     void parse();
     void place();
+    void findBegin(Element& element, const CTLPlace& behind, Cursor& starts) const;
     void setError(const std::string& words);
     std::size_t attributeIn(const Element& element, const std::string& attribute) const;
 
     std::string m_file;
     std::string m_text;
-    std::vector<std::size_t> m_lines;  // where each begins
     bool m_isThere = false;
     CTLFinding m_error;
     TVLIDOM_Document m_document;
     std::vector<Element> m_elements;
+    std::unordered_map<const void*, std::size_t> m_indices;  // of the elements, by their nodes
 };

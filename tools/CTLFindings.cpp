@@ -24,20 +24,25 @@ std::string oneLine(const std::string& text) {
 }
 
 bool isSame(const CTLFinding& left, const CTLFinding& right) {
-    return left.file == right.file && left.place.line == right.place.line &&
-           left.place.column == right.place.column && left.text == right.text;
+    return left.place.line == right.place.line && left.place.column == right.place.column &&
+           left.text == right.text && left.file == right.file;
 }
 
 }  // namespace
 
 void CTLFindings::add(CTLFinding finding) {
+    const bool isError = finding.severity == CTLFinding::Severity::Error;
+    if (isFull()) {
+        ++(isError ? m_errors : m_warnings);
+        return;
+    }
     finding.text = oneLine(finding.text);
     finding.file = oneLine(finding.file);
     finding.child = oneLine(finding.child);
     const auto same = [&](const CTLFinding& other) { return isSame(finding, other); };
     if (std::any_of(m_findings.begin(), m_findings.end(), same)) return;
-    ++(finding.severity == CTLFinding::Severity::Error ? m_errors : m_warnings);
-    if (m_findings.size() < kMost) m_findings.push_back(std::move(finding));
+    ++(isError ? m_errors : m_warnings);
+    m_findings.push_back(std::move(finding));
 }
 
 bool CTLFindings::has(const std::string& file, std::size_t line) const {

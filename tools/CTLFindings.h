@@ -31,8 +31,10 @@ class CTLFindings {
   public:
     static constexpr std::size_t kMost = 1000;
 
-    // The same text at the same place is one finding.
+    // The same text at the same place is one finding, as long as findings are kept.
     void add(CTLFinding finding);
+    // From now on only counts are kept.
+    bool isFull() const { return m_findings.size() >= kMost; }
     // Whether something was found in that line.
     bool has(const std::string& file, std::size_t line) const;
 

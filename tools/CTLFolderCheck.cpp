@@ -201,9 +201,9 @@ void CTLFolderCheck::checkTemp(const CTLDocument& startup) {
     const fs::path path = fs::absolute(temp).lexically_normal();
     const std::string complaint = complaintOfFolder(nearestFolder(path));
     if (complaint.empty()) return;
-    m_findings.add(startup.at(Severity::Error, "rights",
-                              TVLIDOM_Helper::findFirstElementWithName(startup.root(), "temp"), "",
-                              nearestFolder(path).string() + ": " + complaint));
+    m_findings.add(startup.at(
+        Severity::Error, "rights", TVLIDOM_Helper::findFirstElementWithName(startup.root(), "temp"), "",
+        path.string() + " cannot be made or written: " + nearestFolder(path).string() + ": " + complaint));
 }
 
 void CTLFolderCheck::checkParameter(const CTLDocument& startup, const TVLIDOM_Element& parameter) {

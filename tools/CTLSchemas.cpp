@@ -114,8 +114,9 @@ std::string quotedIn(const std::string& words, int n) {
 class Translation {
   public:
     Translation(const CTLDocument& document, const Words& words, CTLFindings& findings)
-        : m_document(document), m_words(words), m_findings(findings) {}
+        : m_document(document), m_words(words), m_findings(findings), m_cursor(document.text()) {}
 
+    // In the order of the document.
     void take(const Complaint& complaint) {
         const CTLDocument::Element& element = elementOf(complaint);
         if (!complaint.isValidity) return takeValue(complaint, element);
@@ -149,8 +150,8 @@ class Translation {
     }
 
     // A complaint comes when the parser has read a tag, or the text before one that ends an element.
-    const CTLDocument::Element& elementOf(const Complaint& complaint) const {
-        const std::size_t at = m_document.offsetOf(complaint.place);
+    const CTLDocument::Element& elementOf(const Complaint& complaint) {
+        const std::size_t at = m_cursor.moveTo(complaint.place);
         const std::size_t tag = at == 0 ? 0 : m_document.text().rfind('<', at - 1);
         return m_document.elementAt(tag == std::string::npos ? 0 : tag);
     }
@@ -212,6 +213,7 @@ class Translation {
     const CTLDocument& m_document;
     const Words& m_words;
     CTLFindings& m_findings;
+    CTLDocument::Cursor m_cursor;
     std::set<std::size_t> m_unknown;  // where elements begin that the schema does not know
 };
 

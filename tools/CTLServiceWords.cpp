@@ -11,9 +11,12 @@ using Severity = CTLFinding::Severity;
 namespace {
 
 // What an administrator may well have meant, and what is looked at elsewhere: the folder for temporary files.
-constexpr std::array<std::string_view, 5> kChoices{
-    "no ping element in config.", "The attribute \"dependency\" is missing.",
-    "no procManager element in config", "Failed to find parameter ", "Temp directory "};
+constexpr std::array<std::string_view, 6> kChoices{"no ping element in config.",
+                                                   "The attribute \"dependency\" is missing.",
+                                                   "no procManager element in config",
+                                                   "Failed to find parameter ",
+                                                   "Temp directory ",
+                                                   "Failed to create temp directory "};
 
 // What is said about an attribute.
 struct About {

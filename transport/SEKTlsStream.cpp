@@ -24,6 +24,13 @@ std::string certifiedName(const std::string& host) {
     return name;
 }
 
+constexpr unsigned int nameRules = X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT;
+
+bool isFor(X509* certificate, const std::string& name) {
+    if (isAddress(name)) return X509_check_ip_asc(certificate, name.c_str(), 0) > 0;
+    return X509_check_host(certificate, name.c_str(), name.size(), nameRules, nullptr) > 0;
+}
+
 // OpenSSL's macro for this call hides a cast that the compiler flags refuse.
 int sendServerName(SSL* ssl, std::string name) {
     return static_cast<int>(
@@ -58,14 +65,14 @@ SEKTlsStream::SEKTlsStream(SSL_CTX* context, int descriptor, SEKRole role) : m_s
 }
 
 void SEKTlsStream::expectPeer(const std::string& host) {
-    const std::string name = certifiedName(host);
+    m_expected = certifiedName(host);
+    const std::string& name = m_expected;
     begin();
     int result = 0;
     if (isAddress(name)) {
         result = X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(m_ssl.get()), name.c_str());
     } else {
-        SSL_set_hostflags(m_ssl.get(),
-                          X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
+        SSL_set_hostflags(m_ssl.get(), nameRules);
         result = SSL_set1_host(m_ssl.get(), name.c_str());
         if (result > 0) result = sendServerName(m_ssl.get(), name);
     }
@@ -85,6 +92,7 @@ SEKTlsStream::Step SEKTlsStream::handshake() {
     if (step == Step::Done) {
         requireEncryption();
         requireVerifiedPeer();
+        requireExpectedPeer();
     }
     m_established = step == Step::Done;
     if (m_established) SEKSocketBio::noteProgress(SSL_get_rbio(m_ssl.get()));
@@ -103,6 +111,14 @@ void SEKTlsStream::requireVerifiedPeer() {
     } catch (const SEKFailure& reason) {
         fail(reason.what());
     }
+}
+
+// OpenSSL has looked already, and its refusal says more. But it compares nothing, and says nothing of it, when it has no
+// memory to take the name along.
+void SEKTlsStream::requireExpectedPeer() {
+    if (m_expected.empty() || SSL_get_verify_mode(m_ssl.get()) == SSL_VERIFY_NONE) return;
+    if (!isFor(SSL_get0_peer_certificate(m_ssl.get()), m_expected))
+        fail("the peer's certificate could not be found to be for " + m_expected);
 }
 
 void SEKTlsStream::breakOff(const char* reason) noexcept {

@@ -53,10 +53,12 @@ class SEKTlsStream {
     std::string reasonFor(int error) const;
     void requireEncryption();
     void requireVerifiedPeer();
+    void requireExpectedPeer();
     std::string surfeitReason() const;
     [[noreturn]] void fail(const std::string& reason);
 
     std::unique_ptr<SSL, SslFreer> m_ssl;
+    std::string m_expected;  // whom the certificate must be for; empty: nobody in particular
     bool m_established = false;
     bool m_isBroken = false;  // since the first failure
     std::string m_broken;     // its reason, unless there was no memory for it

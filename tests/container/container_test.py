@@ -4,6 +4,7 @@ SOURCES is the source tree, PACKAGES the folder with the Debian package of this 
 """
 
 import copy
+import json
 import os
 import pathlib
 import subprocess
@@ -36,6 +37,33 @@ def certificates():
 def package():
     (found,) = PACKAGES.glob("velbootstrapservice_*.deb")
     return found
+
+
+def as_the_api_reads(manifest):
+    """The object as kubectl has understood it, by the types of the API and without a cluster: what these do not know
+    is gone, and a value of another type fails."""
+    command = {"Deployment": ["env", "A=b"], "Service": ["selector", "app=velbootstrapservice"]}[manifest["kind"]]
+    with tempfile.NamedTemporaryFile(mode="w", suffix=".json") as file:
+        json.dump(manifest, file)
+        file.flush()
+        options = ["--local", "--output", "json", "--filename", file.name]
+        done = subprocess.run(
+            ["kubectl", "set", command[0], *options, *command[1:]],
+            env={**os.environ, "KUBECONFIG": "/dev/null"}, capture_output=True, check=True)
+    return json.loads(done.stdout)
+
+
+def unknown(wanted, known, place=""):
+    """Where the object that is known lacks something of the wanted one."""
+    if isinstance(wanted, dict):
+        missing = [place + key for key in wanted if key not in known]
+        return missing + [
+            each for key in wanted if key in known for each in unknown(wanted[key], known[key], f"{place}{key}.")]
+    if isinstance(wanted, list):
+        if len(wanted) != len(known):
+            return [place]
+        return [each for at, item in enumerate(wanted) for each in unknown(item, known[at], f"{place}{at}.")]
+    return [] if wanted == known else [place]
 
 
 class ManifestTest(unittest.TestCase):
@@ -85,6 +113,45 @@ class ManifestTest(unittest.TestCase):
         longest = one_ping + stop + stop + children + READINESS_CHECK
         self.assertGreaterEqual(self.spec["terminationGracePeriodSeconds"], longest)
         self.assertLess(self.spec["terminationGracePeriodSeconds"], longest + 30, "nobody waits for nothing")
+
+    def test_every_probe_is_a_command_that_begins_when_the_children_were_started(self):
+        ask = ["/var/lib/velbootstrapservice/bin/velbootstrapservice", "-isrunning"]
+        for kind in ("startupProbe", "livenessProbe"):
+            self.assertEqual(self.container[kind]["exec"]["command"], ask)
+        startup = self.container["startupProbe"]
+        syncs = sum(int(element.get("sync", 0)) for element in self.bootstrap.iterfind(".//start/spawn"))
+        self.assertGreater(startup["periodSeconds"] * startup["failureThreshold"], 10 * syncs)
+        self.assertNotIn("initialDelaySeconds", self.container["livenessProbe"])
+        ready = self.container["readinessProbe"]["exec"]["command"][-1]
+        ping = self.bootstrap.find(".//ping/socketSend")
+        page = ping.get("commandString").split()[1]
+        self.assertIn(f"GET {page} ", ready)
+        self.assertIn(f"'^{ping.get('responseOK')}'", ready)
+        self.assertIn(f"localhost:{self.container['ports'][0]['containerPort']} ", ready)
+
+    def test_nothing_has_a_right_that_it_does_not_need(self):
+        self.assertTrue(self.spec["securityContext"]["runAsNonRoot"])
+        self.assertTrue(self.container["securityContext"]["readOnlyRootFilesystem"])
+        self.assertFalse(self.container["securityContext"]["allowPrivilegeEscalation"])
+        self.assertEqual(self.container["securityContext"]["capabilities"], {"drop": ["ALL"]})
+        self.assertFalse(self.spec["automountServiceAccountToken"])
+
+    def test_the_api_knows_every_field(self):
+        for kind in ("Deployment", "Service"):
+            self.assertEqual(unknown(self.manifests[kind], as_the_api_reads(self.manifests[kind])), [])
+        self.assertEqual(set(self.manifests["ConfigMap"]), {"apiVersion", "kind", "metadata", "data"})
+        for text in self.manifests["ConfigMap"]["data"].values():
+            self.assertIsInstance(text, str)
+
+    def test_a_field_that_the_api_does_not_know_would_be_found(self):
+        container = self.container["securityContext"]
+        container["readOnlyRootFileSystem"] = container.pop("readOnlyRootFilesystem")
+        known = as_the_api_reads(self.manifests["Deployment"])
+        place = "spec.template.spec.containers.0.securityContext.readOnlyRootFileSystem"
+        self.assertEqual(unknown(self.manifests["Deployment"], known), [place])
+        self.container["livenessProbe"]["periodSeconds"] = "thirty"
+        with self.assertRaisesRegex(subprocess.CalledProcessError, "set"):
+            as_the_api_reads(self.manifests["Deployment"])
 
     def test_memory_and_heap_agree(self):
         (setting,) = [word for word in self.container["args"] if "dispatcherMaxMemory" in word]
@@ -145,6 +212,7 @@ class PodTest(unittest.TestCase):
 
     def test_life(self):
         self.check_process_one()
+        wait_for("started", lambda: self.pod.probe("startupProbe"))
         wait_for("alive", lambda: self.pod.probe("livenessProbe"))
         wait_for("ready", lambda: self.pod.probe("readinessProbe"), 120)
         self.check_jvm()

@@ -42,6 +42,7 @@ KNOWN_OF_CONTAINER = {
     "resources",
     "livenessProbe",
     "readinessProbe",
+    "startupProbe",
     "securityContext",
     "volumeMounts",
 }
@@ -221,27 +222,10 @@ class Pod:
             check=False,
         )
 
-    def _port(self, name):
-        (port,) = [each["containerPort"] for each in self.container["ports"] if each["name"] == name]
-        return port
-
     def probe(self, kind):
-        """Whether the probe of that name succeeds, once, from where the engine would ask."""
+        """Whether the probe of that name, a command, succeeds, once."""
         probe = self.container[kind]
-        if "exec" in probe:
-            return self.execute(*probe["exec"]["command"], seconds=probe["timeoutSeconds"]).returncode == 0
-        get = probe["httpGet"]
-        address = f"{get['scheme'].lower()}://{ADDRESS}:{self._port(get['port'])}{get['path']}"
-        # The engine does not look at certificates either.
-        ask = ["curl", "--insecure", "--silent", "--noproxy", "*", "--max-time", str(probe["timeoutSeconds"])]
-        answer = subprocess.run(
-            ["nsenter", "--target", str(self.first), "--net", *ask, "--output", "/dev/null"]
-            + ["--write-out", "%{http_code}", address],
-            stdout=subprocess.PIPE,
-            text=True,
-            check=False,
-        )
-        return 200 <= int(answer.stdout) < 400
+        return self.execute(*probe["exec"]["command"], seconds=probe["timeoutSeconds"]).returncode == 0
 
     def processes(self):
         """Of the container, without the one that asks: id inside -> (parent's id, state, command)."""

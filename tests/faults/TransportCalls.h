@@ -83,6 +83,8 @@
     TLS(X509_NAME_hash_ex, unsigned long, (const X509_NAME* name, OSSL_LIB_CTX* library, const char* query, int* isGood), (name, library, query, isGood), hashless(isGood)) \
     TLS(X509_NAME_print_ex, int, (BIO* output, const X509_NAME* name, int indent, unsigned long flags), (output, name, indent, flags), -1) \
     TLS(X509_get_ext_d2i, void*, (const X509* certificate, int kind, int* critical, int* index), (certificate, kind, critical, index), nullptr) \
+    TLS(X509_check_host, int, (X509* certificate, const char* name, std::size_t size, unsigned flags, char** found), (certificate, name, size, flags, found), -1) \
+    TLS(X509_check_ip_asc, int, (X509* certificate, const char* address, unsigned flags), (certificate, address, flags), -1) \
     TLS(X509_digest, int, (const X509* certificate, const EVP_MD* kind, unsigned char* digest, unsigned* length), (certificate, kind, digest, length), 0) \
     TLS(ASN1_TIME_to_tm, int, (const ASN1_TIME* time, std::tm* parts), (time, parts), 0) \
     TLS(RAND_bytes_ex, int, (OSSL_LIB_CTX* library, unsigned char* place, std::size_t size, unsigned strength), (library, place, size, strength), 0) \

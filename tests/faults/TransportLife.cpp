@@ -39,14 +39,20 @@ class Caller {
                note("socket",
                     [&](char** details) { return SEK_Socket(&handle, text(m_session), nullptr, details); });
     }
-    void end() {
+    void close() {
         note("close", [&](char** details) { return SEK_CloseHandle(&handle, nullptr, details); });
+    }
+    void terminate() {
         const bool isTerminated = note("terminate", [&](char** details) {
             return SEK_CryptoTerminate(text(terminateText), nullptr, details);
         });
         // The next life begins with a library that has no settings yet.
         if (!isTerminated && m_life.steps.front().code == SEK_Ok)
             SEK_CryptoTerminate(text(terminateText), nullptr, nullptr);
+    }
+    void end() {
+        close();
+        terminate();
     }
 
     // A call that belongs to no handle.
@@ -70,6 +76,13 @@ class Caller {
         return onHandle(name, handle, std::forward<Call>(call));
     }
 
+    bool reach(const std::string& url) {
+        const auto connectUrl = [&] {
+            return onHandle("connect", [&] { return SEK_Connect_Url(handle, text(url), nullptr); });
+        };
+        if (connectUrl()) return true;
+        return m_life.steps.back().code == SEK_HandshakePending && establish(handle) && connectUrl();
+    }
     // Shakes hands for as long as the library asks for it.
     bool establish(void* of) {
         for (int turn = 0; turn < 3; ++turn) {
@@ -216,6 +229,7 @@ void TransportWorld::makeAuthorities() {
     m_other = peerWith(m_pki->issue(elsewhere));
     m_revoked = peerWith(revoked);
     m_bare = peerWith(m_server, "ECDHE-ECDSA-NULL-SHA:@SECLEVEL=0");
+    m_old = peerWith(m_server, "DEFAULT");
     m_plain = std::make_unique<TestPeer>(
         [](PeerConnection& peer) {
             const Exempt here;
@@ -250,7 +264,7 @@ std::unique_ptr<TestPeer> TransportWorld::peerWith(const TestPki::Issued& identi
         kForEver);
 }
 
-void TransportWorld::writeSettings() const {
+void TransportWorld::writeSettings(const char* change) const {
     const std::string folder = m_folder.string();
     std::ofstream(m_folder / "more.cnf") << "[included]\nMinProtocol = TLSv1.2\n";
     std::ofstream(m_folder / "sek.cnf")
@@ -258,7 +272,8 @@ void TransportWorld::writeSettings() const {
         << "/authority.pem\nVerifyCAPath = " << folder << "/hashed\nVerifyCAStore = file:" << folder
         << "/store.pem\nCRLFile = " << folder
         << "/revoked.crl\nCRLCheck = leaf\nCertificate = " << m_client.certificate.string()
-        << "\nPrivateKey = " << m_client.key.string() << "\n[bare]\nVerifyCAFile = " << folder
+        << "\nPrivateKey = " << m_client.key.string() << "\n"
+        << change << "[bare]\nVerifyCAFile = " << folder
         << "/authority.pem\nCipherString = ECDHE-ECDSA-NULL-SHA:@SECLEVEL=0\nMaxProtocol = TLSv1.2"
         << "\n[system]\nMinProtocol = TLSv1.2\n[server]\nCertificate = " << m_server.certificate.string()
         << "\nPrivateKey = " << m_server.key.string() << "\nVerifyMode = Require\nVerifyCAFile = " << folder
@@ -282,32 +297,70 @@ TransportLife TransportWorld::live(Way way) {
     return life;
 }
 
+const TestPeer& TransportWorld::peerFor(Way way) const {
+    switch (way) {
+        case Way::ToStranger:
+            return *m_stranger;
+        case Way::ToOther:
+        case Way::ToOtherName:
+            return *m_other;
+        case Way::ToRevoked:
+            return *m_revoked;
+        case Way::ToBare:
+            return *m_bare;
+        case Way::Plain:
+            return *m_plain;
+        default:
+            return *m_right;
+    }
+}
+
 void TransportWorld::connect(TransportLife& life, Way way) {
     Caller caller(life, way == Way::ByAddress ? "system" : way == Way::ToBare ? "bare" : "gateway");
-    const TestPeer& peer = way == Way::ToStranger                           ? *m_stranger
-                           : way == Way::ToOther || way == Way::ToOtherName ? *m_other
-                           : way == Way::ToRevoked                          ? *m_revoked
-                           : way == Way::ToBare                             ? *m_bare
-                           : way == Way::Plain                              ? *m_plain
-                                                                            : *m_right;
     const bool isByAddress = way == Way::ByAddress || way == Way::ToOther || way == Way::Plain;
-    const std::string url = peer.url(way == Way::Plain ? "tcp" : "https",
-                                     isByAddress               ? "127.0.0.1"
-                                     : way == Way::ToOtherName ? "a.name.without.a.certificate.localhost"
-                                                               : "localhost");
-    const auto connectUrl = [&] {
-        return caller.onHandle("connect", [&] { return SEK_Connect_Url(caller.handle, text(url), nullptr); });
-    };
-    const auto reach = [&] {
-        if (connectUrl()) return true;
-        return life.steps.back().code == SEK_HandshakePending && caller.establish(caller.handle) &&
-               connectUrl();
-    };
-    life.isAnswered = caller.begin() && caller.options() && reach() && caller.names(caller.handle) &&
-                      caller.random() && (way == Way::Plain || caller.describe(caller.handle)) &&
+    const std::string url =
+        peerFor(way).url(way == Way::Plain ? "tcp" : "https", isByAddress ? "127.0.0.1"
+                                                              : way == Way::ToOtherName
+                                                                  ? "a.name.without.a.certificate.localhost"
+                                                                  : "localhost");
+    life.isAnswered = caller.begin() && caller.options() && caller.reach(url) &&
+                      caller.names(caller.handle) && caller.random() &&
+                      (way == Way::Plain || caller.describe(caller.handle)) &&
                       caller.send(caller.handle, "PING") && caller.poll(caller.handle) &&
                       caller.receive(caller.handle, "READY");
     caller.end();
+}
+
+bool TransportWorld::reaches(const TestPeer& peer) const {
+    TransportLife life;
+    Caller caller(life, "gateway");
+    const bool isReached = caller.begin() && caller.reach(peer.url("https", "localhost"));
+    caller.end();
+    return isReached;
+}
+
+TransportWorld::Renewal TransportWorld::renew(Way way, const std::function<void()>& arm,
+                                              const std::function<void()>& disarm) {
+    Renewal renewal;
+    m_gotData = false;
+    std::thread([&] {
+        const Exempt here;
+        TransportLife before;
+        // The library stays initialised, and has settings, until the end.
+        Caller first(before, "gateway");
+        renewal.isBegun = first.begin() && first.reach(m_right->url("https", "localhost"));
+        first.close();
+        writeSettings("MinProtocol = TLSv1.3\n");
+        arm();
+        connect(renewal.life, way);
+        disarm();
+        renewal.life.peerGotData = m_gotData;
+        renewal.isForgotten = !reaches(*m_right);
+        renewal.isRenewed = !reaches(*m_old);
+        first.terminate();
+        writeSettings();
+    }).join();
+    return renewal;
 }
 
 void TransportWorld::serve(TransportLife& life, Way way) {

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -57,13 +58,25 @@ class TransportWorld {
 
     TransportLife live(Way way);
 
+    // A life whose settings are changed after a first connection: `arm` is called then, and `disarm` when the
+    // connection after it has come to its end.
+    struct Renewal {
+        TransportLife life;
+        bool isBegun = false;     // the first connection has come about
+        bool isForgotten = true;  // no right peer can be reached afterwards
+        bool isRenewed = false;   // afterwards the new settings are in force
+    };
+    Renewal renew(Way way, const std::function<void()>& arm, const std::function<void()>& disarm);
+
   private:
-    void writeSettings() const;
+    void writeSettings(const char* change = "") const;
+    const TestPeer& peerFor(Way way) const;
     void makeAuthorities();
     std::unique_ptr<TestPeer> peerWith(const TestPki::Issued& identity, const char* suites = nullptr);
     void connectWhileServing(TransportLife& life, void*& handle, Way way);
     void serve(TransportLife& life, Way way);
     void connect(TransportLife& life, Way way);
+    bool reaches(const TestPeer& peer) const;
 
     std::filesystem::path m_root;
     std::filesystem::path m_folder;
@@ -78,5 +91,6 @@ class TransportWorld {
     std::unique_ptr<TestPeer> m_revoked;
     std::unique_ptr<TestPeer> m_bare;
     std::unique_ptr<TestPeer> m_plain;
+    std::unique_ptr<TestPeer> m_old;  // the right one, of TLS 1.2
     std::atomic<bool> m_gotData{false};
 };

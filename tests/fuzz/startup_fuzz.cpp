@@ -34,13 +34,13 @@ std::string property(const char* name) {
     return value;
 }
 
-// From behind the first colon after "//" up to the next slash.
+// From behind the first colon after "//" up to the next slash; without a colon all of it.
 std::string plainPort(std::string uri) {
     const std::size_t slashes = uri.find("//");
     const std::size_t colon = uri.find(':', slashes == std::string::npos ? 0 : slashes + 2);
-    if (colon != std::string::npos) uri.erase(0, colon + 1);
-    const std::size_t slash = uri.find('/');
-    return colon == std::string::npos && slash == std::string::npos ? uri : uri.substr(0, slash);
+    if (colon == std::string::npos) return uri;
+    uri.erase(0, colon + 1);
+    return uri.substr(0, uri.find('/'));
 }
 
 void checkRefusal(const std::string& message) {

@@ -1,7 +1,12 @@
 // The real executable, told to stop or losing a child at the worst moments, and several commands at once. What holds it
 // at such a moment is a peer that goes no further or a child that has reported; nothing here waits for time to pass.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
 #include <csignal>
 #include <set>
+#include <sstream>
 
 #include "HeldPort.h"
 #include "ProcessView.h"
@@ -65,6 +70,64 @@ class ProcessMomentsTest : public SystemTest {
                                    line.substr(logger + 1));
     }
 };
+
+// ---- A signal in a bad place ----
+
+// What lies around a service when the signal comes: nobody reads its output, its log can grow no more, its standard
+// streams are closed.
+class BadPlaceTest : public ProcessMomentsTest {
+  protected:
+    BadPlaceTest() {
+        ChildXml alpha;
+        alpha.pinged(m_port);
+        bootstrapWith({alpha});
+        service.answer("READY");
+    }
+    std::string commands() const { return service.childFile("alpha", "commands"); }
+    testing::AssertionResult isPingedTwice() {
+        return service.waitFor("two pings",
+                               [&] { return commands().size() >= 2 * std::string("PING\n").size(); });
+    }
+
+  private:
+    ReservedPort m_port;
+};
+
+TEST_F(BadPlaceTest, ASignalWhileNobodyReadsTheOutputEndsTheServiceInOrder) {
+    std::array<int, 2> ends{-1, -1};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    const std::string filling(static_cast<std::size_t>(fcntl(ends[1], F_GETPIPE_SZ)), '#');
+    ASSERT_EQ(write(ends[1], filling.data(), filling.size()), static_cast<ssize_t>(filling.size()));
+    const pid_t daemon = service.begin({.arguments = {"-d", "-stdoutLog=DEBUG"}, .output = ends[1]});
+    EXPECT_TRUE(isPingedTwice());
+    signalAndAwait(daemon);
+    expectOrderlyEnd(daemon);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(BadPlaceTest, ASignalWhileNoFileMayGrowEndsTheServiceInOrder) {
+    constexpr long kLimit = 16384;
+    const pid_t daemon = service.begin({.arguments = {"-d"}, .fileSizeBytes = kLimit});
+    ASSERT_TRUE(service.waitFor("the log at its limit", [&] {
+        return service.read("logs/run.log").size() >= static_cast<std::size_t>(kLimit);
+    }));
+    ASSERT_EQ(kill(daemon, SIGTERM), 0);
+    ASSERT_TRUE(service.waitForEnd(daemon));
+    EXPECT_EQ(service.exitCodeOf(daemon), 0);
+    EXPECT_FALSE(service.exists(kPidFile));
+    EXPECT_TRUE(service.processes().empty());
+}
+
+TEST_F(BadPlaceTest, ASignalToAServiceWithoutStandardStreamsReachesNoConnectionAsALine) {
+    const pid_t daemon = service.begin({.arguments = {"-d", "-stdoutLog=DEBUG"}, .closed = {0, 1, 2}});
+    EXPECT_TRUE(isPingedTwice());
+    signalAndAwait(daemon);
+    expectOrderlyEnd(daemon);
+    std::istringstream lines(commands());
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_EQ(line, "PING");
+}
 
 // ---- A signal while the children are being started ----
 

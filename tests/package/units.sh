@@ -35,8 +35,9 @@ check_accepted() {
 check_kinds() {
     local unit
     expect_setting Type forking velbootstrapservice
-    # systemd would remove the PID file of a service that was started by hand.
-    expect_setting PIDFile "" velbootstrapservice
+    # Not the service's own, which systemd would remove when a service that was started by hand runs.
+    expect_setting PIDFile /run/velbootstrapservice/main.pid velbootstrapservice
+    expect_setting RuntimeDirectory velbootstrapservice velbootstrapservice
     expect_setting Type simple velbootstrapservice-foreground
     expect_setting After "network.target velbootstrapservice.service" velbootstrapservice-foreground
     expect_setting Conflicts velbootstrapservice-foreground.service velbootstrapservice

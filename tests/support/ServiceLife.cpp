@@ -4,7 +4,10 @@
 #include <csignal>
 #include <filesystem>
 #include <iterator>
+#include <new>
 #include <sstream>
+
+#include "TVLThrowable.h"
 
 namespace {
 
@@ -66,20 +69,36 @@ Life ServiceLifeTest::live(const Action& action) {
         FailingOs failing(staged);
         if (m_refuse) m_refuse(failing);
         ZORBootstrapService lived;
-        life.initialized = lived.OnInit() == 1;
-        if (life.initialized) {
-            prepare(staged, lived, life);
-            staged.watch([&](int moment) {
-                if (action) action(staged, moment);
-            });
-            life.result = lived.Run();
-            staged.watchNoMore();
-        }
+        run(staged, lived, life, action);
         note(staged, life);
         if (m_look) m_look(failing);
     }
     life.descriptorsKept = openDescriptors() - descriptors;
     return life;
+}
+
+void ServiceLifeTest::run(StagedOs& staged, ZORBootstrapService& lived, Life& life, const Action& action) {
+    life.thrown = !carryOut([&] { life.initialized = lived.OnInit() == 1; });
+    if (!life.initialized) return;
+    prepare(staged, lived, life);
+    staged.watch([&](int moment) {
+        if (action) action(staged, moment);
+    });
+    life.thrown = !carryOut([&] { life.result = lived.Run(); });
+    staged.watchNoMore();
+}
+
+bool ServiceLifeTest::carryOut(const std::function<void()>& step) const {
+    bool isDone = false;
+    if (m_enter) m_enter();
+    try {
+        step();
+        isDone = true;
+    } catch (const std::bad_alloc&) {
+    } catch (const TVLOutOfMemoryError&) {
+    }
+    if (m_leave) m_leave();
+    return isDone;
 }
 
 void ServiceLifeTest::raise(StagedOs& staged, int signal) {
@@ -104,6 +123,7 @@ std::string ServiceLifeTest::complaintsAboutLines(const Life& life) {
 std::string ServiceLifeTest::complaintsAbout(const Life& life, std::int64_t longestStopMs) {
     std::ostringstream text;
     if (!life.initialized) text << "the service was not initialised\n";
+    if (life.thrown) text << "it ran out of memory\n";
     if (life.result != 1) text << "the run returned " << life.result << "\n";
     const std::int64_t unnoticedMs = life.supervised ? 0 : kIntervalMs;
     if (life.endedMs - life.signalledMs > unnoticedMs + longestStopMs)

@@ -33,6 +33,7 @@ inline constexpr int kChildren = 3;
 // What a life has come to.
 struct Life {
     bool initialized = false;
+    bool thrown = false;  // it was left by an exception for want of memory
     int result = 0;
     int moments = 0;
     std::int64_t signalledMs = -1;  // when the first signal was raised
@@ -84,8 +85,16 @@ class ServiceLifeTest : public WorldTest {
     // Called before a life begins, and when it has ended.
     std::function<void(FailingOs&)> m_refuse;
     std::function<void(FailingOs&)> m_look;
+    // Called before the service's own code begins to run, and when it has ended, however it has.
+    std::function<void()> m_enter;
+    std::function<void()> m_leave;
 
   private:
+    void run(StagedOs& staged, ZORBootstrapService& lived, Life& life, const Action& action);
+
+    // False when it has thrown what there is no memory for.
+    bool carryOut(const std::function<void()>& step) const;
+
     void prepare(StagedOs& staged, ZORBootstrapService& lived, Life& life);
 
     void takeStop(StagedOs& staged, ZORBootstrapService& lived, Life& life, const std::string& name);

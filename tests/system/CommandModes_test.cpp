@@ -138,6 +138,17 @@ TEST_F(CommandModesTest, TheCommandLinesJavaHomeReplacesTheEnvironments) {
     EXPECT_TRUE(expandsTo("${java_home}", "/opt/x", {"-JAVA_HOME=/opt/x"}));
 }
 
+TEST_F(CommandModesTest, ACommandWithoutMemoryForAVariableSaysSoAndFails) {
+    service.write("configuration/zorEnvironmentVars.ini", "A=1\n");
+    const RunResult result = service.run(
+        {.arguments = {"-isrunning"},
+         .environment = {{"LD_PRELOAD", VBS_NO_VARIABLES}, {"ASAN_OPTIONS", "verify_asan_link_order=0"}}});
+    EXPECT_EQ(result.exitCode, 1) << testing::PrintToString(result);
+    EXPECT_EQ(result.err, "The command has failed: out of memory\n");
+    EXPECT_TRUE(service.logged("FATAL", "ZORBootstrapService", "The command has failed: out of memory",
+                               "zordefault"));
+}
+
 TEST_F(CommandModesTest, TheJavaHomeMayComeFromTheEnvironmentFile) {
     service.write("configuration/zorEnvironmentVars.ini",
                   "# JAVA_HOME=/commented\n\nJAVA_HOME=/first\nJAVA_HOME=/opt/f");

@@ -488,9 +488,9 @@ TEST_F(CheckFindingsTest, APipeInPlaceOfADocumentHoldsNothingUp) {
         fs::remove(folder.path(file));
         ASSERT_EQ(mkfifo(folder.path(file).c_str(), 0600), 0);
         const Lines lines = findings();
-        EXPECT_EQ(
-            std::count(lines.begin(), lines.end(), std::string(file) + " cannot be read: is no regular file"),
-            1)
+        EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                             std::string(file) + " cannot be read: is not a regular file"),
+                  1)
             << testing::PrintToString(lines);
         fs::remove(folder.path(file));
         write(file, before);

@@ -29,6 +29,8 @@ void PrintTo(const Row& row, std::ostream* out) {
     *out << row.name;
 }
 
+class PolicyOfSections : public PolicyTest {};
+
 class PolicyOfSettings : public PolicyTest, public testing::WithParamInterface<Row> {};
 
 TEST_P(PolicyOfSettings, IsWhatTheRowSays) {
@@ -36,6 +38,13 @@ TEST_P(PolicyOfSettings, IsWhatTheRowSays) {
     const Script script = row.make(world());
     settle(row.settings);
     judge(row.name, row.peer, row.settings, speak(script), row.result, row.words);
+}
+
+// A slip in the section's own name must not mean the defaults.
+TEST_F(PolicyOfSections, ASectionOfAnotherNameIsNotTakenForTheDefaults) {
+    write("sek.cnf", "[gatway]\n" POLICY_TRUST);
+    judge("MisspeltSection", "a good certificate", "[gatway]", speak(answering(world().good())), -1,
+          "../configuration/sek.cnf [gateway]: no such section");
 }
 
 // A peer that answers the greeting with these versions and suites.

@@ -110,6 +110,37 @@ TEST_F(TrustFolderTest, APipeInTheFolderOfOnesOwnChainHoldsNoHandshakeUp) {
     EXPECT_EQ(handshakeBeside(pipe, asking), "");
 }
 
+// Those that a peer is told of when it is asked for its certificate; OpenSSL reads them itself.
+TEST_F(TrustFolderTest, TheAuthoritiesThatAPeerIsToldOfAreFilesAndNothingElse) {
+    const std::string beginning = "[gateway]\n" + trusting();
+    const std::string asFolder = beginning + "RequestCAPath = ../configuration/authorities\n";
+    const std::string asStore = beginning + "RequestCAStore = " + folder().string() + "\n";
+    add(pki());
+    fs::create_directory(folder() / "below");
+    fs::create_symlink("nowhere", folder() / "dangling");
+    const fs::path pipe = addPipe("01234567.0");
+    for (const std::string& settings : {asFolder, asStore}) {
+        const std::string refusal = handshakeUnder(settings);
+        EXPECT_NE(refusal.find("01234567.0: not a regular file"), std::string::npos) << refusal;
+    }
+    const std::string refusal = handshakeUnder(beginning + "RequestCAStore = " + pipe.string() + "\n");
+    EXPECT_NE(refusal.find("not a regular file"), std::string::npos) << refusal;
+    for (const char* const other : {"01234567.0", "below", "dangling"})
+        fs::remove(folder() / other);
+    const std::string file = pki().authorityFile().string();
+    for (const std::string& settings : {asFolder, beginning + "RequestCAStore = " + file + "\n"})
+        EXPECT_EQ(handshakeUnder(settings), "") << settings;
+}
+
+// A file of authorities may bring their lists of revoked certificates along.
+TEST_F(TrustFolderTest, AFileMayHoldListsBesideAuthorities) {
+    const fs::path list = pki().revocationList({});
+    std::ofstream both(folder() / "both.pem");
+    both << std::ifstream(pki().authorityFile()).rdbuf() << std::ifstream(list).rdbuf();
+    both.close();
+    EXPECT_EQ(handshakeUnder("[gateway]\nVerifyCAFile = ../configuration/authorities/both.pem\n"), "");
+}
+
 TEST_F(TrustFolderTest, TheLastGoodSettingsCoverWhatLiesInTheFolder) {
     const fs::path own = add(pki());
     EXPECT_EQ(handshake(), "");

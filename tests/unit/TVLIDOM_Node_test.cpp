@@ -36,6 +36,20 @@ TEST_F(TVLIDOM_NodeTest, ChildrenComeInDocumentOrderWithTheirTypes) {
     EXPECT_TRUE(children.item(4).isNull());
 }
 
+TEST_F(TVLIDOM_NodeTest, NodesThatAreNoElementsHaveTheNamesOfTheirKinds) {
+    const XmlText document("<a>text<![CDATA[data]]><!-- c --><?do this?><b/></a>");
+    const TVLIDOM_NodeList children = document.root().getChildNodes();
+    ASSERT_EQ(children.getLength(), 5U);
+    EXPECT_EQ(children.item(0).getNodeName(), "#text");
+    EXPECT_EQ(children.item(1).getNodeName(), "#cdata-section");
+    EXPECT_EQ(children.item(2).getNodeName(), "#comment");
+    EXPECT_EQ(children.item(3).getNodeName(), "do");
+    EXPECT_EQ(children.item(3).getNodeValue(), "this");
+    EXPECT_EQ(children.item(4).getNodeValue(), "");
+    EXPECT_EQ(document.root().getParentNode().getNodeName(), "#document");
+    EXPECT_EQ(document.root().getParentNode().getNodeValue(), "");
+}
+
 TEST_F(TVLIDOM_NodeTest, NodesKnowTheirNeighbours) {
     const XmlText document("<a><b/><c/></a>");
     const TVLIDOM_Node b = document.root().getFirstChild();

@@ -8,7 +8,10 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
 #include <mutex>
+#include <string>
 
 #include "TVLThread.h"
 
@@ -31,6 +34,18 @@ class TVLOsTest : public testing::Test {
 
     TVLOs& os = TVLOs::current();
 };
+
+TEST_F(TVLOsTest, FoldersAreMadeWithAllThatTheyLieIn) {
+    std::string root = testing::TempDir() + "vbs_folders_XXXXXX";
+    ASSERT_NE(mkdtemp(root.data()), nullptr);
+    const std::string folder = root + "/one/two";
+    EXPECT_EQ(os.makeFolders(folder.c_str()), 0);
+    EXPECT_TRUE(std::filesystem::is_directory(folder));
+    EXPECT_EQ(os.makeFolders(folder.c_str()), 0) << "they are there";
+    EXPECT_EQ(os.makeFolders("/proc/self/status/three"), -1);
+    EXPECT_EQ(errno, ENOTDIR);
+    std::filesystem::remove_all(root);
+}
 
 TEST_F(TVLOsTest, ForksAndSignalsRealProcesses) {
     const pid_t child = os.fork();

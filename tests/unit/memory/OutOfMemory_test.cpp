@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "AllocationSeam.h"
-#include "FailingOs.h"
+#include "AmpleOs.h"
 #include "TVLConfigurationFactory.h"
 #include "TestWorld.h"
 #include "ZORSignalHandlerThread.h"
@@ -18,51 +18,6 @@
 namespace {
 
 using AllocationSeam::Exempt;
-
-template <typename Call>
-auto exempt(Call call) {
-    const Exempt here;
-    return call();
-}
-
-// The operating system itself has memory enough: stands before another one and counts nothing of its work.
-class AmpleOs : public FailingOs {
-  public:
-    using FailingOs::FailingOs;
-
-    std::function<void()> onSignalTest{};  // called before every kill with signal 0
-    std::function<void()> onFork{};
-    std::function<void()> onExecve{};
-
-    pid_t fork() override {
-        if (onFork) exempt(onFork);
-        return exempt([&] { return FailingOs::fork(); });
-    }
-    int execve(const char* path, char* const argv[], char* const envp[]) override {
-        if (onExecve) onExecve();
-        return exempt([&] { return FailingOs::execve(path, argv, envp); });
-    }
-    int kill(pid_t pid, int signal) override {
-        if (signal == 0 && onSignalTest) onSignalTest();
-        return exempt([&] { return FailingOs::kill(pid, signal); });
-    }
-    int waitForSignal(const sigset_t& signals) override {
-        return exempt([&] { return FailingOs::waitForSignal(signals); });
-    }
-    void sleepMs(std::int64_t durationMs) override {
-        exempt([&] { FailingOs::sleepMs(durationMs); });
-    }
-    bool waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
-                   std::int64_t deadlineMs) override {
-        return exempt([&] { return FailingOs::waitUntil(condition, lock, deadlineMs); });
-    }
-    void wakeAll(std::condition_variable& condition) override {
-        exempt([&] { FailingOs::wakeAll(condition); });
-    }
-    bool waitWritable(int descriptor, std::int64_t timeoutMs) override {
-        return exempt([&] { return FailingOs::waitWritable(descriptor, timeoutMs); });
-    }
-};
 
 // A service with a child, whose log takes every line; made anew for each allocation where that is needed.
 class World : public WorldTest {
