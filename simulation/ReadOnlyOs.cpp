@@ -37,17 +37,30 @@ ReadOnlyOs::Kept ReadOnlyOs::made(Kept::Kind kind, std::string_view content) {
 // False when its folder is not there; then the file is not either.
 bool ReadOnlyOs::find(int folder, const char* path, Place& place) {
     const std::string text(path);
+    const std::string parent = parentOf(text);
     struct stat status {};
-    if (VirtualOs::fstatat(folder, parentOf(text).c_str(), &status, 0) != 0) return false;
+    const Kept* const opened = parent == "." && folder != AT_FDCWD ? fileOf(folder) : nullptr;
+    if (opened != nullptr) {
+        fill(*opened, &status);
+    } else if (fstatat(folder, parent.c_str(), &status, 0) != 0) {
+        return false;
+    }
     place = {status.st_dev, status.st_ino, text.substr(text.rfind('/') + 1)};
     return true;
 }
 
 const ReadOnlyOs::Kept* ReadOnlyOs::keptAt(int folder, const char* path) {
+    const std::string_view text(path);
+    const bool hasName = !text.empty() && text != "." && text.back() != '/';
     Place place;
-    if (m_kept.empty() || *path == '\0' || !find(folder, path, place)) return nullptr;
+    if (m_kept.empty() || !hasName || !find(folder, path, place)) return nullptr;
     const auto found = m_kept.find(place);
     return found == m_kept.end() ? nullptr : &found->second;
+}
+
+// Whether the path begins in a folder that the disk does not have.
+bool ReadOnlyOs::isInMemory(int folder, const char* path) {
+    return folder != AT_FDCWD && *path != '/' && *path != '\0' && fileOf(folder) != nullptr;
 }
 
 bool ReadOnlyOs::isThere(int folder, const char* path) {
@@ -68,10 +81,9 @@ int ReadOnlyOs::openat(int folder, const char* path, int flags, mode_t mode) {
     const std::lock_guard guard(m_files);
     if (changes(flags)) return openForWriting(folder, path, flags);
     const Kept* const kept = keptAt(folder, path);
+    if (kept == nullptr && isInMemory(folder, path)) return refuse(ENOENT);
     if (kept == nullptr) return VirtualOs::openat(folder, path, flags, mode);
     if (kept->kind == Kept::Kind::Removed) return refuse(ENOENT);
-    // An empty folder is not to be had; the one that it would lie in stands for it.
-    if (kept->kind == Kept::Kind::Folder) return VirtualOs::openat(folder, ".", flags, mode);
     Place place;
     find(folder, path, place);
     return openKept(*kept, place);
@@ -165,6 +177,7 @@ int ReadOnlyOs::fstat(int descriptor, struct stat* status) {
 int ReadOnlyOs::fstatat(int folder, const char* path, struct stat* status, int flags) {
     const std::lock_guard guard(m_files);
     const Kept* const kept = keptAt(folder, path);
+    if (kept == nullptr && isInMemory(folder, path)) return refuse(ENOENT);
     if (kept == nullptr) return VirtualOs::fstatat(folder, path, status, flags);
     if (kept->kind == Kept::Kind::Removed) return refuse(ENOENT);
     *status = {};
@@ -218,8 +231,10 @@ int ReadOnlyOs::makeFolder(int folder, const char* path) {
     return 0;
 }
 
-// Of several missing ones only the first and the last are ever looked at.
 int ReadOnlyOs::makeFolders(const char* path) {
     const std::lock_guard guard(m_files);
-    return isThere(AT_FDCWD, path) ? 0 : makeFolder(AT_FDCWD, path);
+    if (isThere(AT_FDCWD, path)) return 0;
+    const std::string parent = parentOf(path);
+    if (parent != path && makeFolders(parent.c_str()) != 0) return -1;
+    return makeFolder(AT_FDCWD, path);
 }

@@ -44,7 +44,7 @@ class ReadOnlyOs : public VirtualOs {
     int makeFolders(const char* path) override;
 
   private:
-    // A name in a folder, whatever way leads there.
+    // A name in a folder, whatever way leads there. Folders in memory have numbers of their own on device 0.
     struct Place {
         dev_t device = 0;
         ino_t folder = 0;
@@ -63,6 +63,7 @@ class ReadOnlyOs : public VirtualOs {
     Kept made(Kept::Kind kind, std::string_view content = {});
     bool find(int folder, const char* path, Place& place);
     const Kept* keptAt(int folder, const char* path);
+    bool isInMemory(int folder, const char* path);
     bool isThere(int folder, const char* path);
     int openForWriting(int folder, const char* path, int flags);
     int openKept(const Kept& kept, const Place& place);

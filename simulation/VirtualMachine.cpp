@@ -137,7 +137,9 @@ pid_t VirtualMachine::fork() {
     const pid_t pid = ReadOnlyOs::fork();
     const bool isFirst = m_lookedAt == kNobody;
     const std::size_t child = isFirst ? m_nextChild++ : m_lookedAt;
-    if (isFirst || !childNow(child).alive) {
+    if (child >= m_children.size()) {
+        endProcess(pid);  // nobody's
+    } else if (isFirst || !childNow(child).alive) {
         begin(child, pid);
     } else {
         // A program that tells the child to stop; it is done at once.

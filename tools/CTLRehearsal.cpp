@@ -268,8 +268,8 @@ CTLRehearsed CTLRehearsal::outcome(std::int64_t endedMs) {
     if (byItself) endNow();
     m_outcome.startMs = m_scenario.startMs();
     m_outcome.endMs = m_outcome.startMs + (byItself ? endedMs : m_overMs);
-    if (byItself && m_scenario.stopMs() && m_outcome.started)
-        m_outcome.stopMs = m_outcome.endMs - *m_scenario.stopMs();
+    const bool wasTold = m_scenario.stopMs() && *m_scenario.stopMs() <= m_outcome.endMs;
+    if (byItself && wasTold && m_outcome.started) m_outcome.stopMs = m_outcome.endMs - *m_scenario.stopMs();
     for (const Tally& tally : m_tallies)
         m_outcome.children.push_back(tally.child);
     return m_outcome;
