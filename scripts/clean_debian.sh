@@ -217,6 +217,7 @@ prove_documents() {
     if inside sh -c 'command -v velbootstrapservice'; then
         stop_here "the service is in the search path, where it does nothing"
     fi
+    claim "the commands that the guides print work; pages and guides are there, the service is not in the search path"
     # shellcheck disable=SC2016
     show bash -c '. /usr/share/bash-completion/bash_completion; _completion_loader velbootstrapservice || (($? == 124))
         complete -p velbootstrapservice'

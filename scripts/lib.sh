@@ -62,7 +62,7 @@ install_missing() {
 
 # What the compiler of a preset and the libraries need.
 build_packages() {
-    echo g++ cmake ninja-build libxerces-c-dev libicu-dev libssl-dev libexpat1-dev libcli11-dev nlohmann-json3-dev
+    echo g++ cmake ninja-build libxerces-c-dev libicu-dev libssl-dev libexpat1-dev libcli11-dev nlohmann-json3-dev zlib1g-dev
     case $1 in
         clang) echo clang ;;
         fuzz) echo clang libclang-rt-dev ;;

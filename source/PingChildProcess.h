@@ -70,6 +70,11 @@ class PingChildProcess : public TVLThread {
     }
     int hasFatalError() const { return m_fatalError.load(); }
 
+    // Another limit from the file that is for it, if there is one that is new.
+    void readLimitOverride();
+    int getFailedPingLimit() const { return m_failedPingLimit; }
+    int getPollIntervalSec() const { return m_pollIntervalSec; }
+
   private:
     friend class TestAccess;
 
@@ -84,7 +89,6 @@ class PingChildProcess : public TVLThread {
     void prepareShutdown(const I18NString& checkInterval);
     void supervise();
     bool waitForNextCycle();  // false when a stop was requested
-    void readLimitOverride();
     void runCycle();
     void examine(ZORChildProcess& child, Cycle& cycle);
     void examineWithoutPing(ZORChildProcess& child);

@@ -12,6 +12,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <utility>
 
 #include "SEK_Crypto_Interface.h"
 #include "SEK_EntryPoints.h"
@@ -35,6 +36,11 @@ class TVLCrypto {
         return m_handle != nullptr ? 1 : 0;
     }
     int close();  // what dlclose returns; 0 when nothing was open
+    // Puts a function of the same type in the place of an entry point, in front of it for example, and gives back what
+    // was there. `entry` counts from 0 in the order of the list.
+    void* replaceEntry(std::size_t entry, void* function) {
+        return std::exchange(m_entries[entry], function);
+    }
 
     // The forwarding members, each with the name and the parameters of its entry point.
 #define TVL_MEMBER(name, parameters, arguments, details) long name parameters;

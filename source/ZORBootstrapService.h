@@ -85,6 +85,8 @@ class ZORBootstrapService : public ZORNTService {
     static void setEnvironment() { ZOREnvironment::applyFile(); }
     static char** getEnv() { return m_envp; }
     int findHome();  // 1 when both install paths are known
+    // The options that stand for properties: -java_home=, -config= and $$name=.
+    void applyOverrides(const ZORCmdLine& cmdLine);
 
     static int resolveSignal(I18NString& name);  // -1 for an unknown name
 
@@ -93,6 +95,8 @@ class ZORBootstrapService : public ZORNTService {
 
     // Without the lock: the list is complete before other threads exist, and the supervisor ends before the children.
     std::list<ZORChildProcess*>& getChildren() TVL_UNCHECKED { return m_children; }
+
+    PingChildProcess& getSupervisor() { return m_supervisor; }
 
     // The environment that the process was started with; what children receive.
     static char**& m_envp;
@@ -110,7 +114,6 @@ class ZORBootstrapService : public ZORNTService {
     void stopWithoutSupervisor();
     void waitForStop();
     bool readStartupConfiguration();
-    void applyOverrides(const ZORCmdLine& cmdLine);
     bool carryOut(ZORMode mode, ZORCmdLine& cmdLine);  // false when there is nothing to do
     void setExitCodeFrom(int succeeded) { setExitCode(succeeded != 0 ? 0 : 1); }
 

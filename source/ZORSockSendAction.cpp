@@ -15,14 +15,6 @@ ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("ZORSockSen
 
 constexpr int kDefaultTimeoutSec = 60;
 
-// Makes a zero-terminated answer fit for a log line and a search in plain ASCII. Deliberate: bytes from 128
-// on are negative as signed characters and become blanks too; see ZORSockSendActionTest.AnswersAreTidied.
-void tidyString(char* text, int length) {
-    for (int i = 0; i < length && text[i] != '\0'; ++i) {
-        if (static_cast<signed char>(text[i]) < 32) text[i] = ' ';
-    }
-}
-
 std::string requiredAttribute(const TVLIDOM_Element& element, const char* name, const char* message,
                               const char* exceptionText) {
     std::string value = element.getAttribute(name).str();
@@ -144,7 +136,7 @@ int ZORSockSendAction::readResponse() {
         // Deliberate: spelt so; see ZORSockSendActionTest.AnAnswerThatCannotBeReadGivesMinusOne.
         logger->log(ZOR_DEBUG, "error occured while reading response.");
     } else {
-        tidyString(answer.get(), m_responseSize);
+        tidy(answer.get(), m_responseSize);
         logger->log(ZOR_DEBUG, "got response \"%s\"", answer.get());
     }
     return classify(answer.get(), received);

@@ -31,9 +31,18 @@ class ZORSockSendAction : public ZORAction {
 
     // As they were prepared; the command is not to be used while the action is executed.
     ZORSocketCommand& getCommand() TVL_UNCHECKED { return *m_command; }
+    int getResponseSize() const { return m_responseSize; }
     const std::string& getResponseOK() const { return m_responseOK; }
     const std::string& getResponseFatal() const { return m_responseFatal; }
     const std::string& getResponseRetry() const { return m_responseRetry; }
+
+    // Makes a zero-terminated answer fit for a log line and a search in plain ASCII. Deliberate: bytes from 128
+    // on are negative as signed characters and become blanks too; see ZORSockSendActionTest.AnswersAreTidied.
+    static void tidy(char* text, int length) {
+        for (int i = 0; i < length && text[i] != '\0'; ++i) {
+            if (static_cast<signed char>(text[i]) < 32) text[i] = ' ';
+        }
+    }
 
   private:
     void prepareMarkers(const TVLIDOM_Element& element);

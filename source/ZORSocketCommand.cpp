@@ -22,7 +22,6 @@ namespace {
 
 ZORLogger* const logger = ZORLoggerFactory::getInstance()->getLogger("ZORSocketCommand");
 
-constexpr int kPauseBeforeConnectMs = 2000;
 constexpr int kRetryBudget = 5;
 
 // Not constant: the library's interface takes plain character pointers.

@@ -15,6 +15,8 @@ class TVLCrypto;
 
 class ZORSocketCommand {
   public:
+    static constexpr int kPauseBeforeConnectMs = 2000;
+
     ZORSocketCommand(const char* uri, const char* command, int timeoutSec);
     ZORSocketCommand(const ZORSocketCommand&) = delete;
     ZORSocketCommand& operator=(const ZORSocketCommand&) = delete;
@@ -32,6 +34,10 @@ class ZORSocketCommand {
 
     const std::string& getCommand() const { return m_command; }
     const std::string& getURI() const { return m_uri; }
+    int getTimeoutSec() const { return m_timeoutSec; }
+
+    // Whether the startup configuration has decided on the address family: it is asked when the URI does not tell.
+    bool hasAskedConfiguration() const { return m_isConfiguredForIPv6.has_value(); }
 
   private:
     bool isConfiguredForIPv6();

@@ -2,47 +2,23 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <system_error>
 
+#include "CTLDoorway.h"
 #include "CTLError.h"
 #include "CTLInstance.h"
 #include "TVLIDOM_Document.h"
-#include "TVLRealOs.h"
 #include "ZORBadConfigException.h"
+#include "ZORCmdLine.h"
 #include "ZORCryptoHelper.h"
 #include "ZOREnvironment.h"
 #include "ZORLogger.h"
 #include "ZORPropertyInserter.h"
 
-namespace {
-
-// The system, in which nothing can be made: the service would make the folder for temporary files if it is missing.
-class UnchangedOs : public TVLRealOs {
-  public:
-    UnchangedOs() : m_before(install(this)) {}
-    ~UnchangedOs() override { install(m_before); }
-
-    int mkdirat(int /*folder*/, const char* /*path*/, mode_t /*mode*/) override { return refuse(); }
-    int makeFolders(const char* /*path*/) override { return refuse(); }
-    int unlinkat(int /*folder*/, const char* /*path*/, int /*flags*/) override { return refuse(); }
-    pid_t fork() override { return refuse(); }
-
-  private:
-    static int refuse() {
-        errno = EROFS;
-        return -1;
-    }
-
-    TVLOs* m_before;
-};
-
-}  // namespace
-
-CTLPreparation::CTLPreparation(const CTLInstance& instance) {
+CTLPreparation::CTLPreparation(const CTLInstance& instance, const std::vector<std::string>& arguments) {
     std::error_code error;
     std::filesystem::current_path(instance.bin(), error);
     if (error) throw CTLError(CTLError::kFailed, instance.bin().string() + ": " + error.message());
@@ -53,7 +29,7 @@ CTLPreparation::CTLPreparation(const CTLInstance& instance) {
     ZORLoggerFactory::getInstance()->setLevel(ZOR_DEBUG);
     ZORLoggerFactory::getInstance()->addFile(m_log, 0);
     m_service = std::make_unique<ZORBootstrapService>();
-    m_usable = prepare();
+    m_usable = prepare(arguments);
 }
 
 CTLPreparation::~CTLPreparation() {
@@ -64,13 +40,17 @@ CTLPreparation::~CTLPreparation() {
     std::free(m_text);
 }
 
-bool CTLPreparation::prepare() {
-    const UnchangedOs unchanged;
+bool CTLPreparation::prepare(std::vector<std::string> arguments) {
+    const CTLDoorway lookingOnly;
     ZORBootstrapService::setEnvironment();
     m_service->findHome();
     ZOREnvironment::keep(environ);
     if (!readStartupConfiguration()) return false;
-    ZORBootstrapService::getPlatform();
+    std::vector<char*> pointers;
+    pointers.reserve(arguments.size());
+    for (std::string& argument : arguments)
+        pointers.push_back(argument.data());
+    m_service->applyOverrides(ZORCmdLine(static_cast<int>(pointers.size()), pointers.data()));
     return m_service->OnInit() != 0;
 }
 
@@ -89,4 +69,8 @@ std::vector<CTLLogLine> CTLPreparation::lines() const {
     std::fflush(m_log);
     std::istringstream log(std::string(m_text, m_size));
     return CTLLogLine::read(log);
+}
+
+void CTLPreparation::keepNoMore() {
+    ZORLoggerFactory::getInstance()->reset();
 }

@@ -22,7 +22,8 @@ class CTLInstance;
 
 class CTLPreparation {
   public:
-    explicit CTLPreparation(const CTLInstance& instance);
+    // `arguments` are those that the service is given, its own name first: options among them stand for properties.
+    explicit CTLPreparation(const CTLInstance& instance, const std::vector<std::string>& arguments = {});
     CTLPreparation(const CTLPreparation&) = delete;
     CTLPreparation& operator=(const CTLPreparation&) = delete;
     ~CTLPreparation();
@@ -32,9 +33,11 @@ class CTLPreparation {
     ZORBootstrapService& service() { return *m_service; }
     // What the service would have logged until now, at all levels.
     std::vector<CTLLogLine> lines() const;
+    // From now on nothing more is kept of what the service's classes log.
+    void keepNoMore();
 
   private:
-    bool prepare();
+    bool prepare(std::vector<std::string> arguments);
     bool readStartupConfiguration();
 
     char* m_text = nullptr;  // the log, as the stream leaves it

@@ -6,7 +6,16 @@
 
 #include "CTLCheckCommand.h"
 #include "CTLError.h"
+#include "CTLExplainCommand.h"
+#include "CTLHistoryCommand.h"
+#include "CTLLogCommand.h"
+#include "CTLPingCommand.h"
+#include "CTLRestartChildCommand.h"
+#include "CTLRestartCommand.h"
 #include "CTLSimulateCommand.h"
+#include "CTLStartCommand.h"
+#include "CTLStatusCommand.h"
+#include "CTLStopCommand.h"
 #include "CTLTerminal.h"
 
 namespace {
@@ -14,13 +23,21 @@ namespace {
 constexpr const char* kWhat =
     "Checks, asks and controls instances of the bootstrap service.\n"
     "An instance is the first of: --instance FOLDER, $VELBOOTSTRAP_INSTANCE, the working folder or the one "
-    "above it, "
-    "the package's.";
+    "above it, the package's.";
 
 std::vector<std::unique_ptr<CTLCommand>> allCommands() {
     std::vector<std::unique_ptr<CTLCommand>> commands;
     commands.push_back(std::make_unique<CTLCheckCommand>());
+    commands.push_back(std::make_unique<CTLExplainCommand>());
+    commands.push_back(std::make_unique<CTLHistoryCommand>());
+    commands.push_back(std::make_unique<CTLLogCommand>());
+    commands.push_back(std::make_unique<CTLPingCommand>());
+    commands.push_back(std::make_unique<CTLRestartChildCommand>());
+    commands.push_back(std::make_unique<CTLRestartCommand>());
     commands.push_back(std::make_unique<CTLSimulateCommand>());
+    commands.push_back(std::make_unique<CTLStartCommand>());
+    commands.push_back(std::make_unique<CTLStatusCommand>());
+    commands.push_back(std::make_unique<CTLStopCommand>());
     return commands;
 }
 

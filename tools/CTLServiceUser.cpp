@@ -44,6 +44,11 @@ uid_t CTLServiceUser::of(const CTLInstance& instance) {
     return stat(instance.logs().c_str(), &status) == 0 ? status.st_uid : geteuid();
 }
 
+void CTLServiceUser::becomeAsRoot(const CTLInstance& instance) {
+    const uid_t user = of(instance);
+    if (geteuid() == 0 && user != 0) turnInto(user, groupOf(instance));
+}
+
 void CTLServiceUser::become(const CTLInstance& instance) {
     const uid_t user = of(instance);
     if (user == geteuid()) return;

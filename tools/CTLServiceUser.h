@@ -16,6 +16,9 @@ namespace CTLServiceUser {
 // The owner of the folder that the service writes to; of the package's instance the package's user.
 uid_t of(const CTLInstance& instance);
 
+// Only as root: for a command that others may give as well, as far as their rights go.
+void becomeAsRoot(const CTLInstance& instance);
+
 // Does nothing when this process is that user's. For an instance of one's own any other user may look as well.
 void become(const CTLInstance& instance);
 

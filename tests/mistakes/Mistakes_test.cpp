@@ -14,7 +14,7 @@
 
 namespace {
 
-const std::vector<std::string> kColumns{"mistake", "exit code", "shown"};
+const std::vector<std::string> kColumns{"mistake", "exit code", "shown", "`velbootstrapctl check`"};
 
 const char* nameOf(Place place) {
     switch (place) {
@@ -39,7 +39,8 @@ std::vector<std::string> rowOf(const Mistake& mistake) {
     for (const Shown& one : mistake.shown)
         shown += (shown.empty() ? "" : "; ") + std::string(nameOf(one.place)) + ": `" + one.line + "`" +
                  (one.without.empty() ? "" : ", and no `" + one.without + "`");
-    return {mistake.told, std::to_string(mistake.exitCode), shown};
+    const std::string checked = mistake.checked.empty() ? "nothing" : "`" + mistake.checked + "`";
+    return {mistake.told, std::to_string(mistake.exitCode), shown, checked};
 }
 
 // Whether the text has the line, in which "…" stands for anything but the line's end.
@@ -104,6 +105,18 @@ class MistakesTest : public UnitScriptTest, public testing::WithParamInterface<M
         return {};
     }
 
+    // "velbootstrapctl check", in surroundings like those of the service.
+    std::string check(const Mistake& mistake) const {
+        std::vector<std::string> command{"env", "-u", "JAVA_HOME", "LD_LIBRARY_PATH=" VBS_BIN};
+        if (mistake.withoutVariables.empty()) command.emplace_back("JAVA_HOME=/opt/java");
+        for (const std::string& word : {std::string(VBS_BIN "/velbootstrapctl"), std::string("--instance"),
+                                        service.path(), std::string("check")})
+            command.push_back(word);
+        ExternalProgram program(command);
+        program.waitForEnd();
+        return program.words();
+    }
+
     RunResult give(const Mistake& mistake) {
         return service.run({.arguments = mistake.arguments,
                             .withoutVariables = mistake.withoutVariables,
@@ -116,6 +129,10 @@ TEST_P(MistakesTest, IsShown) {
     const Mistake& mistake = GetParam();
     Installation installation(service);
     mistake.make(installation);
+    const std::string found = installation.plain(check(mistake));
+    EXPECT_TRUE(mistake.checked.empty() ? found == "nothing found\n" : holds(found, mistake.checked))
+        << "check: " << mistake.checked << "\nbut:\n"
+        << found;
     const RunResult command = give(mistake);
     EXPECT_EQ(command.exitCode, mistake.exitCode) << testing::PrintToString(command);
     for (const Shown& one : mistake.shown) {
@@ -161,9 +178,10 @@ TEST(MistakesPageTest, ThePageTellsWhatIsSeen) {
 TEST(MistakesPageTest, OneOfTheLinesNamesFileElementOrChild) {
     for (const Mistake& mistake : mistakes()) {
         bool isNamed = mistake.shown.empty();
-        for (const Shown& one : mistake.shown) {
-            for (const std::string& word : mistake.named)
+        for (const std::string& word : mistake.named) {
+            for (const Shown& one : mistake.shown)
                 isNamed = isNamed || one.line.find(word) != std::string::npos;
+            isNamed = isNamed || mistake.checked.find(word) != std::string::npos;
         }
         EXPECT_TRUE(isNamed) << mistake.name;
     }

@@ -56,13 +56,16 @@ check_files() {
     # The other sample needs a dispatcher that comes with the sources only.
     expect_not "a sample that cannot run" test -e "$tree/usr/share/velbootstrapservice/samples"
     expect_all_of usr/share/velbootstrapservice/schemas schemas
+    expect_all_of usr/share/velbootstrapservice/kubernetes packaging/kubernetes
+    expect_all_of usr/share/velbootstrapservice/prometheus packaging/prometheus
     expect_same "$units/velbootstrapservice.service" packaging/systemd/velbootstrapservice.service
     expect_same "$units/velbootstrapservice-foreground.service" \
         packaging/systemd/velbootstrapservice-foreground.service
-    for unit in velbootstrapservice-certificates.service velbootstrapservice-certificates.timer; do
+    for unit in velbootstrapservice-certificates.{service,timer} velbootstrapservice-metrics.{service,timer}; do
         expect_same "$units/$unit" "packaging/systemd/$unit"
     done
     expect_same "$units/velbootstrapservice-certificates.service.d/sandbox.conf" packaging/systemd/sandbox.conf
+    expect_same "$units/velbootstrapservice-metrics.service.d/sandbox.conf" packaging/systemd/sandbox.conf
     expect_same "$units/velbootstrapservice.service.d/sandbox.conf" packaging/systemd/sandbox.conf
     expect_same "$units/velbootstrapservice-foreground.service.d/sandbox.conf" packaging/systemd/sandbox.conf
     expect_same usr/lib/velbootstrapservice/velbootstrap-unit packaging/systemd/velbootstrap-unit

@@ -157,9 +157,9 @@ void Installation::mode(const std::string& file, unsigned bits) const {
 void Installation::logsBelongToUser() const {
     constexpr uid_t user = 12345;
     constexpr gid_t group = 12346;
-    for (const char* const folder : {"logs", "temp"}) {
-        if (chown(m_service.path(folder).c_str(), user, group) != 0)
-            throw std::runtime_error("only root can give a folder to a user");
+    for (const char* const file : {"logs", "temp", "configuration/dispatcher.key"}) {
+        if (chown(m_service.path(file).c_str(), user, group) != 0)
+            throw std::runtime_error("only root can give a file to a user");
     }
 }
 

@@ -35,7 +35,7 @@ class Installation {
     void write(const std::string& file, const std::string& content) const { m_service.write(file, content); }
     void remove(const std::string& file) const { m_service.remove(file); }
     void mode(const std::string& file, unsigned bits) const;
-    // As in the package's instance, where root's are only the settings and programs.
+    // As in the package's instance, where root's are only settings and programs; the user's are the key, too.
     void logsBelongToUser() const;
     // The dispatcher shows another certificate.
     void dispatcherShows(const TestPki::Request& request);

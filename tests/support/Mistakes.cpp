@@ -35,6 +35,7 @@ std::vector<Mistake> ofTheDocuments() {
            "Error parsing bootstrap.xml file = \"/bin/bootstrap_linuxi38632.xml\", error string = \"line 10, "
            "column 9: expected end of tag 'spawn'\""},
           {Place::Check, "/configuration/bootstrap_linuxi38632.xml:10: parser error : …spwan"}},
+         "/bin/bootstrap_linuxi38632.xml:10:9: error: expected end of tag 'spawn'",
          {"bootstrap_linuxi38632.xml"}},
         {"TheStartupDocumentIsNoXml",
          "startup document: no XML, `<ZOR`",
@@ -45,6 +46,7 @@ std::vector<Mistake> ofTheDocuments() {
            "cannot read startup configuration \"/configuration/startup.xml\": line 5, column 5: unterminated "
            "start tag 'ZOR'"},
           {Place::Check, "/configuration/startup.xml:5: parser error : …"}},
+         "/configuration/startup.xml:5:5: error: unterminated start tag 'ZOR'",
          {"startup.xml"}},
         {"TheLoggingDocumentIsNoXml",
          "logging document: no XML, `<run`",
@@ -55,6 +57,7 @@ std::vector<Mistake> ofTheDocuments() {
            "Error parsing logging config file = /bin/zorlogconfig.xml, error string = line 4, column 5: "
            "unterminated start tag 'run'"},
           {Place::Check, "/configuration/zorlogconfig.xml:4: parser error : …"}},
+         "/bin/zorlogconfig.xml:4:5: error: unterminated start tag 'run'",
          {"zorlogconfig.xml"}},
         {"TheBootstrapDocumentIsMissing",
          "bootstrap document: not there",
@@ -62,6 +65,7 @@ std::vector<Mistake> ofTheDocuments() {
          kStart,
          1,
          {{Place::Log, "cannot open bootstrap config file \"/bin/bootstrap_linuxi38632.xml\"."}},
+         "/bin/bootstrap_linuxi38632.xml: error: cannot be read: No such file or directory",
          {"bootstrap_linuxi38632.xml"}},
         {"TheStartupDocumentIsMissing",
          "startup document: not there",
@@ -70,6 +74,7 @@ std::vector<Mistake> ofTheDocuments() {
          0,
          {{Place::Log, "failed to find ZOR element in bootstrap config (via CFGAPI)"},
           {Place::Log, "A value for JAVA_HOME must be provided…"}},
+         "/configuration/startup.xml: error: cannot be read: No such file or directory",
          {"ZOR element", "startup.xml"}},
         {"TheLoggingDocumentIsMissing",
          "logging document: not there",
@@ -77,6 +82,7 @@ std::vector<Mistake> ofTheDocuments() {
          kStart,
          0,
          {{Place::DefaultLog, "cannot open logging config file \"/bin/zorlogconfig.xml\"."}},
+         "/bin/zorlogconfig.xml: error: cannot be read: No such file or directory",
          {"zorlogconfig.xml"}},
         {"AStopHasNoType",
          "`tpye=` for `type=` of a `stop`",
@@ -87,6 +93,8 @@ std::vector<Mistake> ofTheDocuments() {
            "/configuration/bootstrap_linuxi38632.xml:12: element stop: … The attribute 'tpye' is not "
            "allowed."},
           {Place::Log, "exception while processing configuration: \"unexpected type for stop command\""}},
+         "/bin/bootstrap_linuxi38632.xml:12:11: error: unknown attribute \"tpye\" of <stop>: did you mean "
+         "\"type\"? [child dispatcher]",
          {"stop"}},
         {"AStopIsOfAnUnknownType",
          "`type=\"socketsend\"` of a `stop`",
@@ -97,6 +105,8 @@ std::vector<Mistake> ofTheDocuments() {
            "/configuration/bootstrap_linuxi38632.xml:12: element stop: … The value 'socketsend' is not an "
            "element of the set {'spawn', 'socketSend', 'signal'}."},
           {Place::Log, "unexpected type for stop command \"socketsend\""}},
+         "/bin/bootstrap_linuxi38632.xml:12:11: error: attribute \"type\" of <stop>: value 'socketsend' not "
+         "in enumeration: did you mean \"socketSend\"? [child dispatcher]",
          {"stop"}},
         {"APingHasNoUri",
          "`URL=` for `URI=` of a ping",
@@ -108,6 +118,8 @@ std::vector<Mistake> ofTheDocuments() {
            "/configuration/bootstrap_linuxi38632.xml:17: element socketSend: … The attribute 'URL' is not "
            "allowed."},
           {Place::Log, "exception while processing configuration: \"ping action must have URI\""}},
+         "/bin/bootstrap_linuxi38632.xml:16:19: error: unknown attribute \"URL\" of <socketSend>: did you "
+         "mean \"URI\"? [child dispatcher]",
          {"socketSend"}},
         {"APathIsSpelledWithACapital",
          "`<Path>` for `<path>`",
@@ -122,6 +134,8 @@ std::vector<Mistake> ofTheDocuments() {
           {Place::Log,
            "exception while processing configuration: \"ZORSpawnAction required attribute \"path\" is "
            "missing\""}},
+         "/bin/bootstrap_linuxi38632.xml:7:9: error: unknown element <Path>: did you mean \"path\"? [child "
+         "dispatcher]",
          {"Path"}},
         {"APingIsMisspelt",
          "`<pings>` for `<ping>`",
@@ -134,6 +148,8 @@ std::vector<Mistake> ofTheDocuments() {
          {{Place::Check,
            "/configuration/bootstrap_linuxi38632.xml:15: element pings: … This element is not expected."},
           {Place::Log, "no ping element in config."}},
+         "/bin/bootstrap_linuxi38632.xml:15:5: error: unknown element <pings>: did you mean \"ping\"? [child "
+         "dispatcher]",
          {"pings"}},
         {"AProcessIsMisspelt",
          "`<proces>` for each `<process>`",
@@ -148,6 +164,7 @@ std::vector<Mistake> ofTheDocuments() {
          {{Place::Check,
            "/configuration/bootstrap_linuxi38632.xml:4: element proces: … This element is not expected. …"},
           {Place::Log, "no process elements."}},
+         "/bin/bootstrap_linuxi38632.xml:4:3: error: unknown element <proces>: did you mean \"process\"?",
          {"element proces"}},
         {"APollIntervalIsSpelledWithACapital",
          "`pollIntervalSec=` for `pollIntervalsec=`",
@@ -157,6 +174,8 @@ std::vector<Mistake> ofTheDocuments() {
          {{Place::Check,
            "/configuration/bootstrap_linuxi38632.xml:3: element processManager: … The attribute "
            "'pollIntervalSec' is not allowed."}},
+         "/bin/bootstrap_linuxi38632.xml:3:19: error: unknown attribute \"pollIntervalSec\" of "
+         "<processManager>: did you mean \"pollIntervalsec\"?",
          {"processManager"}},
         {"APollIntervalIsNought",
          "`pollIntervalsec=\"0\"`",
@@ -167,6 +186,7 @@ std::vector<Mistake> ofTheDocuments() {
            "/configuration/bootstrap_linuxi38632.xml:3: element processManager: … The value '0' is less than "
            "the minimum value allowed ('1')."},
           {Place::Log, "poll interval must not be 0."}},
+         "/bin/bootstrap_linuxi38632.xml:3:19: error: pollIntervalsec: poll interval must not be 0.",
          {"processManager"}},
         {"APollIntervalHasAUnit",
          "`pollIntervalsec=\"10s\"`",
@@ -176,6 +196,7 @@ std::vector<Mistake> ofTheDocuments() {
          {{Place::Check,
            "/configuration/bootstrap_linuxi38632.xml:3: element processManager: … '10s' is not a valid value "
            "of the atomic type 'pollSeconds'."}},
+         "/bin/bootstrap_linuxi38632.xml:3:19: error: pollIntervalsec=\"10s\" is 10 to the service",
          {"processManager"}},
         {"ASignalIsNamed",
          "`signal=\"SIGTERM\"`, in place of 15",
@@ -185,6 +206,8 @@ std::vector<Mistake> ofTheDocuments() {
          {{Place::Check,
            "/configuration/bootstrap_linuxi38632.xml:28: element signal: … 'SIGTERM' is not a valid value of "
            "the union type 'signalNumber'."}},
+         "/bin/bootstrap_linuxi38632.xml:28:15: error: signal \"SIGTERM\" is 0 to the service, which stops "
+         "nobody: it wants the number [child helper]",
          {"element signal"}},
         {"APropertyIsMisspelt",
          "`URI=\"${dispacherURI}\"` of a ping",
@@ -192,6 +215,8 @@ std::vector<Mistake> ofTheDocuments() {
          kStartInVain,
          1,
          {{Place::Log, "failed to connect, SEK error: bad address \"${dispacherURI}\": no scheme"}},
+         "/bin/bootstrap_linuxi38632.xml:16:19: error: nobody defines ${dispacherURI}: did you mean "
+         "\"dispatcherURI\"? [child dispatcher]",
          {"dispacherURI"}},
         {"AnArgumentHasAnUnknownProperty",
          "`--listen=${dispacherURI}`, an argument of a child",
@@ -200,6 +225,8 @@ std::vector<Mistake> ofTheDocuments() {
          1,
          {{Place::Log, "ping loop: process \"dispatcher\" is not active, so restarting it."},
           {Place::Question, "adding arg \"--listen=${dispacherURI}\""}},
+         "/bin/bootstrap_linuxi38632.xml:8:9: warning: nobody defines ${dispacherURI}: did you mean "
+         "\"dispatcherURI\"? [child dispatcher]",
          {"dispacherURI"}},
         {"AMarkerIsWrong",
          "`responseOK=\"Ready\"`, where the child says READY",
@@ -208,6 +235,7 @@ std::vector<Mistake> ofTheDocuments() {
          1,
          {{Place::Log, "did not detect success string in response."},
           {Place::Question, "responseOK is \"Ready\""}},
+         "",
          {"responseOK"},
          false},
         {"AMarkerIsLongerThanWhatIsSaid",
@@ -216,6 +244,7 @@ std::vector<Mistake> ofTheDocuments() {
          kStart,
          0,
          {{Place::Question, "responseOK is \"RUNNING\""}},
+         "",
          {"responseOK"},
          false},
         {"AMarkerIsLongerThanTheAnswer",
@@ -225,6 +254,8 @@ std::vector<Mistake> ofTheDocuments() {
          0,
          {{Place::Log, "configured OK response is longer that the response length."},
           {Place::Question, "responseOK is \"\""}},
+         "/bin/bootstrap_linuxi38632.xml:17:19: error: responseOK: configured OK response is longer that the "
+         "response length. [child dispatcher]",
          {"responseOK"}},
         {"ADependencyIsNotInstalled",
          "`dependency=\"dispacher\"`, which `startup.xml` does not list",
@@ -232,6 +263,9 @@ std::vector<Mistake> ofTheDocuments() {
          kStart,
          0,
          {{Place::Question, "preparing process named dispatcher", "processing ping command of type"}},
+         "/bin/bootstrap_linuxi38632.xml:17:85: error: the service never pings this child: the startup "
+         "configuration has no component \"dispacher\" with a version: did you mean \"dispatcher\"? [child "
+         "dispatcher]",
          {"dispatcher", "dispacher"}},
         {"TheDaemonIsNotToldToBeOne",
          "no `runAsDaemon` in `daemonSpawn`",
@@ -240,6 +274,8 @@ std::vector<Mistake> ofTheDocuments() {
          1,
          {{Place::Terminal, "velbootstrapservice - manage the Velmora Bootstrap Service daemon."},
           {Place::Question, "adding arg \"-java_home=/opt/java\"", "adding arg \"runAsDaemon\""}},
+         "/bin/bootstrap_linuxi38632.xml:31:3: error: without <param>runAsDaemon</param> \"-start\" starts "
+         "no daemon: the program prints its usage and ends",
          {"velbootstrapservice", "runAsDaemon"}},
         {"ThereIsNoDaemonSpawn",
          "`<daemonspawn>` for `<daemonSpawn>`",
@@ -253,6 +289,8 @@ std::vector<Mistake> ofTheDocuments() {
            "/configuration/bootstrap_linuxi38632.xml:31: element daemonspawn: … This element is not "
            "expected. …"},
           {Place::Log, "required element \"daemonSpawn\" is missing."}},
+         "/bin/bootstrap_linuxi38632.xml:31:3: error: unknown element <daemonspawn>: did you mean "
+         "\"daemonSpawn\"?",
          {"daemonSpawn"}},
         {"AParameterIsOfAnotherType",
          "`xsi:type=\"xsd:unsignedInt\"` of `dispatcherPingTimeout`",
@@ -262,6 +300,8 @@ std::vector<Mistake> ofTheDocuments() {
          {{Place::Log,
            "Failed to find value of type \"xsd:unsignedShort\" for parameter named "
            "\"dispatcherPingTimeout\"."}},
+         "/configuration/startup.xml:7:18: warning: Failed to find value of type \"xsd:unsignedShort\" for "
+         "parameter named \"dispatcherPingTimeout\".",
          {"dispatcherPingTimeout"}},
         {"AParameterIsMisspelt",
          "`dispatcherPingTimeOut` for `dispatcherPingTimeout`",
@@ -272,6 +312,8 @@ std::vector<Mistake> ofTheDocuments() {
            "/configuration/startup.xml:6: element parameter: … The value 'dispatcherPingTimeOut' is not an "
            "element of the set …"},
           {Place::Log, "Failed to find parameter \"dispatcherPingTimeout\" in startup config ZOR element."}},
+         "/configuration/startup.xml:6:20: error: attribute \"name\" of <vrx:parameter>: value "
+         "'dispatcherPingTimeOut' not in enumeration: did you mean \"dispatcherPingTimeout\"?",
          {"dispatcherPingTime"}},
         {"TheDispatcherHasNoPort",
          "`internalDispatcher` without a port, and `-isrunning`",
@@ -285,6 +327,8 @@ std::vector<Mistake> ofTheDocuments() {
          {{Place::Check,
            "/configuration/startup.xml:20: element internalDispatcher: … The value "
            "'https://localhost/dispatch' is not accepted by the pattern …"}},
+         "/configuration/startup.xml:20:3: error: <internalDispatcher>: value 'https://localhost/dispatch' "
+         "does not match regular expression facet …",
          {"internalDispatcher"}},
         {"TheSchemeIsMisspelt",
          "`htps://` for `https://` in `internalDispatcher`",
@@ -296,6 +340,8 @@ std::vector<Mistake> ofTheDocuments() {
            "'htps://localhost:9300/dispatch' is not accepted by the pattern …"},
           {Place::Log,
            "failed to connect, SEK error: bad address \"htps://localhost:9300/dispatch\": unknown scheme"}},
+         "/bin/bootstrap_linuxi38632.xml:16:19: error: bad address \"htps://localhost:9300/dispatch\": "
+         "unknown scheme [child dispatcher]",
          {"internalDispatcher"}},
         {"ThePingIsPlain",
          "`URI=\"tcp://…\"` of a ping where the child speaks TLS",
@@ -305,6 +351,7 @@ std::vector<Mistake> ofTheDocuments() {
          1,
          {{Place::Log, "no response,  SEK_Poll timed out."},
           {Place::Question, "URI is tcp://localhost:9300"}},
+         "",
          {"URI"},
          false},
         {"TheTempFolderCannotBeMade",
@@ -313,6 +360,7 @@ std::vector<Mistake> ofTheDocuments() {
          kStart,
          0,
          {{Place::Log, "Failed to create temp directory \"/proc/velbootstrap\"."}},
+         "/bin/bootstrap_linuxi38632.xml:2:1: error: Failed to create temp directory \"/proc/velbootstrap\".",
          {"/proc/velbootstrap"}},
         {"ALevelIsInSmallLetters",
          "`level=\"info\"`",
@@ -322,6 +370,8 @@ std::vector<Mistake> ofTheDocuments() {
          {{Place::Check,
            "/configuration/zorlogconfig.xml:4: element logging: … The value 'info' is not an element of the "
            "set {'FATAL', 'ERROR', 'WARN', 'INFO', 'DEBUG'}."}},
+         "/bin/zorlogconfig.xml:4:14: error: attribute \"level\" of <logging>: value 'info' not in "
+         "enumeration: did you mean \"INFO\"?",
          {"logging"}},
         {"ALoggingSectionIsMisspelt",
          "`<isRunning>` for `<isrunning>`, and `-isrunning`",
@@ -334,6 +384,7 @@ std::vector<Mistake> ofTheDocuments() {
          {{Place::Check,
            "/configuration/zorlogconfig.xml:18: element isRunning: … This element is not expected."},
           {Place::DefaultLog, "logging config element \"isrunning\" is missing."}},
+         "/bin/zorlogconfig.xml:18:3: error: unknown element <isRunning>: did you mean \"isrunning\"?",
          {"isRunning"}},
     };
 }
@@ -349,6 +400,8 @@ std::vector<Mistake> ofThePrograms() {
          kStartInVain,
          1,
          {{Place::Log, "execve failed, errno=2"}, {Place::Log, kDispatcherIsGone}},
+         "/bin/bootstrap_linuxi38632.xml:7:9: error: /opt/java/bin/java: No such file or directory [child "
+         "dispatcher]",
          {"dispatcher"}},
         {"AProgramMayNotBeRun",
          "a `path` to a file that is not executable",
@@ -356,6 +409,8 @@ std::vector<Mistake> ofThePrograms() {
          kStartInVain,
          1,
          {{Place::Log, "execve failed, errno=13"}, {Place::Log, kDispatcherIsGone}},
+         "/bin/bootstrap_linuxi38632.xml:7:9: error: /configuration/startup.xml: it may not be executed "
+         "[child dispatcher]",
          {"dispatcher"}},
         {"AScriptDoesNotSayItsShell",
          "a `path` to a script without `#!`",
@@ -367,6 +422,8 @@ std::vector<Mistake> ofThePrograms() {
          kStartInVain,
          1,
          {{Place::Log, "execve failed, errno=8"}, {Place::Log, kDispatcherIsGone}},
+         "/bin/bootstrap_linuxi38632.xml:7:9: error: /bin/script: it is neither a program nor a script that "
+         "begins with #! [child dispatcher]",
          {"dispatcher"}},
         {"AChildEndsAtOnce",
          "an option that the child does not know: it ends at once",
@@ -374,6 +431,7 @@ std::vector<Mistake> ofThePrograms() {
          kStartInVain,
          1,
          {{Place::Log, kDispatcherIsGone}},
+         "",
          {"dispatcher"},
          false},
         {"ThereIsNoJavaHome",
@@ -384,6 +442,8 @@ std::vector<Mistake> ofThePrograms() {
          {{Place::Log,
            "A value for JAVA_HOME must be provided either as an environment variable or with the -java_home= "
            "command line argument."}},
+         "/configuration/zorEnvironmentVars.ini: error: no command works without a Java home: set JAVA_HOME "
+         "here or in the environment",
          {"JAVA_HOME"},
          true,
          "bin",
@@ -394,6 +454,7 @@ std::vector<Mistake> ofThePrograms() {
          kStartInVain,
          1,
          {{Place::Log, "failed to initialize crypto."}, {Place::Log, "failed to create SEK handle:"}},
+         "/bin/libSEK_Crypto_Interface.so: error: the security library is not beside the program",
          {"crypto", "libSEK_Crypto_Interface.so"}},
         {"ThePortIsTakenByAPlainServer",
          "the child's port is taken by a server that speaks plainly",
@@ -404,6 +465,8 @@ std::vector<Mistake> ofThePrograms() {
           {Place::Log,
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: … (the "
            "peer seems not to speak TLS)"}},
+         "/bin/bootstrap_linuxi38632.xml:13:19: error: the service does not run, but process … listens on "
+         "port …, where this child would [child dispatcher]",
          {"dispatcher"},
          false},
         {"ThePortIsTakenByASilentServer",
@@ -415,6 +478,8 @@ std::vector<Mistake> ofThePrograms() {
           {Place::Log,
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) not finished after "
            "10 s…"}},
+         "/bin/bootstrap_linuxi38632.xml:13:19: error: the service does not run, but process … listens on "
+         "port …, where this child would [child dispatcher]",
          {"dispatcher"},
          false},
     };
@@ -436,6 +501,7 @@ std::vector<Mistake> ofTheCertificates() {
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: "
            "certificate verify failed: certificate has expired (certificate of CN=old, names DNS:localhost, "
            "good from … to …, issued by CN=ca)"}},
+         "/configuration/dispatcher.pem: error: the certificate of CN=old has expired: it was good until …",
          {"CN=old", "dispatcher.pem"}},
         {"TheCertificateIsForAnotherHost",
          "the child's certificate is for another host",
@@ -446,6 +512,8 @@ std::vector<Mistake> ofTheCertificates() {
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: "
            "certificate verify failed: hostname mismatch (expected localhost, certificate of CN=elsewhere, "
            "names DNS:elsewhere.example, good from … to …, issued by CN=ca)"}},
+         "/bin/bootstrap_linuxi38632.xml:16:19: error: no certificate beside the settings is good for "
+         "\"localhost\": /configuration/dispatcher.pem has DNS:elsewhere.example [child dispatcher]",
          {"CN=elsewhere", "dispatcher.pem"}},
         {"TheAuthorityIsAnother",
          "the child's certificate is another authority's, or `ca.pem` is",
@@ -456,6 +524,8 @@ std::vector<Mistake> ofTheCertificates() {
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: "
            "certificate verify failed: unable to get local issuer certificate (certificate of CN=dispatcher, "
            "… issued by CN=stranger)"}},
+         "/configuration/dispatcher.pem: error: the service will not believe a child that shows this "
+         "certificate: unable to get local issuer certificate, issued by CN=stranger",
          {"CN=dispatcher", "dispatcher.pem"}},
         {"TheAuthorityIsMissing",
          "`ca.pem` is not there",
@@ -467,6 +537,8 @@ std::vector<Mistake> ofTheCertificates() {
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: "
            "../configuration/sek.cnf [gateway] VerifyCAFile = ../configuration/ca.pem: No such file or "
            "directory"}},
+         "/configuration/sek.cnf:3:1: error: ../configuration/sek.cnf [gateway] VerifyCAFile = "
+         "../configuration/ca.pem: No such file or directory",
          {"ca.pem"}},
 
         {"TheOwnKeyCanBeReadByOthers",
@@ -481,6 +553,7 @@ std::vector<Mistake> ofTheCertificates() {
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: "
            "../configuration/sek.cnf [gateway] PrivateKey: private key file ../configuration/service.key can "
            "be read by others (mode 0644): chmod 600 it"}},
+         "/configuration/service.key: error: the private key can be read by others: chmod 600 it",
          {"service.key"}},
         {"TheOwnKeyIsMissing",
          "the service's own key is not there",
@@ -495,6 +568,8 @@ std::vector<Mistake> ofTheCertificates() {
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: "
            "../configuration/sek.cnf [gateway] PrivateKey = ../configuration/service.key: No such file or "
            "directory"}},
+         "/configuration/sek.cnf:6:1: error: ../configuration/sek.cnf [gateway] PrivateKey = "
+         "../configuration/service.key: No such file or directory",
          {"service.key"}},
         {"TheChildsKeyIsMissing",
          "the key of a child that reads the same `sek.cnf` is not there",
@@ -505,6 +580,8 @@ std::vector<Mistake> ofTheCertificates() {
           {Place::Log,
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: … (the "
            "peer ended the connection without a TLS close notification)"}},
+         "/configuration/sek.cnf:9:1: error: ../configuration/sek.cnf [dispatcher] PrivateKey = "
+         "../configuration/dispatcher.key: No such file or directory",
          {"dispatcher.key"}},
         {"ASettingIsUnknown",
          "`sek.cnf`: `VerifyCaFiles`, which is no command",
@@ -514,6 +591,8 @@ std::vector<Mistake> ofTheCertificates() {
          {{Place::Log,
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: "
            "../configuration/sek.cnf [gateway] VerifyCaFiles = ../configuration/ca.pem: unknown command"}},
+         "/configuration/sek.cnf:3:1: error: ../configuration/sek.cnf [gateway] VerifyCaFiles = "
+         "../configuration/ca.pem: unknown command",
          {"sek.cnf"}},
         {"ASectionIsMisspelt",
          "`sek.cnf`: `[gatway]`",
@@ -523,6 +602,8 @@ std::vector<Mistake> ofTheCertificates() {
          {{Place::Log,
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: "
            "../configuration/sek.cnf [gateway]: no such section"}},
+         "/configuration/sek.cnf:2:1: error: ../configuration/sek.cnf [gateway]: no such section: is it "
+         "[gatway] that is meant?",
          {"sek.cnf"}},
         {"ABracketIsMissing",
          "`sek.cnf`: `[gateway`",
@@ -532,6 +613,8 @@ std::vector<Mistake> ofTheCertificates() {
          {{Place::Log,
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: cannot "
            "read ../configuration/sek.cnf line 2: missing close square bracket"}},
+         "/configuration/sek.cnf:2:1: error: cannot read ../configuration/sek.cnf line 2: missing close "
+         "square bracket",
          {"sek.cnf"}},
         {"VerificationIsMisspelt",
          "`sek.cnf`: `VerifyMode = none`",
@@ -541,6 +624,8 @@ std::vector<Mistake> ofTheCertificates() {
          {{Place::Log,
            "failed to establish, SEK error: TLS handshake with localhost (127.0.0.1:9300) failed: "
            "../configuration/sek.cnf [gateway] VerifyMode = none: bad value (…)"}},
+         "/configuration/sek.cnf:4:1: error: ../configuration/sek.cnf [gateway] VerifyMode = none: bad value "
+         "(…)",
          {"sek.cnf"}},
     };
 }
@@ -556,6 +641,7 @@ std::vector<Mistake> ofTheCommands() {
          0,
          {{Place::Terminal, "failed to find ZOR element in bootstrap config (via CFGAPI)"},
           {Place::Terminal, "A value for JAVA_HOME must be provided…"}},
+         "",
          {"ZOR element"},
          false,
          "temp/helper"},
@@ -565,6 +651,7 @@ std::vector<Mistake> ofTheCommands() {
          kStart,
          1,
          {{Place::DefaultLog, "cannot open bootstrap config file \"/temp/bootstrap_linuxi38632.xml\"."}},
+         "",
          {"bootstrap_linuxi38632.xml"},
          false,
          "temp"},
@@ -574,6 +661,7 @@ std::vector<Mistake> ofTheCommands() {
          {"-start", "-testReadyTries", "60"},
          0,
          {},
+         "",
          {},
          false},
         {"AnotherUserStops",
@@ -582,6 +670,7 @@ std::vector<Mistake> ofTheCommands() {
          kStop,
          0,
          {{Place::Guard, kTwin}},
+         "",
          {"process"},
          false,
          "bin",
@@ -593,6 +682,7 @@ std::vector<Mistake> ofTheCommands() {
          kStartInVain,
          1,
          {{Place::Guard, kTwin}},
+         "",
          {"process"},
          false,
          "bin",
@@ -606,6 +696,7 @@ std::vector<Mistake> ofTheCommands() {
          {{Place::Log,
            "PID file \"/logs/velbootstrap_service.pid\" belongs to the user with id …, so commands will not "
            "find this process. Run the service and its commands as that user."}},
+         "",
          {"velbootstrap_service.pid"},
          false},
         {"TheLogsCannotBeWritten",
@@ -617,6 +708,7 @@ std::vector<Mistake> ofTheCommands() {
          kStartInVain,
          1,
          {{Place::Guard, kTwin}},
+         "/logs: error: … cannot write to it: no log and no PID file, so that no command finds the daemon",
          {"process", "logs"}},
         {"ATwinIsStarted",
          "`systemctl start` beside a service that was started by hand, which `-isrunning` finds",
@@ -624,6 +716,7 @@ std::vector<Mistake> ofTheCommands() {
          {"-isrunning"},
          0,
          {{Place::Guard, kTwin}},
+         "",
          {"process"},
          false},
     };

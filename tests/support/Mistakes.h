@@ -38,6 +38,7 @@ struct Mistake {
     std::vector<std::string> arguments;       // of the command
     int exitCode;                             // of the command
     std::vector<Shown> shown;                 // each of these lines is there
+    std::string checked;                      // what "velbootstrapctl check" says; empty: it finds nothing
     std::vector<std::string> named;  // file, element or child: one of the lines has one of these words
     bool isInFiles = true;           // it stays in the installation's files, where a check can find it
     std::string folder = "bin";      // in which the command is given

@@ -123,7 +123,7 @@ void configure(ServiceUnderTest& service, const ReservedPort& port) {
     BootstrapXml document;
     document.children = {alpha};
     document.daemonSpawn =
-        "<daemonSpawn sync=\"1\"><path>${bin_path}/velbootstrapservice</path><param>runAsDaemon</param>"
+        "<daemonSpawn sync=\"3\"><path>${bin_path}/velbootstrapservice</path><param>runAsDaemon</param>"
         "<param>-java_home=${java_home}</param></daemonSpawn>";
     service.bootstrap(document);
     service.startup(
