@@ -37,7 +37,9 @@ check_kinds() {
     expect_setting Type forking velbootstrapservice
     # Not the service's own, which systemd would remove when a service that was started by hand runs.
     expect_setting PIDFile /run/velbootstrapservice/main.pid velbootstrapservice
-    expect_setting RuntimeDirectory velbootstrapservice velbootstrapservice
+    # Root's own folder, whose files the service cannot exchange.
+    expect_setting RuntimeDirectory "" velbootstrapservice
+    expect_setting ExecStartPost "+/usr/lib/velbootstrapservice/velbootstrap-unit announce" velbootstrapservice
     expect_setting Type simple velbootstrapservice-foreground
     expect_setting After "network.target velbootstrapservice.service" velbootstrapservice-foreground
     expect_setting Conflicts velbootstrapservice-foreground.service velbootstrapservice
