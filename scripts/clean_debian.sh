@@ -71,6 +71,8 @@ make_system() {
     echo "Making a minimal Debian, $release"
     debootstrap --variant=minbase --include=systemd,systemd-sysv,dbus "$release" "$system" >"$words" 2>&1 ||
         fail "debootstrap failed: $(tail -n 5 "$words")"
+    # What was built with security updates may need them.
+    sed -i 's|^\(deb .*/debian\)/* \([a-z]*\) main.*|&\n\1-security \2-security main|' "$system/etc/apt/sources.list"
 }
 
 # With the machine's network and without the container's manager running, as when an image is made. What is not
@@ -199,6 +201,13 @@ show_printed() {
     for line in "${lines[@]}"; do
         show env --chdir=/var/lib/velbootstrapservice/bin sh -c "$line"
     done
+}
+
+# Where nothing is said of an instance, the system's own is meant.
+prove_companion() {
+    show velbootstrapctl status
+    show velbootstrapctl check
+    claim "velbootstrapctl tells in any folder how the service is"
 }
 
 # What "man" shows has the page's name in its first line; what bash completes with is found by the command's name.
@@ -483,6 +492,7 @@ SECONDS=0
 [[ -z $older ]] || prove_upgrade_from_older
 prove_too_early
 prove_two_commands
+prove_companion
 prove_documents
 prove_sandbox
 prove_printed_words

@@ -14,7 +14,7 @@ read -r -a packages <<<"$(build_packages "$preset" | tr '\n' ' ')"
 tools=(
     openssl nginx-light curl tomcat10-common default-jre-headless
     libxml2-utils man-db mandoc pkgconf python3-jsonschema python3-yaml
-    adduser debhelper dpkg-dev file iproute2 lintian logrotate procps prometheus systemd
+    adduser debhelper dpkg-dev file fish iproute2 lintian logrotate procps prometheus systemd zsh
 )
 # Debian's package does not suit a machine that has one of another origin.
 command -v kubectl >/dev/null || tools+=(kubernetes-client)

@@ -1,9 +1,13 @@
 #include "CTLCheck.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <limits>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "CTLFolderCheck.h"
@@ -127,16 +131,21 @@ void CTLCheck::checkInstance(const CTLInstance& instance) {
     checkUnchanged();
 }
 
-void CTLCheck::checkFiles(const std::vector<std::string>& files, const std::optional<CTLInstance>& instance) {
-    for (const std::string& file : files) {
-        const CTLDocument& document = open(fs::absolute(file), Kind::Unknown);
-        if (!instance || document.kind() != Kind::Bootstrap || m_preparation) continue;
-        // As the option "-config=" has it.
-        ZORPropertyInserter::getInstance()->add("configfile", document.file().c_str());
-        const CTLDocument startup(instance->startupDocument());
-        if (canBePrepared(document, startup)) prepare(*instance, document, startup);
-    }
+void CTLCheck::checkFiles(const std::vector<std::string>& files) {
+    for (const std::string& file : files)
+        open(fs::absolute(file).lexically_normal(), Kind::Unknown);
     checkUnchanged();
+}
+
+// As the option "-config=" has it.
+void CTLCheck::prepareIn(const CTLInstance& instance) {
+    const auto first = std::find_if(m_documents.begin(), m_documents.end(), [](const auto& document) {
+        return document->kind() == Kind::Bootstrap && access(document->file().c_str(), R_OK) == 0;
+    });
+    if (first == m_documents.end()) return;
+    ZORPropertyInserter::getInstance()->add("configfile", (*first)->file().c_str());
+    const CTLDocument startup(instance.startupDocument());
+    if (canBePrepared(**first, startup)) prepare(instance, **first, startup);
 }
 
 // Somebody who writes while they are read gets findings of something that is not there any more.

@@ -10,7 +10,6 @@
 
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,9 +33,10 @@ class CTLCheck {
     void loadSchemas() { m_schemas.load(); }
     // All of the instance. Afterwards the working folder is its bin/.
     void checkInstance(const CTLInstance& instance);
-    // These files only, each by the name of its root. A bootstrap document is prepared as the instance's own would be,
-    // where there is one.
-    void checkFiles(const std::vector<std::string>& files, const std::optional<CTLInstance>& instance);
+    // These files only, each by the name of its root.
+    void checkFiles(const std::vector<std::string>& files);
+    // After that: prepares the first bootstrap document among them, which this process can read, as that of the instance.
+    void prepareIn(const CTLInstance& instance);
 
     const CTLFindings& findings() const { return m_findings; }
     // Of those that the service would run.

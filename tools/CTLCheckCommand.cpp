@@ -134,7 +134,10 @@ void CTLCheckCommand::checkFiles(const std::string& named, CTLCheck& check) {
     } catch (const CTLError&) {
         if (!named.empty()) throw;
     }
-    check.checkFiles(m_files, instance);
+    check.checkFiles(m_files);
+    if (!instance) return;
+    CTLServiceUser::become(*instance);
+    check.prepareIn(*instance);
 }
 
 void CTLCheckCommand::print(CTLTerminal& terminal, const CTLFindings& findings) {

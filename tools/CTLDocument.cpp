@@ -78,6 +78,15 @@ class NodeKey : public TVLIDOM_Node {
     const void* key() const { return node(); }
 };
 
+// The walk goes on behind it.
+TVLIDOM_Element nextElement(TVLIDOM_Walk& walk) {
+    while (walk.node().getNodeType() != TVLIDOM_Node::ELEMENT_NODE)
+        walk.advance();
+    const TVLIDOM_Element element(walk.node());
+    walk.advance();
+    return element;
+}
+
 std::string readAll(std::FILE* file) {
     std::string text;
     std::string block(65536, '\0');
@@ -180,19 +189,20 @@ void CTLDocument::place() {
             open.pop_back();
             continue;
         }
-        while (walk.node().getNodeType() != TVLIDOM_Node::ELEMENT_NODE)
-            walk.advance();
         Element element;
-        element.handle = TVLIDOM_Element(walk.node());
-        walk.advance();
+        element.handle = nextElement(walk);
         element.begin = behind;
         findBegin(element, tag.behind, starts);
-        element.process = open.empty() ? kNone : m_elements[open.back()].process;
-        if (element.handle.hasNodeName("process")) element.process = m_elements.size();
-        m_indices.emplace(NodeKey(element.handle).key(), m_elements.size());
+        if (!open.empty()) element.process = m_elements[open.back()].process;
         open.push_back(m_elements.size());
-        m_elements.push_back(element);
+        addElement(element);
     }
+}
+
+void CTLDocument::addElement(Element element) {
+    if (element.handle.hasNodeName("process")) element.process = m_elements.size();
+    m_indices.emplace(NodeKey(element.handle).key(), m_elements.size());
+    m_elements.push_back(element);
 }
 
 // No "<" is in a tag but the one that it begins with. What comes from an entity begins where it is referred to.

@@ -81,6 +81,7 @@ class CTLDocument {
   private:
     void parse();
     void place();
+    void addElement(Element element);
     void findBegin(Element& element, const CTLPlace& behind, Cursor& starts) const;
     void setError(const std::string& words);
     std::size_t attributeIn(const Element& element, const std::string& attribute) const;

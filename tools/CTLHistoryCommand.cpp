@@ -16,10 +16,10 @@
 #include "CTLPinged.h"
 #include "CTLPreparation.h"
 #include "CTLRecord.h"
+#include "CTLServiceUser.h"
 #include "CTLTerminal.h"
 #include "CTLText.h"
 #include "CTLTime.h"
-#include "CTLUser.h"
 #include "ZORChildProcess.h"
 
 using nlohmann::ordered_json;
@@ -119,7 +119,7 @@ int CTLHistoryCommand::run(CTLContext& context) {
         throw CTLError(CTLError::kUsage, "--since: \"" + m_since + "\" is no time; log --help has examples");
     const CTLInstance instance = CTLInstance::find(context.instance);
     if (!m_html.empty() && m_html != "-") m_html = std::filesystem::absolute(m_html);
-    CTLUser::become(instance);
+    CTLServiceUser::becomeAsRoot(instance);
     const CTLDoorway doorway;
     CTLPreparation preparation(instance);
     bool isComplete = true;

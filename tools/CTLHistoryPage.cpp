@@ -34,14 +34,14 @@ constexpr std::string_view kStyle = R"(
 @media (prefers-color-scheme: dark) {
   :root { --ground: #14171c; --text: #e4e7ec; --faint: #98a1b0; --line: #343b46; --panel: #1c2027;
     --good: #4fc387; --restart: #f0a53a; --failed: #ff6b63; --killed: #c58af0; --time: #6cb2f5; } }
-body { margin: 0 auto; max-width: 64rem; padding: 1.5rem; background: var(--ground); color: var(--text);
+body { margin: 0 auto; max-width: 70rem; padding: 1.5rem; background: var(--ground); color: var(--text);
   font: 15px/1.5 system-ui, sans-serif; }
 h1 { font-size: 1.4rem; margin: 0 0 .2rem; overflow-wrap: anywhere; } h2 { font-size: 1.05rem; margin: 2rem 0 .5rem; }
 p { margin: .3rem 0; } .faint { color: var(--faint); } .scroll { overflow-x: auto; }
 table { border-collapse: collapse; width: 100%; font-variant-numeric: tabular-nums; }
-th, td { text-align: left; padding: .35rem .7rem; border-bottom: 1px solid var(--line); white-space: nowrap; }
+th, td { text-align: left; font-size: .9rem; padding: .35rem .45rem; border-bottom: 1px solid var(--line); white-space: nowrap; }
 td.long { white-space: normal; overflow-wrap: anywhere; }
-th { color: var(--faint); font-weight: 600; font-size: .85rem; } .number { text-align: right; }
+th { color: var(--faint); font-weight: 600; } .number { text-align: right; }
 svg { display: block; width: 100%; min-width: 40rem; height: auto; background: var(--panel); border-radius: 6px; }
 svg text { fill: var(--text); font: 13px system-ui, sans-serif; } svg .faint { fill: var(--faint); }
 .grid { stroke: var(--line); } .good { fill: var(--good); } .restart { fill: var(--restart); }
@@ -138,7 +138,8 @@ class Axis {
     std::string nameOf(std::time_t time) const {
         const std::string text = CTLText::localTime(time);  // "2026-11-21 23:13:06"
         if (m_span <= 600) return text.substr(11);
-        return m_span > 2 * 86400 ? text.substr(5, 5) : text.substr(11, 5);
+        if (m_span <= 86400) return text.substr(11, 5);
+        return stepSec() < 86400 ? text.substr(5, 11) : text.substr(5, 5);
     }
 
     std::time_t m_from;
@@ -153,9 +154,9 @@ struct Mark {
     double height;
 };
 const Mark* markOf(Kind kind) {
-    static constexpr Mark failed{"failed", 18, 10};
-    static constexpr Mark restart{"restart", 5, 23};
-    static constexpr Mark killed{"killed", 5, 12};
+    static constexpr Mark failed{"failed", 22, 9};
+    static constexpr Mark restart{"restart", 12, 9};
+    static constexpr Mark killed{"killed", 2, 9};
     if (kind == Kind::PingFailed) return &failed;
     if (kind == Kind::Restarted) return &restart;
     return kind == Kind::Killed ? &killed : nullptr;
@@ -258,6 +259,7 @@ std::string failures(const CTLRecord& record) {
         if (event.kind == Kind::Restarted) ++restarts[bucket];
         most = std::max(most, failed[bucket] + restarts[bucket]);
     }
+    most += most % 2;  // half of it is a number of them, too
     std::string content = axis.drawn(14, 14 + kPlot) + scale(most, "");
     for (std::size_t bucket = 0; bucket < kBuckets; ++bucket) {
         const double high = kPlot * static_cast<double>(failed[bucket]) / most;
@@ -391,10 +393,10 @@ std::string escaped(const std::string& text) {
 std::string of(const CTLRecord& record, const std::string& title, bool isComplete) {
     const std::string name = escaped(title);
     std::string page =
-        "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">\n"
+        "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\"/>\n"
         "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
-        "'unsafe-inline'\">\n"
-        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>History of " +
+        "'unsafe-inline'\"/>\n"
+        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n<title>History of " +
         name + "</title>\n<style>" + std::string(kStyle) + "</style></head><body>\n<h1>History of " + name +
         "</h1>\n<p class=\"faint\">" + CTLText::localTime(record.from) + " to " +
         CTLText::localTime(record.until) + ", local time" +

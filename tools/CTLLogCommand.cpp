@@ -15,10 +15,10 @@
 #include "CTLLogFiles.h"
 #include "CTLLogFollower.h"
 #include "CTLPinged.h"
+#include "CTLServiceUser.h"
 #include "CTLTerminal.h"
 #include "CTLText.h"
 #include "CTLTime.h"
-#include "CTLUser.h"
 
 namespace {
 
@@ -89,7 +89,7 @@ std::time_t CTLLogCommand::since() const {
 int CTLLogCommand::run(CTLContext& context) {
     const std::time_t from = since();
     const CTLInstance instance = CTLInstance::find(context.instance);
-    CTLUser::become(instance);
+    CTLServiceUser::becomeAsRoot(instance);
     const CTLLogFiles files(instance);
     CTLHistory history(CTLPinged::of(instance));
     bool isComplete = true;

@@ -119,14 +119,17 @@ void CTLServiceWords::tell(const CTLLogLine& line) {
         return m_findings.add({severity, "library", "libSEK_Crypto_Interface.so", {}, "", text});
     }
     if (isOfStartup(text)) return tellOfStartup(severity, text);
-    const TVLIDOM_Element at = m_at.isNull() ? m_bootstrap.root() : m_at;
+    tellOfBootstrap(severity, text);
+}
+
+void CTLServiceWords::tellOfBootstrap(Severity severity, const std::string& text) {
     if (!m_bootstrap.isParsed())
         return m_findings.add({severity, "service", m_bootstrap.file(), {}, "", text});
-    std::string attribute = attributeOf(text);
-    TVLIDOM_Element element = at;
-    if (attribute == "type") element = TVLIDOM_Helper::findFirstElementWithName(at, "stop");
+    const std::string attribute = attributeOf(text);
+    TVLIDOM_Element element = m_at.isNull() ? m_bootstrap.root() : m_at;
+    if (attribute == "type") element = TVLIDOM_Helper::findFirstElementWithName(element, "stop");
     if (attribute == "pollIntervalsec")
-        element = TVLIDOM_Helper::findFirstElementWithName(at, "processManager");
+        element = TVLIDOM_Helper::findFirstElementWithName(element, "processManager");
     const std::string what = attribute.empty() ? attribute : attribute + ": ";
     m_findings.add(m_bootstrap.at(severity, "service", element, attribute, what + text));
 }

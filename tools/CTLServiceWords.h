@@ -34,6 +34,7 @@ class CTLServiceWords {
     void beginStop();
     void endProcess(const std::string& reason);
     void tell(const CTLLogLine& line);
+    void tellOfBootstrap(CTLFinding::Severity severity, const std::string& text);
     void tellOfStartup(CTLFinding::Severity severity, const std::string& text);
     bool isOfStartup(const std::string& text) const;
 

@@ -34,6 +34,12 @@ TEST_F(FleetsTest, EachMetricOfTheRulesIsDescribed) {
         EXPECT_EQ(described.count(metric), 1U) << metric;
 }
 
+TEST_F(FleetsTest, TheMetricsDescribedAreThoseWritten) {
+    const std::string source = repository::read(repository::root() / "tools/CTLMetrics.cpp");
+    EXPECT_EQ(matches(m_guide, "\n\\| `(velbootstrap_[a-z_]+)"),
+              matches(source, "\"(velbootstrap_[a-z_]+)\""));
+}
+
 TEST_F(FleetsTest, EachAlertIsDescribedAndNoOther) {
     EXPECT_EQ(matches(m_guide, "\n\\| `(Velbootstrap[A-Za-z]+)`"), matches(m_rules, "alert: ([A-Za-z]+)"));
 }

@@ -119,6 +119,8 @@ check_use() {
         "$(in_copy readlink "/proc/$(cat "$copy$logs/velbootstrap_service.pid")/exe")"
     answer=$(ask /etc/velbootstrapservice/ca.pem https://localhost:9300/dispatch/) || true
     expect_equal "the answer to curl" 200 "$answer"
+    expect "the companion knows the instance in any folder" in_copy velbootstrapctl status
+    expect "the companion finds no fault in the settings" in_copy velbootstrapctl check
     expect "turning the log over" in_copy logrotate --force /etc/logrotate.d/velbootstrapservice
     check_printed docs/packaging.md "^runuser .* -isrunning'\$"
     check_printed docs/configuration.md '^xmllint .* /usr/share/'

@@ -165,6 +165,19 @@ TEST_F(VerificationTest, AHostileCertificateIsDescribedOnOneBoundedLine) {
     EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c < 0x7F; })) << text;
 }
 
+TEST_F(VerificationTest, LongNamesOfACertificateAreCutAndThoseAfterThemCounted) {
+    const std::string longName = "https://" + std::string(2000, 'x');
+    const PeerContext context =
+        serverWith({"long", {"URI:" + longName, "URI:" + longName, "DNS:third", "DNS:fourth"}});
+    TestPeer peer([context](PeerConnection& connection) { connection.acceptTls(context); });
+    SekHandle handle;
+    EXPECT_EQ(handle.open(peer.url("https")), SEK_Failed);
+    const std::string text = handle.details();
+    EXPECT_NE(text.find("names URI:https://xxx"), std::string::npos) << text;
+    EXPECT_NE(text.find("xxx... and 2 more, good from "), std::string::npos) << text;
+    EXPECT_LT(text.size(), 1500U);
+}
+
 TEST_F(VerificationTest, WrongAddress) {
     expectRefusal(serverWith({"other-address", {"IP:127.0.0.2", "DNS:localhost"}}), "IP address mismatch");
 }
