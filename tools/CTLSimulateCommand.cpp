@@ -14,6 +14,7 @@
 #include "CTLInstance.h"
 #include "CTLLogLine.h"
 #include "CTLRehearsalReport.h"
+#include "CTLServiceUser.h"
 #include "CTLTerminal.h"
 #include "TVLFileStream.h"
 
@@ -125,6 +126,7 @@ int CTLSimulateCommand::run(CTLContext& context) {
     const CTLScenario scenario = readScenario(m_scenario);
     if (asked.untilMs && *asked.untilMs <= scenario.startMs())
         throw CTLError(CTLError::kUsage, "--until " + m_until + " is not after the start");
+    CTLServiceUser::becomeAsRoot(instance);
     std::string log;
     CTLRehearsal rehearsal(scenario, asked, [&](std::string_view line) {
         if (m_withoutLog) return;
