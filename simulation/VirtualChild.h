@@ -37,7 +37,7 @@ struct VirtualChild {
     std::string usualAnswer = "OK";
     std::string answer = usualAnswer;
     std::int64_t answersAfterMs = 0;
-    bool endsWithProcess = false;  // these three: the next process answers again, as usual and at once
+    bool endsWithProcess = false;     // these three: the next process answers again, as usual and at once
     std::int64_t listensAfterMs = 0;  // counted from the start of a process; before that it refuses
     std::int64_t endsAfterMs = 0;     // what it takes to end when it is told to; kNever: it does not
 

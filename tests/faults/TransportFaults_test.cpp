@@ -273,8 +273,7 @@ TEST_P(RefusedRenewalTest, TheyAreInForceWhenMemoryRunsOut) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, RefusedRenewalTest,
-                         testing::Values(Way::ByName, Way::ToOther, Way::ToRevoked),
+INSTANTIATE_TEST_SUITE_P(Ways, RefusedRenewalTest, testing::Values(Way::ByName, Way::ToOther, Way::ToRevoked),
                          [](const auto& way) {
                              std::string name = nameOf(way.param);
                              std::replace(name.begin(), name.end(), ' ', '_');
