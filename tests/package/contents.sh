@@ -73,6 +73,9 @@ check_files() {
     expect_same usr/lib/sysusers.d/velbootstrapservice.conf packaging/systemd/sysusers.conf
     expect_same etc/logrotate.d/velbootstrapservice packaging/logrotate
     expect_same usr/share/bash-completion/completions/velbootstrapservice packaging/completion.bash
+    expect_same usr/share/bash-completion/completions/velbootstrapctl packaging/completion-velbootstrapctl.bash
+    expect_same usr/share/zsh/vendor-completions/_velbootstrapctl packaging/completion-velbootstrapctl.zsh
+    expect_same usr/share/fish/vendor_completions.d/velbootstrapctl.fish packaging/completion-velbootstrapctl.fish
     expect_same usr/share/doc/velbootstrapservice/copyright debian/copyright
 }
 
