@@ -243,10 +243,8 @@ TEST_F(CheckProgramTest, RootChecksWithTheRightsOfTheUserWhoRunsTheService) {
     if (geteuid() != 0) return;  // nobody else can become another user
     Installation installation(service);
     installation.logsBelongToUser();
-    EXPECT_EQ(
-        check().words.find("error: the private key cannot be read: Permission denied") == std::string::npos,
-        false);
-    installation.mode("configuration/dispatcher.key", 0644);
+    // What is the user's own can be read.
+    EXPECT_EQ(check().words.find("private key"), std::string::npos);
     installation.mode("bin/fakechild", 0700);
     const Outcome outcome = check();
     EXPECT_NE(installation.plain(outcome.words).find("/bin/fakechild: it may not be executed [child helper]"),
