@@ -33,6 +33,12 @@ std::string timeOr(const std::optional<std::time_t>& time, const char* otherwise
     return time ? CTLText::localTime(*time) : otherwise;
 }
 
+// When the service ran belongs to the history of each child.
+bool isOfAnother(const CTLEvent& event, const std::string& child) {
+    if (!event.child.empty()) return event.child != child;
+    return event.kind == CTLEvent::Kind::PingFailed || event.kind == CTLEvent::Kind::Killed;
+}
+
 std::string secondsOf(const CTLChildRecord& child) {
     if (!child.meanSec) return "-";
     const auto tenths = static_cast<int>(*child.meanSec * 10 + 0.5);
@@ -128,16 +134,8 @@ int CTLHistoryCommand::run(CTLContext& context) {
         context.terminal.err() << "velbootstrapctl: the log has nothing of that time\n";
         return 1;
     }
-    std::vector<CTLEvent> events = CTLHistory::of(lines, CTLPinged::of(preparation.service()));
-    std::vector<std::string> names;
-    for (ZORChildProcess* const child : preparation.service().getChildren())
-        names.emplace_back(child->getName());
-    if (!m_child.empty()) {
-        names = {m_child};
-        std::erase_if(events, [&](const CTLEvent& event) { return event.child != m_child; });
-    }
     const std::time_t from = *since > 0 ? *since : lines.front().time;
-    const CTLRecord record = CTLRecord::of(events, names, from, std::max(now, lines.back().time));
+    const CTLRecord record = recordOf(preparation.service(), lines, from, std::max(now, lines.back().time));
     if (!m_html.empty()) {
         writePage(context.terminal, record, instance.folder().string(), isComplete);
     } else if (m_json) {
@@ -148,6 +146,19 @@ int CTLHistoryCommand::run(CTLContext& context) {
             context.terminal.err() << "velbootstrapctl: the log is too long, its beginning is left out\n";
     }
     return 0;
+}
+
+CTLRecord CTLHistoryCommand::recordOf(ZORBootstrapService& service, const std::vector<CTLLogLine>& lines,
+                                      std::time_t from, std::time_t until) const {
+    std::vector<CTLEvent> events = CTLHistory::of(lines, CTLPinged::of(service));
+    std::vector<std::string> names;
+    for (ZORChildProcess* const child : service.getChildren())
+        names.emplace_back(child->getName());
+    if (!m_child.empty()) {
+        names = {m_child};
+        std::erase_if(events, [&](const CTLEvent& event) { return isOfAnother(event, m_child); });
+    }
+    return CTLRecord::of(events, names, from, until);
 }
 
 void CTLHistoryCommand::show(CTLTerminal& terminal, const CTLRecord& record) const {

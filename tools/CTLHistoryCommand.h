@@ -13,7 +13,9 @@
 
 #include "CTLCommand.h"
 
+struct CTLLogLine;
 struct CTLRecord;
+class ZORBootstrapService;
 
 class CTLHistoryCommand : public CTLCommand {
   public:
@@ -21,6 +23,8 @@ class CTLHistoryCommand : public CTLCommand {
     int run(CTLContext& context) override;
 
   private:
+    CTLRecord recordOf(ZORBootstrapService& service, const std::vector<CTLLogLine>& lines, std::time_t from,
+                       std::time_t until) const;
     void show(CTLTerminal& terminal, const CTLRecord& record) const;
     static void showEvents(CTLTerminal& terminal, const CTLRecord& record);
     static void showJson(CTLTerminal& terminal, const CTLRecord& record, const std::string& folder,

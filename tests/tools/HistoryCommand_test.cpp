@@ -156,6 +156,9 @@ TEST_F(HistoryCommandTest, JsonIsAsItsSchemaHasIt) {
     EXPECT_EQ(json["children"][0]["failedPings"], 1);
     EXPECT_EQ(json["runs"][0]["until"], "2026-11-21T12:01:00Z");
     EXPECT_EQ(json["events"].size(), 5U);
+    const nlohmann::json other = nlohmann::json::parse(given({"--json", "--child", "other"}));
+    EXPECT_EQ(other["children"].size(), 1U);
+    EXPECT_EQ(other["runs"], json["runs"]);
 }
 
 TEST_F(HistoryCommandTest, ThePageIsWrittenWholeOrNotAtAll) {
