@@ -49,7 +49,8 @@ class ReadOnlyOs : public VirtualOs {
         dev_t device = 0;
         ino_t folder = 0;
         std::string name;
-        auto operator<=>(const Place&) const = default;
+        auto operator<=>(const Place&) const =
+            default;  // NOLINT(modernize-use-nullptr): made by the compiler
     };
     struct Kept {
         enum class Kind { File, Folder, Removed } kind = Kind::File;

@@ -97,6 +97,7 @@ void CTLAuthority::execute(const std::string& option, int seconds) const {
     std::vector<std::string> words{"./velbootstrapservice", option, "-test" + kind + "Interval=1",
                                    "-test" + kind + "Tries=" + std::to_string(seconds)};
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

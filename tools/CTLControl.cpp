@@ -72,7 +72,7 @@ std::string flawOf(const CTLStatus& status, const std::vector<CTLLogLine>& words
             return "a child of the document is left out: " + line.text;
     }
     for (const CTLChildStatus& child : status.children) {
-        const std::string flaw = flawOf(status, child);
+        std::string flaw = flawOf(status, child);
         if (!flaw.empty()) return flaw;
     }
     return {};

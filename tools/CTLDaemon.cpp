@@ -169,6 +169,7 @@ void CTLDaemon::judgeAge(const CTLProcesses& processes, const Record& record) {
 bool CTLDaemon::isInRunMode() const {
     std::vector<std::string> texts = m_arguments;
     std::vector<char*> pointers;
+    pointers.reserve(texts.size());
     for (std::string& text : texts)
         pointers.push_back(text.data());
     if (pointers.empty()) return false;

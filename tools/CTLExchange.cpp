@@ -82,7 +82,8 @@ std::string markerOf(CTLRule rule, const ZORSockSendAction& action) {
 
 std::string tidied(std::string answer) {
     ZORSockSendAction::tidy(answer.data(), static_cast<int>(answer.size()));
-    return answer.c_str();
+    answer.resize(std::strlen(answer.data()));
+    return answer;
 }
 
 }  // namespace
@@ -154,7 +155,7 @@ std::string CTLExchange::consequence(int limit) const {
         return "a failed ping: " + std::to_string(limit) + " in a row, " + std::to_string(limit + 10) +
                " for a fresh child, and it is stopped and restarted";
     }
-    const std::string unready = "the service is not ready, nothing is restarted";
+    std::string unready = "the service is not ready, nothing is restarted";
     if (code == ZOR_FATAL_ANSWER) return unready + "; a start that waits is given up";
     if (code == ZOR_NO_SUCCESS) return unready;
     if (code == ZOR_RETRY_ANSWER) return "it is well, its failed pings are forgotten; -start goes on waiting";

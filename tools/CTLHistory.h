@@ -90,12 +90,12 @@ class CTLHistory {
     using Values = std::vector<std::string>;
     using Handler = void (CTLHistory::*)(const CTLLogLine& line, Thread& thread, const Values& values);
     struct Row {
-        Text text;
-        Handler handler;
+        Text text{};
+        Handler handler = nullptr;
     };
     struct Known {
-        Text text;
-        Handler handler;
+        Text text{};
+        Handler handler = nullptr;
         CTLTextPattern pattern;
     };
 

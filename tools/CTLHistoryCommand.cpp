@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <iomanip>
 #include <nlohmann/json.hpp>
@@ -41,7 +42,7 @@ bool isOfAnother(const CTLEvent& event, const std::string& child) {
 
 std::string secondsOf(const CTLChildRecord& child) {
     if (!child.meanSec) return "-";
-    const auto tenths = static_cast<int>(*child.meanSec * 10 + 0.5);
+    const auto tenths = std::lround(*child.meanSec * 10);
     return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " / " +
            std::to_string(child.longestSec.value_or(0)) + " s";
 }

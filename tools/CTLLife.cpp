@@ -293,6 +293,7 @@ std::optional<std::int64_t> CTLLife::command(
     std::vector<std::string> texts{"velbootstrapservice"};
     texts.insert(texts.end(), options.begin(), options.end());
     std::vector<char*> arguments;
+    arguments.reserve(texts.size());
     for (std::string& text : texts)
         arguments.push_back(text.data());
     ZORCmdLine cmdLine(static_cast<int>(arguments.size()), arguments.data());

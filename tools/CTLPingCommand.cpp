@@ -65,6 +65,7 @@ std::string namesOf(const std::list<ZORChildProcess*>& children) {
 
 std::vector<CTLExchange> exchangesWith(const std::vector<ZORChildProcess*>& children) {
     std::vector<CTLExchange> exchanges;
+    exchanges.reserve(children.size());
     for (ZORChildProcess* const child : children)
         exchanges.push_back(CTLExchange::with(*child));
     return exchanges;

@@ -95,6 +95,7 @@ void CTLRehearsal::runService() {
     std::vector<std::string> texts{"velbootstrapservice", "-d"};
     texts.insert(texts.end(), m_plan.arguments.begin(), m_plan.arguments.end());
     std::vector<char*> arguments;
+    arguments.reserve(texts.size());
     for (std::string& text : texts)
         arguments.push_back(text.data());
     TVLIDOM_DOMImplementation::initialize();

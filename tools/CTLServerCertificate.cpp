@@ -90,7 +90,7 @@ bool CTLServerCertificate::isOwnOf(const SSL_CTX* context) const {
 }
 
 std::string CTLServerCertificate::complaintOfKey() const {
-    const std::string mode = complaintOfMode(keyFile());
+    std::string mode = complaintOfMode(keyFile());
     if (!mode.empty()) return mode;
     try {
         return complaintOfMatch(m_certificates.front().get(),

@@ -54,6 +54,7 @@ std::optional<std::time_t> writtenLast(const std::filesystem::path& log) {
 
 std::vector<CTLWantedChild> wantedOf(const std::vector<ZORChildProcess*>& prepared) {
     std::vector<CTLWantedChild> wanted;
+    wanted.reserve(prepared.size());
     for (ZORChildProcess* const child : prepared)
         wanted.push_back({child->getName(), argumentsOf(*child)});
     return wanted;

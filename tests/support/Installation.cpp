@@ -150,8 +150,15 @@ void Installation::replace(const std::string& file, const std::string& from, con
     write(file, content.replace(at, from.size(), to));
 }
 
+// A program there may be a further name of the one that was built, which keeps its own.
 void Installation::mode(const std::string& file, unsigned bits) const {
-    fs::permissions(m_service.path(file), static_cast<fs::perms>(bits));
+    const fs::path path = m_service.path(file);
+    if (fs::is_regular_file(path) && fs::hard_link_count(path) > 1) {
+        const fs::path copy = path.string() + ".copy";
+        fs::copy_file(path, copy);
+        fs::rename(copy, path);
+    }
+    fs::permissions(path, static_cast<fs::perms>(bits));
 }
 
 void Installation::logsBelongToUser() const {

@@ -360,7 +360,8 @@ std::vector<Mistake> ofTheDocuments() {
          kStart,
          0,
          {{Place::Log, "Failed to create temp directory \"/proc/velbootstrap\"."}},
-         "/bin/bootstrap_linuxi38632.xml:2:1: error: Failed to create temp directory \"/proc/velbootstrap\".",
+         "/configuration/startup.xml:19:3: error: /proc/velbootstrap cannot be made or written: /proc: root "
+         "cannot write to it",
          {"/proc/velbootstrap"}},
         {"ALevelIsInSmallLetters",
          "`level=\"info\"`",
