@@ -349,4 +349,30 @@ TEST(RulesTest, EachFileIncludesTheHeadersOfTheNamesItUses) {
     EXPECT_GT(used, 500U);
 }
 
+// --- the page that a script writes ---
+
+// The texts between the marks of its template.
+std::vector<std::string> textsOfTrust() {
+    static const std::regex mark("@[a-z]+\\.[a-z]+@\n");
+    const std::string text = repository::read(repository::root() / "scripts/trust.md.in");
+    const std::sregex_token_iterator first(text.begin(), text.end(), mark, -1);
+    return {first, std::sregex_token_iterator()};
+}
+
+TEST(RulesTest, TheTrustPageIsItsTemplateWithATableForEachMark) {
+    const std::string page = repository::read(repository::root() / "docs/trust.md");
+    const std::vector<std::string> texts = textsOfTrust();
+    EXPECT_GT(texts.size(), 10U);
+    std::size_t end = 0;
+    for (const std::string& text : texts) {
+        const std::size_t at = page.find(text, end);
+        ASSERT_NE(at, std::string::npos) << "scripts/trust.sh has not been run since this was written:\n"
+                                         << text;
+        EXPECT_TRUE(end == 0 ? at == 0 : at > end) << "nothing stands before\n" << text;
+        end = at + text.size();
+    }
+    EXPECT_EQ(end, page.size());
+    EXPECT_EQ(page.find("\n@"), std::string::npos);
+}
+
 }  // namespace
