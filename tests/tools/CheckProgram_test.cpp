@@ -285,7 +285,7 @@ TEST_F(CheckProgramTest, ItCostsLittleMoreThanThreeDocumentsCostAnotherTool) {
     }
     const double other = processorTimeMs() - before;
 #ifndef VBS_SANITIZED
-    EXPECT_LT(own, 4 * other) << own / kTimes << " ms against " << other / kTimes << " ms";
+    EXPECT_LT(own, 6 * other) << own / kTimes << " ms against " << other / kTimes << " ms";
 #endif
     EXPECT_GT(other, 0);
 }
