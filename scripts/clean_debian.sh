@@ -152,7 +152,7 @@ prove_upgrade_from_older() {
     inside sed -i 's|>60<|>55<|' "$settings/startup.xml"
     show systemctl start velbootstrapservice
     answers || stop_here "no answer from the older package"
-    as_service sh -c 'echo kept >/var/lib/velbootstrapservice/tomcat/work/kept'
+    as_service sh -c 'cd /var/lib/velbootstrapservice/tomcat/work && echo kept >kept'
     certificate=$(inside sha256sum "$settings/ca.pem" "$settings/dispatcher.pem" "$settings/dispatcher.key")
     before=$(tomcat)
     show_quietly env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "/root/${package##*/}"
@@ -161,7 +161,7 @@ prove_upgrade_from_older() {
     [[ $(inside sha256sum "$settings/ca.pem" "$settings/dispatcher.pem" "$settings/dispatcher.key") == "$certificate" ]] ||
         stop_here "the certificates have changed"
     [[ $(inside stat -c '%a %U:%G' "$settings/dispatcher.key") == "640 root:velbootstrap" ]] || stop_here "the key's mode"
-    [[ $(as_service cat /var/lib/velbootstrapservice/tomcat/work/kept) == kept ]] || stop_here "the state is lost"
+    [[ $(as_service sh -c 'cd /var/lib/velbootstrapservice/tomcat/work && cat kept') == kept ]] || stop_here "the state is lost"
     as_service grep -q 'pinged all children' /var/log/velbootstrapservice/velbootstrapservice.log || stop_here "the log is lost"
     show systemctl stop velbootstrapservice
     nothing_runs || stop_here "something is left: $(inside ps -u velbootstrap)"

@@ -114,8 +114,9 @@ plant_pid_file() {
 }
 
 # All that the service's user could put something else in the place of.
+scratch=$instance/tomcat/work
 names="$pid_file $logs/zor_cnfgtest_1 $logs/velbootstrapservice.log $logs/zordefault.log $logs/tomcat $logs/tomcat.out
-    $instance/temp/zor.prefs $instance/temp/zordaemonwait $instance/tomcat/work/made $instance/tomcat/temp/made"
+    $instance/temp/zor.prefs $instance/temp/zordaemonwait $scratch/made $instance/tomcat/temp/made"
 kinds="links pipes sockets devices endless huge folders foreign"
 
 # plant KIND: as all of them. A device only root can make; what is foreign is root's.
@@ -139,7 +140,7 @@ plant() {
 
 # Nothing but what the service's user could have taken away itself. Devices, which it can only move, are root's to
 # remove.
-unplant() { as_service sh -c "rm -rf $logs/* $instance/temp/* $instance/tomcat/work/* $instance/tomcat/temp/*"; }
+unplant() { as_service sh -c "rm -rf $logs/* $instance/temp/* $scratch/* $instance/tomcat/temp/*"; }
 
 # --- what root does ---
 
