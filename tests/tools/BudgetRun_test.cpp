@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -43,19 +44,33 @@ class Peer {
     explicit Peer(int port, Mood mood) : m_port(port), m_mood(mood), m_thread([this] { serve(); }) {}
     ~Peer() {
         m_ends = true;
+        wake();
         m_thread.join();
+        close(m_wakeup);
     }
     Peer(const Peer&) = delete;
     Peer& operator=(const Peer&) = delete;
 
     void become(Mood mood) {
         m_mood = mood;
+        wake();
         // The port is closed, or open again, when this returns.
-        while (m_shown != mood)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        for (Mood shown = m_shown; shown != mood; shown = m_shown)
+            m_shown.wait(shown);
     }
 
   private:
+    static constexpr int kLongestCommandMs = 5000;
+
+    void wake() const { EXPECT_EQ(eventfd_write(m_wakeup, 1), 0); }
+    // True when somebody connects; false when the mood may have changed, or all is over.
+    bool isAsked(int listener) const {
+        pollfd entries[]{{m_wakeup, POLLIN, 0}, {listener, POLLIN, 0}};  // a listener of -1 is passed over
+        if (poll(entries, 2, -1) < 0) return false;
+        eventfd_t ignored = 0;
+        if (entries[0].revents != 0) eventfd_read(m_wakeup, &ignored);
+        return entries[0].revents == 0 && entries[1].revents != 0;
+    }
     void serve() {
         std::vector<int> silenced;
         while (!m_ends) {
@@ -63,12 +78,8 @@ class Peer {
             if (mood == Mood::Refuses && m_listener >= 0) stopListening();
             if (mood != Mood::Refuses && m_listener < 0) listen();
             m_shown = mood;
-            if (m_listener < 0 || mood == Mood::Frozen) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
-                continue;
-            }
-            pollfd entry{m_listener, POLLIN, 0};
-            if (poll(&entry, 1, 5) != 1) continue;
+            m_shown.notify_all();
+            if (!isAsked(mood == Mood::Frozen ? -1 : m_listener)) continue;
             const int connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
             if (mood == Mood::Answers) {
                 answer(connection);
@@ -82,7 +93,9 @@ class Peer {
     }
     static void answer(int connection) {
         char command[16];
-        if (recv(connection, command, sizeof command, 0) > 0) send(connection, "READY", 5, MSG_NOSIGNAL);
+        pollfd entry{connection, POLLIN, 0};
+        if (poll(&entry, 1, kLongestCommandMs) == 1 && recv(connection, command, sizeof command, 0) > 0)
+            send(connection, "READY", 5, MSG_NOSIGNAL);
         close(connection);
     }
     void listen() {
@@ -95,6 +108,7 @@ class Peer {
         address.sin_port = htons(static_cast<std::uint16_t>(m_port));
         const bool listens = bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
                              ::listen(m_listener, 16) == 0;
+        EXPECT_TRUE(listens) << "port " << m_port;
         if (!listens) stopListening();
     }
     void stopListening() {
@@ -104,6 +118,7 @@ class Peer {
 
     int m_port;
     int m_listener = -1;
+    int m_wakeup = eventfd(0, EFD_CLOEXEC);
     std::atomic<Mood> m_mood;
     std::atomic<Mood> m_shown{Mood::Stuck};
     std::atomic<bool> m_ends{false};
@@ -252,12 +267,6 @@ struct WayBack {
     ~WayBack() { std::filesystem::current_path("/"); }
 };
 
-void wait(const std::function<bool()>& done, int mostSec) {
-    const auto begin = Clock::now();
-    while (!done() && secondsSince(begin) < mostSec)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-}
-
 }  // namespace
 
 TEST(BudgetRunTest, EachRowOfAChildHappensWithinASecondOfWhatIsTold) {
@@ -267,7 +276,8 @@ TEST(BudgetRunTest, EachRowOfAChildHappensWithinASecondOfWhatIsTold) {
     runs.push_back(std::make_unique<RealRun>("refusal", Mood::Refuses));
     runs.push_back(std::make_unique<RealRun>("silence", Mood::Silent));
     runs.push_back(std::make_unique<RealRun>("freeze", Mood::Frozen));
-    wait(
+    EXPECT_TRUE(runs.front()->service().waitFor(
+        "all rows",
         [&] {
             bool complete = true;
             for (const auto& run : runs) {
@@ -276,7 +286,7 @@ TEST(BudgetRunTest, EachRowOfAChildHappensWithinASecondOfWhatIsTold) {
             }
             return complete;
         },
-        120);
+        120));
     std::map<std::string, double> happened;
     for (const auto& run : runs) {
         EXPECT_TRUE(run->isComplete()) << run->name();
@@ -302,7 +312,8 @@ TEST(BudgetRunTest, AStopOfSilentChildrenTakesWhatIsTold) {
     const pid_t pid = service.begin({.arguments = {"-d"}});
     int rounds = 0;
     std::optional<Clock::time_point> begun;
-    wait(
+    EXPECT_TRUE(service.waitFor(
+        "the second look",
         [&] {
             for (const std::string& line : tail.news()) {
                 if (holds(line, kPinged)) peer.become(Mood::Silent);
@@ -312,7 +323,7 @@ TEST(BudgetRunTest, AStopOfSilentChildrenTakesWhatIsTold) {
             }
             return begun.has_value();
         },
-        40);
+        40));
     ASSERT_TRUE(begun);
     EXPECT_EQ(service.finish(pid).exitCode, 0);
     const double took = secondsSince(*begun);
